@@ -1,0 +1,111 @@
+// CTickScheduler: the 6 ms interval and priority tick scheduler.
+//
+// Handlers are registered by name with a tick interval; on every tick of the
+// scheduler's 6 ms oscillator the due handlers run on the oscillator thread,
+// one after the other, in the order of the handler list (registration appends;
+// CTickScheduler_SetTickPriority moves a handler in front of the first one of
+// higher priority).
+//
+// Locking: the module has one mutex, the tick lock. Operations that touch the
+// handler list, the group masks or the oscillator take it through
+// CTickScheduler_WaitForTickAndLock: from a client thread they wait until a
+// running tick pass has ended; from inside a tick function (the tick thread)
+// they proceed at once. Registering, unregistering and re-prioritising from a
+// tick function is safe: the running pass keeps walking the handlers it
+// started with (a handler removed in the pass is not called after its
+// removal, its record is freed when the pass ends), and the changed list
+// applies from the next pass.
+//
+// Results: 0 success, 4097 already initialised, 32768 and above errors (see
+// TickResultCodes.h).
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "ETickPriority.h"
+#include "ITickReceiver.h"
+#include "STickHandler.h"
+#include "TickSchedulerExport.h"
+
+extern "C" {
+
+/// Registers the module (id 22000) with the module manager, then its phase
+/// callback for phases 11, 13, 16, 14, then the "ITickScheduler" object with
+/// the interface broker; then resets the group masks and stores *priority
+/// (read only here, after every registration succeeded) for the oscillator.
+/// No lock. Results: 0; 4097 already initialised (nothing done); 32775 module,
+/// 32776 callback, 32768 interface registration refused (earlier
+/// registrations are not undone; the module stays uninitialised).
+ZYN_TS_EXPORT uint32_t CTickScheduler_Initialize(const ETickPriority* priority);
+
+/// Stops and joins the oscillator, marks the module uninitialised (under the
+/// tick lock), withdraws "ITickScheduler" and empties the handler list
+/// without freeing the records. Must not be called from a tick function.
+ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
+
+/// Creates a handler: enabled, priority 5, counter 0, no group, named with the
+/// first 31 characters of `pszName`, appended at the end of the handler list
+/// under the tick lock; `*tickHandler` receives the handle. Allowed in every
+/// state of the module; the handler is due on the next pass.
+/// Results: 0; 32770 when `tickHandler`, `pITickReceiver` or `pszName` is null.
+ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler,
+                                                          const ITickReceiver* pITickReceiver,
+                                                          uint32_t tickInterval, const char* pszName);
+
+/// Removes `*handle` from the handler list under the tick lock, frees it and
+/// clears `*handle`. A handle that is not in the list is reported, not freed,
+/// and `*handle` is cleared all the same.
+/// Results: 0 (also for a null `*handle` or a handle not in the list);
+/// 32770 when `handle` is null.
+ZYN_TS_EXPORT uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle);
+
+/// Freezes the oscillator under the tick lock: once it returns, no handler
+/// runs until CTickScheduler_Unfreeze. Always 0.
+ZYN_TS_EXPORT uint32_t CTickScheduler_Freeze(void);
+
+/// Unfreezes the oscillator under the tick lock; ticks resume on the same
+/// grid. Always 0.
+ZYN_TS_EXPORT uint32_t CTickScheduler_Unfreeze(void);
+
+/// Writes `offset` into the handler's phase counter (no lock): with interval
+/// n and offset o, the handler is next called after n - o ticks.
+/// Results: 0; 32770 null handler; 32771 offset not below the interval.
+ZYN_TS_EXPORT uint32_t CTickScheduler_SetStartOffset(STickHandler* handler, uint32_t offset);
+
+/// Moves the handler in front of the first handler of higher priority (or to
+/// the end) under the tick lock. An unchanged priority returns 0 at once.
+/// Results: 0; 32768 handler not registered; 32770 null handler.
+ZYN_TS_EXPORT uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_t priority);
+
+/// Enables the handler under the tick lock; it keeps its phase.
+/// Results: 0; 32770 null handler.
+ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler);
+
+/// Disables the handler under the tick lock; its counter keeps running.
+/// Results: 0; 32770 null handler.
+ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler);
+
+/// Adds the handler to group 0 or 1 under the tick lock.
+/// Results: 0; 32770 null handler; 32782 group id above 1.
+ZYN_TS_EXPORT uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t groupId);
+
+/// Removes the handler from group 0 or 1 under the tick lock.
+/// Results: 0; 32770 null handler; 32782 group id above 1.
+ZYN_TS_EXPORT uint32_t CTickScheduler_RemoveGroup(STickHandler* handler, uint32_t groupId);
+
+/// Enables group 0 or 1 under the tick lock.
+/// Results: 0; 32782 group id above 1.
+ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickGroup(uint32_t groupId);
+
+/// Disables group 0 or 1 under the tick lock: its members are skipped (their
+/// counters keep running). A bad id is refused before the lock is taken.
+/// Results: 0; 32782 group id above 1.
+ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId);
+}
+
+/// The tick lock: locks the scheduler's mutex and, when a tick pass is running
+/// on another thread, waits until it has ended. On the tick thread itself
+/// (from inside a tick function) it returns at once. The caller holds the
+/// mutex until the returned lock is released or destroyed.
+ZYN_TS_EXPORT std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock();

@@ -1,0 +1,27 @@
+// CTickSchedulerFast: the 1 ms scheduler that calls every enabled handler on
+// every tick. Its handler operations are reached through the
+// "ITickSchedulerFast" object (ITickSchedulerFast.h); only start-up and
+// shut-down are exported by name.
+//
+// The module configures its 1 ms oscillator at phase 11 but never starts the
+// oscillator thread itself.
+#pragma once
+
+#include <cstdint>
+
+#include "TickSchedulerExport.h"
+
+extern "C" {
+
+/// Registers the module (id 22001) with the module manager, its phase
+/// callback for phases 11, 13, 16 and the "ITickSchedulerFast" object with
+/// the broker; then initialises the mutex and the handler list. No lock.
+/// Results: 0; 4097 already initialised; 32775 module, 32776 callback,
+/// 32768 interface registration refused; 32778 the mutex could not be
+/// initialised. Earlier registrations are not undone.
+ZYN_TS_EXPORT uint32_t CTickSchedulerFast_Initialize(void);
+
+/// Stops the oscillator, withdraws "ITickSchedulerFast" and marks the module
+/// uninitialised. Handlers and their records are left as they are.
+ZYN_TS_EXPORT void CTickSchedulerFast_Uninitialize(void);
+}

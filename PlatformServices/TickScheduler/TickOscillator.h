@@ -1,0 +1,108 @@
+// TickOscillator: a real-time thread that delivers ticks on a drift-free grid
+// of the monotonic clock.
+//
+// Tick k is due at start + k x period, where start is the instant the thread
+// began. A late wake-up or a long tick callback never shortens later periods:
+// grid points that have passed are skipped, not delivered in a burst.
+//
+// Threads: the owner calls the operations; the oscillator thread runs `run`
+// and reads `running`, `frozen`, `receiver`, `delay` and `compensation` on
+// every iteration without a lock (they are relaxed atomics, so a write is seen
+// at the latest by the next iteration). `stop` must not be called from the
+// oscillator thread (it joins it).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <thread>
+
+#include "ETickDelay.h"
+#include "ETickPriority.h"
+#include "ITickReceiver.h"
+#include "TickSchedulerExport.h"
+
+class ZYN_TS_EXPORT TickOscillator {
+public:
+    /// A routine that corrects the nanosecond part of an elapsed time so that
+    /// its remainder modulo the period is the true phase on the grid.
+    using Compensation = void (*)(timespec* elapsed);
+
+    TickOscillator();
+    /// Clears `running` and joins a running thread.
+    virtual ~TickOscillator();
+    TickOscillator(const TickOscillator&) = delete;
+    TickOscillator& operator=(const TickOscillator&) = delete;
+
+    /// Sets the period (1 or 6 ms, with its compensation routine) and the
+    /// priority (mapped 0->99, 1->98, 2..4->79, other->0), clears `frozen`
+    /// and marks the oscillator initialised. May be called again at any time;
+    /// a new delay applies from the thread's next period computation.
+    /// Results: 0; 32770 for a delay other than 1 or 6 (nothing changed).
+    uint32_t initialize(ETickDelay eDelay, ETickPriority ePriority);
+
+    /// Creates the thread, applies SCHED_RR with the mapped priority (a
+    /// refusal is ignored) and names it "zyn-ts-osc" + delay.
+    /// Results: 0; 32772 not initialised; 32774 already running; 32777 the
+    /// thread could not be created.
+    uint32_t start();
+
+    /// Clears `running` and joins the thread (after at most one sleep and one
+    /// tick). Always 0.
+    uint32_t stop();
+
+    /// Ticks stop being delivered; the grid keeps running. Always 0.
+    uint32_t freeze();
+
+    /// Ticks are delivered again, on the same grid. Always 0.
+    uint32_t unfreeze();
+
+    /// Sets the receiver (null stops delivery). Results: 0; 32772 when not
+    /// initialised.
+    uint32_t registerOnTick(ITickReceiver* receiver);
+
+    /// The thread body: sleeps to each grid point and delivers the tick
+    /// unless frozen or without receiver, until `running` is false.
+    void run();
+
+    /// result = end - start with nanosecond borrow; end must not lie before
+    /// start. Returns 0.
+    uint32_t timeDiff(timespec* start, timespec* end, timespec* result);
+
+    /// Corrects the nanoseconds of an elapsed time for a 6 ms grid: one second
+    /// is 166 periods plus 4 ms, so dropping s whole seconds would shift the
+    /// phase by s x 4 ms; this adds back 4 ms (s mod 3 == 1) or 2 ms (s mod 3
+    /// == 2). The sum may exceed 999999999 on purpose.
+    static void tickCompensation6MS(timespec* elapsed);
+
+    /// A second is a whole number of 1 ms periods: nothing to correct.
+    static void tickCompensation1MS(timespec* elapsed);
+
+    /// Nanoseconds to sleep from an elapsed time (already compensated) to the
+    /// next grid point of `periodNs`: a full period when on a grid point.
+    static uint32_t sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs);
+
+    /// Read-only views of the state, for the owners and for diagnostics.
+    bool isInitialized() const { return initialized; }
+    bool isRunning() const { return running.load(std::memory_order_relaxed); }
+    bool isFrozen() const { return frozen.load(std::memory_order_relaxed); }
+    int32_t getPriority() const { return priority; }
+    ETickDelay getDelay() const { return delay.load(std::memory_order_relaxed); }
+    ITickReceiver* getReceiver() const { return receiver.load(std::memory_order_relaxed); }
+    Compensation getCompensation() const { return compensation.load(std::memory_order_relaxed); }
+    /// The thread's native handle, or 0 when there is no thread.
+    std::thread::native_handle_type nativeHandle() { return thread.joinable() ? thread.native_handle() : 0; }
+
+private:
+    ZYN_TS_INTERNAL void sleepUntilNextGridPoint(timespec& startInstant);
+    ZYN_TS_INTERNAL void deliverTick();
+
+    std::thread thread;
+    int32_t priority;
+    std::atomic<ETickDelay> delay;
+    std::atomic<bool> frozen;
+    std::atomic<bool> running;
+    bool initialized;
+    std::atomic<ITickReceiver*> receiver;
+    std::atomic<Compensation> compensation;
+};

@@ -1,0 +1,209 @@
+#include <cerrno>
+#include <ctime>
+#include <exception>
+#include <string>
+
+#include "ThreadUtilities.h"
+#include "TickOscillator.h"
+#include "TickResultCodes.h"
+#include "TraceSite.h"
+
+namespace {
+
+constexpr int kRoundRobinPolicy = 2;  // SCHED_RR
+constexpr uint32_t kNanosecondsPerMillisecond = 1000000u;
+constexpr long kNanosecondsPerSecond = 1000000000L;
+
+int32_t schedulingPriorityFor(ETickPriority priority) {
+    switch (priority) {
+        case 0:
+            return 99;
+        case 1:
+            return 98;
+        case 2:
+        case 3:
+        case 4:
+            return 79;
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
+TickOscillator::TickOscillator()
+    : priority(0),
+      delay(TICK_DELAY_6MS),
+      frozen(false),
+      running(false),
+      initialized(false),
+      receiver(nullptr),
+      compensation(nullptr) {}
+
+TickOscillator::~TickOscillator() {
+    running.store(false, std::memory_order_relaxed);
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) {
+    ZYN_TS_ENTER_TEXT("initialize", "eDelay=" << static_cast<uint32_t>(eDelay)
+                                              << ", ePriority=" << static_cast<int32_t>(ePriority));
+    Compensation routine = nullptr;
+    if (eDelay == TICK_DELAY_1MS) {
+        routine = &TickOscillator::tickCompensation1MS;
+    } else if (eDelay == TICK_DELAY_6MS) {
+        routine = &TickOscillator::tickCompensation6MS;
+    } else {
+        return TickResult::NullArgument;
+    }
+    // The delay and its compensation routine are stored together so that the
+    // running thread never pairs a 6 ms period with the 1 ms correction for
+    // longer than one iteration.
+    compensation.store(routine, std::memory_order_relaxed);
+    priority = schedulingPriorityFor(ePriority);
+    delay.store(eDelay, std::memory_order_relaxed);
+    frozen.store(false, std::memory_order_relaxed);
+    initialized = true;
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::start() {
+    ZYN_TS_ENTER("start");
+    if (!initialized) {
+        // The wording is the platform's established text for this refusal.
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "start", "TickOscillator is already initialized");
+        return TickResult::NotInitialized;
+    }
+    if (running.load(std::memory_order_relaxed)) {
+        ZYN_TS_TRACE(KIV_TRACE_WARNING, "start", "Thread is already running");
+        return TickResult::AlreadyRunning;
+    }
+    running.store(true, std::memory_order_relaxed);
+    try {
+        thread = std::thread(&TickOscillator::run, this);
+    } catch (const std::exception&) {
+        running.store(false, std::memory_order_relaxed);
+        return TickResult::ThreadCreationFailed;
+    }
+    // A refused real-time priority does not fail the start: the ticks still
+    // come, only with more latency.
+    (void)os_extension::thread_utilities::setScheduling(thread, kRoundRobinPolicy, priority);
+    const std::string name = "zyn-ts-osc" + std::to_string(static_cast<uint32_t>(delay.load(std::memory_order_relaxed)));
+    (void)os_extension::thread_utilities::setName(thread, name);
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::stop() {
+    ZYN_TS_ENTER("stop");
+    running.store(false, std::memory_order_relaxed);
+    if (thread.joinable()) {
+        thread.join();
+    }
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::freeze() {
+    ZYN_TS_ENTER("freeze");
+    frozen.store(true, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::unfreeze() {
+    ZYN_TS_ENTER("unfreeze");
+    frozen.store(false, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::registerOnTick(ITickReceiver* newReceiver) {
+    if (!initialized) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "registerOnTick", "Not initialized");
+        return TickResult::NotInitialized;
+    }
+    receiver.store(newReceiver, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* result) {
+    if (start->tv_nsec > end->tv_nsec) {
+        result->tv_nsec = kNanosecondsPerSecond - (start->tv_nsec - end->tv_nsec);
+        result->tv_sec = end->tv_sec - start->tv_sec - 1;
+    } else {
+        result->tv_nsec = end->tv_nsec - start->tv_nsec;
+        result->tv_sec = end->tv_sec - start->tv_sec;
+    }
+    return TickResult::Success;
+}
+
+void TickOscillator::tickCompensation6MS(timespec* elapsed) {
+    // 1 s = 166 x 6 ms + 4 ms: each dropped second moves the phase by 4 ms,
+    // so s seconds move it by (s mod 3) x 4 ms mod 6 ms = 0, 4 or 2 ms.
+    switch (elapsed->tv_sec % 3) {
+        case 1:
+            elapsed->tv_nsec += 4000000;
+            break;
+        case 2:
+            elapsed->tv_nsec += 2000000;
+            break;
+        default:
+            break;
+    }
+}
+
+void TickOscillator::tickCompensation1MS(timespec* /*elapsed*/) {}
+
+uint32_t TickOscillator::sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs) {
+    // The nanoseconds stay below 1004000000 after compensation, so the
+    // remainder fits the 32-bit signed arithmetic a small target does cheaply.
+    const int32_t phase = static_cast<int32_t>(compensatedElapsed.tv_nsec) % static_cast<int32_t>(periodNs);
+    return periodNs - static_cast<uint32_t>(phase);
+}
+
+void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
+    timespec current{};
+    timespec elapsed{};
+    clock_gettime(CLOCK_MONOTONIC, &current);
+    timeDiff(&startInstant, &current, &elapsed);
+    const Compensation correct = compensation.load(std::memory_order_relaxed);
+    if (correct != nullptr) {
+        correct(&elapsed);
+    }
+    elapsed.tv_sec = 0;
+    const uint64_t period = static_cast<uint64_t>(delay.load(std::memory_order_relaxed)) * kNanosecondsPerMillisecond;
+    timespec interval{};
+    interval.tv_sec = 0;
+    interval.tv_nsec = sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
+    // A signal only interrupts the sleep; the rest of it is slept, so no
+    // signal ever produces an early tick. Other errors count as a completed
+    // sleep: the next iteration measures the clock again anyway.
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {
+    }
+}
+
+void TickOscillator::deliverTick() {
+    if (frozen.load(std::memory_order_relaxed)) {
+        return;
+    }
+    ITickReceiver* const target = receiver.load(std::memory_order_relaxed);
+    if (target == nullptr) {
+        return;
+    }
+    ZYN_TS_TRACE(KIV_TRACE_DETAIL, "run", "Running OnTick");
+    target->onTick(target->context);
+}
+
+void TickOscillator::run() {
+    ZYN_TS_ENTER("run");
+    timespec startInstant{};
+    timespec resolution{};
+    clock_gettime(CLOCK_MONOTONIC, &startInstant);
+    clock_getres(CLOCK_MONOTONIC, &resolution);
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "run",
+                 "  Starting oscillator with delay " << static_cast<uint32_t>(delay.load(std::memory_order_relaxed))
+                                                     << " ms, resolution " << resolution.tv_nsec << " ns");
+    while (running.load(std::memory_order_relaxed)) {
+        sleepUntilNextGridPoint(startInstant);
+        deliverTick();
+    }
+}

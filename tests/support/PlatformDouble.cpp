@@ -1,0 +1,406 @@
+#include "PlatformDouble.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+
+#include "ThreadUtilities.h"
+
+namespace platform_double {
+namespace {
+
+constexpr uint32_t kDefaultMissingRemoveResult = 32771;
+
+struct ListNode {
+    void* element;
+    ListNode* next;
+};
+
+struct State {
+    std::mutex mutex;
+
+    uint32_t traceLevel = 7;
+    uint64_t isEnabledCalls = 0;
+    std::vector<TraceRecord> traces;
+    std::vector<TraceConstruction> constructions;
+
+    uint32_t registerModuleResult = 0;
+    uint32_t registerCallbackResult = 0;
+    std::vector<ModuleRegistration> modules;
+    std::vector<CallbackRegistration> callbacks;
+
+    uint32_t registerInterfaceResult = 0;
+    std::vector<BrokerCall> brokerCalls;
+    std::map<std::string, IInterface*> interfaces;
+
+    uint32_t missingRemoveResult = kDefaultMissingRemoveResult;
+    uint32_t getNextNullCountdown = 0;
+    std::vector<ListFunction> listCalls;
+
+    int setSchedulingResult = 0;
+    int setNameResult = 0;
+    std::vector<SchedulingCall> schedulingCalls;
+    std::vector<NamingCall> namingCalls;
+};
+
+// A function-local static: KivTrace objects of the library under test are
+// constructed during static initialisation, possibly before this file's own
+// statics would be.
+State& state() {
+    static State* const instance = new State;
+    return *instance;
+}
+
+template <typename T>
+std::vector<T> copyUnderLock(const std::vector<T>& source) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    return source;
+}
+
+void recordTrace(uint32_t level, const KivTraceHeader& header, const std::string& text, bool entry) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.traces.push_back(TraceRecord{level, header.file ? header.file : "", header.line,
+                                   header.function ? header.function : "", text, entry});
+}
+
+void recordListCall(ListFunction function) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.listCalls.push_back(function);
+}
+
+}  // namespace
+
+void reset() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.traceLevel = 7;
+    s.isEnabledCalls = 0;
+    s.traces.clear();
+    s.registerModuleResult = 0;
+    s.registerCallbackResult = 0;
+    s.modules.clear();
+    s.callbacks.clear();
+    s.registerInterfaceResult = 0;
+    s.brokerCalls.clear();
+    s.interfaces.clear();
+    s.missingRemoveResult = kDefaultMissingRemoveResult;
+    s.getNextNullCountdown = 0;
+    s.listCalls.clear();
+    s.setSchedulingResult = 0;
+    s.setNameResult = 0;
+    s.schedulingCalls.clear();
+    s.namingCalls.clear();
+}
+
+void setTraceLevel(uint32_t maxLevel) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().traceLevel = maxLevel;
+}
+
+std::vector<TraceRecord> traces() { return copyUnderLock(state().traces); }
+
+std::vector<TraceRecord> tracesOf(const std::string& function) {
+    std::vector<TraceRecord> all = traces();
+    all.erase(std::remove_if(all.begin(), all.end(), [&](const TraceRecord& r) { return r.function != function; }),
+              all.end());
+    return all;
+}
+
+std::vector<std::string> messagesAt(uint32_t level) {
+    std::vector<std::string> texts;
+    for (const TraceRecord& record : traces()) {
+        if (!record.entry && record.level == level) {
+            texts.push_back(record.text);
+        }
+    }
+    return texts;
+}
+
+void clearTraces() {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().traces.clear();
+}
+
+std::vector<TraceConstruction> traceConstructions() { return copyUnderLock(state().constructions); }
+
+uint64_t isEnabledCalls() {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    return state().isEnabledCalls;
+}
+
+void scriptRegisterModuleResult(uint32_t result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().registerModuleResult = result;
+}
+
+void scriptRegisterCallbackResult(uint32_t result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().registerCallbackResult = result;
+}
+
+std::vector<ModuleRegistration> moduleRegistrations() { return copyUnderLock(state().modules); }
+
+std::vector<CallbackRegistration> callbackRegistrations() { return copyUnderLock(state().callbacks); }
+
+uint32_t activatePhase(uint32_t moduleId, uint32_t phase) {
+    SPhaseCallbackContext* record = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(state().mutex);
+        for (const CallbackRegistration& registration : state().callbacks) {
+            if (registration.moduleId == moduleId) {
+                record = registration.callbackContext;
+            }
+        }
+    }
+    if (record == nullptr || record->callback == nullptr) {
+        return 0xFFFFFFFFu;
+    }
+    return record->callback(record->context, phase);
+}
+
+void scriptRegisterInterfaceResult(uint32_t result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().registerInterfaceResult = result;
+}
+
+std::vector<BrokerCall> brokerCalls() { return copyUnderLock(state().brokerCalls); }
+
+void scriptListRemoveMissingResult(uint32_t result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().missingRemoveResult = result;
+}
+
+void scriptListGetNextNullAt(uint32_t n) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().getNextNullCountdown = n;
+}
+
+std::vector<ListFunction> listCalls() { return copyUnderLock(state().listCalls); }
+
+std::vector<void*> listElements(CList* list) {
+    std::vector<void*> elements;
+    for (auto* node = static_cast<ListNode*>(list->head); node != nullptr; node = node->next) {
+        elements.push_back(node->element);
+    }
+    return elements;
+}
+
+void scriptSetSchedulingResult(int result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().setSchedulingResult = result;
+}
+
+void scriptSetNameResult(int result) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().setNameResult = result;
+}
+
+std::vector<SchedulingCall> schedulingCalls() { return copyUnderLock(state().schedulingCalls); }
+
+std::vector<NamingCall> namingCalls() { return copyUnderLock(state().namingCalls); }
+
+}  // namespace platform_double
+
+using platform_double::state;
+
+// ---- The platform's entry points, as the library sees them ----------------
+
+KivTrace::KivTrace(const char* moduleName, KivTraceLevel defaultLevel, KivTraceHdrOption headerOption)
+    : impl(nullptr) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.constructions.push_back(platform_double::TraceConstruction{moduleName ? moduleName : "",
+                                                                 static_cast<uint32_t>(defaultLevel),
+                                                                 static_cast<uint32_t>(headerOption)});
+}
+
+KivTrace::~KivTrace() = default;
+
+bool KivTrace::isEnabled(KivTraceLevel level) const {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    ++s.isEnabledCalls;
+    return static_cast<uint32_t>(level) <= s.traceLevel;
+}
+
+void KivTrace::logMsg(KivTraceLevel level, const KivTraceHeader& header, const std::string& text) {
+    platform_double::recordTrace(level, header, text, false);
+}
+
+void KivTrace::logEnterMsg(KivTraceLevel level, const KivTraceHeader& header) {
+    platform_double::recordTrace(level, header, std::string(), true);
+}
+
+void KivTrace::logEnterMsg(KivTraceLevel level, const KivTraceHeader& header, const std::string& text) {
+    platform_double::recordTrace(level, header, text, true);
+}
+
+extern "C" uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char* moduleName) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.modules.push_back(platform_double::ModuleRegistration{moduleId, moduleName ? moduleName : ""});
+    return s.registerModuleResult;
+}
+
+extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const char* callbackName, uint32_t param1,
+                                                    SPhaseCallbackContext* callbackContext, uint32_t param2,
+                                                    uint32_t param3, const uint32_t* phases, uint32_t phaseCount) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    platform_double::CallbackRegistration registration{moduleId, callbackName ? callbackName : "", param1,
+                                                       callbackContext, param2, param3, phases, {}};
+    if (phases != nullptr) {
+        registration.phases.assign(phases, phases + phaseCount);
+    }
+    s.callbacks.push_back(registration);
+    return s.registerCallbackResult;
+}
+
+InterfaceBroker* InterfaceBroker::getInstance() {
+    static InterfaceBroker broker;
+    return &broker;
+}
+
+uint32_t InterfaceBroker::registerInterface(const std::string& name, IInterface* iface) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.brokerCalls.push_back(platform_double::BrokerCall{true, name, iface, nullptr});
+    if (s.registerInterfaceResult < 32768u) {
+        s.interfaces[name] = iface;
+    }
+    return s.registerInterfaceResult;
+}
+
+uint32_t InterfaceBroker::unregisterInterface(const std::string& name, IInterface** removed) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.brokerCalls.push_back(platform_double::BrokerCall{false, name, nullptr, removed});
+    auto found = s.interfaces.find(name);
+    IInterface* const previous = found == s.interfaces.end() ? nullptr : found->second;
+    if (found != s.interfaces.end()) {
+        s.interfaces.erase(found);
+    }
+    if (removed != nullptr) {
+        *removed = previous;
+    }
+    return previous != nullptr ? 0u : 32768u;
+}
+
+IInterface* InterfaceBroker::getInterface(const std::string& name) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    auto found = s.interfaces.find(name);
+    return found == s.interfaces.end() ? nullptr : found->second;
+}
+
+// The list keeps nodes {element, next}; head and tail point to nodes and the
+// cursor points to the node to deliver next, so removing the element just
+// delivered never disturbs an iteration.
+using platform_double::ListFunction;
+using platform_double::ListNode;
+
+extern "C" uint32_t CList_Construct(CList* list) {
+    platform_double::recordListCall(ListFunction::Construct);
+    list->head = nullptr;
+    list->tail = nullptr;
+    list->count = 0;
+    return 0;
+}
+
+extern "C" uint32_t CList_PushTail(CList* list, void* element) {
+    platform_double::recordListCall(ListFunction::PushTail);
+    auto* node = new ListNode{element, nullptr};
+    if (list->tail != nullptr) {
+        static_cast<ListNode*>(list->tail)->next = node;
+    } else {
+        list->head = node;
+    }
+    list->tail = node;
+    ++list->count;
+    return 0;
+}
+
+extern "C" uint32_t CList_Remove(CList* list, void* element) {
+    platform_double::recordListCall(ListFunction::Remove);
+    ListNode* previous = nullptr;
+    for (auto* node = static_cast<ListNode*>(list->head); node != nullptr; previous = node, node = node->next) {
+        if (node->element != element || element == nullptr) {
+            continue;
+        }
+        if (previous != nullptr) {
+            previous->next = node->next;
+        } else {
+            list->head = node->next;
+        }
+        if (list->tail == node) {
+            list->tail = previous;
+        }
+        --list->count;
+        delete node;
+        return 0;
+    }
+    std::lock_guard<std::mutex> lock(state().mutex);
+    return state().missingRemoveResult;
+}
+
+extern "C" uint32_t CList_IsEmpty(CList* list) {
+    platform_double::recordListCall(ListFunction::IsEmpty);
+    return list->head == nullptr ? 1u : 0u;
+}
+
+extern "C" uint32_t CList_StartIterationFromHead(CList* list, CListCursor* cursor) {
+    platform_double::recordListCall(ListFunction::StartIterationFromHead);
+    *cursor = list->head;
+    return list->head == nullptr ? CLIST_END_OF_LIST : 0u;
+}
+
+extern "C" uint32_t CList_GetNext(CList* /*list*/, void** element, CListCursor* cursor) {
+    platform_double::recordListCall(ListFunction::GetNext);
+    bool deliverNull = false;
+    {
+        auto& s = state();
+        std::lock_guard<std::mutex> lock(s.mutex);
+        if (s.getNextNullCountdown > 0) {
+            deliverNull = --s.getNextNullCountdown == 0;
+        }
+    }
+    auto* node = static_cast<ListNode*>(*cursor);
+    if (node == nullptr || deliverNull) {
+        *element = nullptr;
+        return CLIST_END_OF_LIST;
+    }
+    *element = node->element;
+    *cursor = node->next;
+    return node->next == nullptr ? CLIST_END_OF_LIST : 0u;
+}
+
+namespace os_extension {
+namespace thread_utilities {
+
+int setScheduling(std::thread& thread, int policy, int priority) {
+    auto& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.schedulingCalls.push_back(platform_double::SchedulingCall{thread.native_handle(), policy, priority});
+    return s.setSchedulingResult;
+}
+
+int setName(std::thread& thread, const std::string& name) {
+    int result = 0;
+    {
+        auto& s = state();
+        std::lock_guard<std::mutex> lock(s.mutex);
+        s.namingCalls.push_back(platform_double::NamingCall{thread.native_handle(), name});
+        result = s.setNameResult;
+    }
+    if (result == 0) {
+        pthread_setname_np(thread.native_handle(), name.c_str());
+    }
+    return result;
+}
+
+}  // namespace thread_utilities
+}  // namespace os_extension
