@@ -4,8 +4,7 @@
 #include <string>
 #include <thread>
 
-namespace os_extension {
-namespace thread_utilities {
+namespace os_extension::thread_utilities {
 
 /// Applies `policy` and `priority` to the thread. Returns 0 on success,
 /// non-zero when the system refuses.
@@ -15,5 +14,4 @@ int setScheduling(std::thread& thread, int policy, int priority);
 /// on success, non-zero on failure.
 int setName(std::thread& thread, const std::string& name);
 
-}  // namespace thread_utilities
-}  // namespace os_extension
+}  // namespace os_extension::thread_utilities

@@ -98,11 +98,11 @@ private:
     ZYN_TS_INTERNAL void deliverTick();
 
     std::thread thread;
-    int32_t priority;
-    std::atomic<ETickDelay> delay;
-    std::atomic<bool> frozen;
-    std::atomic<bool> running;
-    bool initialized;
-    std::atomic<ITickReceiver*> receiver;
-    std::atomic<Compensation> compensation;
+    int32_t priority = 0;
+    std::atomic<ETickDelay> delay{TICK_DELAY_6MS};
+    std::atomic<bool> frozen{false};
+    std::atomic<bool> running{false};
+    bool initialized = false;
+    std::atomic<ITickReceiver*> receiver{nullptr};
+    std::atomic<Compensation> compensation{nullptr};
 };

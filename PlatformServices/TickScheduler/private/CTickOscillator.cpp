@@ -31,14 +31,7 @@ int32_t schedulingPriorityFor(ETickPriority priority) {
 
 }  // namespace
 
-TickOscillator::TickOscillator()
-    : priority(0),
-      delay(TICK_DELAY_6MS),
-      frozen(false),
-      running(false),
-      initialized(false),
-      receiver(nullptr),
-      compensation(nullptr) {}
+TickOscillator::TickOscillator() = default;
 
 TickOscillator::~TickOscillator() {
     running.store(false, std::memory_order_relaxed);

@@ -1,0 +1,5 @@
+#!/usr/bin/env bash
+# Release build with debug information, g++, the whole test suite.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
+ci_preset_build_and_test default

@@ -1,0 +1,5 @@
+#!/usr/bin/env bash
+# AddressSanitizer + UndefinedBehaviorSanitizer build; any report fails the run.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
+ci_preset_build_and_test asan
