@@ -1,0 +1,376 @@
+#include <pthread.h>
+
+#include <cstdio>
+
+#include "CList.h"
+#include "CModuleManager.h"
+#include "CTickSchedulerFast.h"
+#include "CTickSchedulerFastModule.h"
+#include "ITickSchedulerFast.h"
+#include "InterfaceBroker.h"
+#include "TickResultCodes.h"
+#include "TraceSite.h"
+
+namespace {
+
+constexpr uint32_t kModuleId = 22001;
+constexpr const char* kModuleName = "CTickSchedulerFast";
+// The doubled leading "C" is the name the platform's module manager knows
+// this callback by.
+constexpr const char* kPhaseCallbackName = "CCTickSchedulerFast_OnPhaseActivation";
+constexpr const char* kInterfaceName = "ITickSchedulerFast";
+
+// The module manager gives these three arguments of the callback
+// registration their meaning; this module passes them unchanged.
+constexpr uint32_t kCallbackParam1 = 100;
+constexpr uint32_t kCallbackParam2 = 3;
+constexpr uint32_t kCallbackParam3 = 0;
+
+constexpr uint32_t kPhaseConfigure = 11;
+constexpr uint32_t kPhaseAcknowledge = 13;
+constexpr uint32_t kPhaseShutDown = 16;
+
+constexpr uint32_t kHighestGroupId = 1;
+
+constexpr char kUnregisterName[] = "CTickSchedulerFast_UnregisterTickHandler";
+constexpr char kUnregisterFromOnTickName[] = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
+
+}  // namespace
+
+CTickSchedulerFast tickSchedulerFastModule;
+
+// The receiver given to the oscillator at phase 11.
+static ITickReceiver fastTickReceiver;
+// The record the module manager keeps the address of; filled right before it
+// is handed over.
+static SPhaseCallbackContext fastPhaseCallbackContext;
+static const uint32_t fastPhaseList[] = {kPhaseConfigure, kPhaseAcknowledge, kPhaseShutDown};
+
+// The interface's operations are assigned by CTickSchedulerFast_Initialize;
+// until then every slot is null.
+ITickSchedulerFast::ITickSchedulerFast()
+    : RegisterTickHandler(nullptr),
+      UnregisterTickHandler(nullptr),
+      UnregisterTickHandlerFromOnTick(nullptr),
+      EnableTickHandler(nullptr),
+      DisableTickHandler(nullptr),
+      AddGroup(nullptr),
+      RemoveGroup(nullptr),
+      EnableTickGroup(nullptr),
+      DisableTickGroup(nullptr) {}
+
+ITickSchedulerFast::~ITickSchedulerFast() = default;
+
+namespace {
+
+const char* nameOf(const STickHandler* record) { return record != nullptr ? record->name : ""; }
+
+/// Removes `*handle` from the handler list; on success frees the record and
+/// clears `*handle`. Shared by both unregister operations; `Function` is the
+/// operation's name, so each one's traces carry its own name. The caller
+/// provides the locking.
+template <const char* Function>
+uint32_t removeAndFree(STickHandler** handle) {
+    STickHandler* const record = *handle;
+    const uint32_t listResult = CList_Remove(&tickSchedulerFastModule.handlerList, record);
+    if (TickResult::isError(listResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, Function,
+                     "Failed to remove Tick Handler from list, error: " << zyn_ts::Hex8{listResult});
+        return TickResult::ListRemoveFailed;
+    }
+    ZYN_TS_TRACE(KIV_TRACE_INFO, Function, "Tick Handler " << nameOf(record) << " unregistered successfully");
+    delete record;
+    *handle = nullptr;
+    return TickResult::Success;
+}
+
+bool isHandlerDue(const STickHandler& handler) {
+    // Exactly 1: any other non-zero value counts as disabled.
+    return handler.enabled.load(std::memory_order_relaxed) == 1 &&
+           (handler.groupMask.load(std::memory_order_relaxed) &
+            tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
+}
+
+/// Walks the handler list once and calls each due handler; `tickMutex` is
+/// held by the caller. The cursor has already moved past the element it
+/// delivers, so a handler may remove itself (unlocked variant) and the walk
+/// goes on with the next one; a record is never touched after its call.
+void dispatchHandlers() {
+    CList* const list = &tickSchedulerFastModule.handlerList;
+    CListCursor cursor = nullptr;
+    void* element = nullptr;
+    if (CList_StartIterationFromHead(list, &cursor) == CLIST_END_OF_LIST) {
+        return;
+    }
+    for (;;) {
+        // The end status comes together with the last element.
+        const uint32_t status = CList_GetNext(list, &element, &cursor);
+        if (element == nullptr) {
+            ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnTick",
+                         "CTickSchedulerFast_OnTick failed in receiving tick handler");
+            return;
+        }
+        const STickHandler* const handler = static_cast<const STickHandler*>(element);
+        if (isHandlerDue(*handler)) {
+            handler->tickReceiver.onTick(handler->tickReceiver.context);
+        }
+        if (status == CLIST_END_OF_LIST) {
+            return;
+        }
+    }
+}
+
+bool isValidGroupId(uint32_t groupId) { return groupId <= kHighestGroupId; }
+
+uint32_t groupBit(uint32_t groupId) { return 1u << groupId; }
+
+void configureOscillator() {
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    (void)module.tickOscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH);
+    fastTickReceiver.context = &module;
+    fastTickReceiver.onTick = &CTickSchedulerFast_OnTick;
+    (void)module.tickOscillator.registerOnTick(&fastTickReceiver);
+}
+
+void assignInterfaceSlots(ITickSchedulerFast& iface) {
+    iface.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
+    iface.UnregisterTickHandler = &CTickSchedulerFast_UnregisterTickHandler;
+    iface.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
+    iface.EnableTickHandler = &CTickSchedulerFast_EnableTickHandler;
+    iface.DisableTickHandler = &CTickSchedulerFast_DisableTickHandler;
+    iface.AddGroup = &CTickSchedulerFast_AddGroup;
+    iface.RemoveGroup = &CTickSchedulerFast_RemoveGroup;
+    iface.EnableTickGroup = &CTickSchedulerFast_EnableTickGroup;
+    iface.DisableTickGroup = &CTickSchedulerFast_DisableTickGroup;
+}
+
+}  // namespace
+
+// ---- Handlers --------------------------------------------------------------
+
+extern "C" uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle, const ITickReceiver* receiver,
+                                                           const char* name) {
+    if (outHandle == nullptr || receiver == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RegisterTickHandler", "Called with nullptr argument");
+        return TickResult::NullArgument;
+    }
+    if (name == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RegisterTickHandler", "Tick handler name pointer is invalid");
+        return TickResult::NullArgument;
+    }
+    // The record is filled as the interval scheduler would fill one of
+    // interval 0; this module never reads the interval, priority or counter.
+    auto* const record = new STickHandler;
+    record->tickReceiver = *receiver;
+    record->enabled.store(1, std::memory_order_relaxed);
+    record->tickInterval = 0;
+    record->prio.store(5, std::memory_order_relaxed);
+    record->currentInterval.store(0, std::memory_order_relaxed);
+    record->groupMask.store(0, std::memory_order_relaxed);
+    std::snprintf(record->name, sizeof(record->name), "%s", name);
+
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    if (pthread_mutex_lock(&module.tickMutex) != 0) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RegisterTickHandler",
+                     "Failed to lock mutex in CTickSchedulerFast_RegisterTickHandler");
+        delete record;
+        return TickResult::MutexFailure;
+    }
+    (void)CList_PushTail(&module.handlerList, record);
+    if (pthread_mutex_unlock(&module.tickMutex) != 0) {
+        // The record is in the list and will be called, but the client is not
+        // given its handle: it sees the failure and must not assume the
+        // registration took place.
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RegisterTickHandler",
+                     "Failed to unlock mutex in CTickSchedulerFast_RegisterTickHandler");
+        return TickResult::MutexFailure;
+    }
+    *outHandle = record;
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickSchedulerFast_UnregisterTickHandler(STickHandler** handle) {
+    if (handle == nullptr) {
+        return TickResult::NullArgument;
+    }
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    if (pthread_mutex_lock(&module.tickMutex) != 0) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, kUnregisterName, "Failed to lock mutex in CTickSchedulerFast_UnregisterTickHandler");
+        return TickResult::MutexFailure;
+    }
+    const uint32_t result = removeAndFree<kUnregisterName>(handle);
+    if (pthread_mutex_unlock(&module.tickMutex) != 0) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, kUnregisterName,
+                     "Failed to unlock mutex in CTickSchedulerFast_UnregisterTickHandler");
+        return TickResult::MutexFailure;
+    }
+    return result;
+}
+
+extern "C" uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHandler** handle) {
+    if (handle == nullptr) {
+        return TickResult::NullArgument;
+    }
+    // The dispatch on this very thread holds the non-recursive tickMutex:
+    // locking it again would never return.
+    return removeAndFree<kUnregisterFromOnTickName>(handle);
+}
+
+extern "C" uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle) {
+    if (handle == nullptr) {
+        return TickResult::NullArgument;
+    }
+    handle->enabled.store(1, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle) {
+    if (handle == nullptr) {
+        return TickResult::NullArgument;
+    }
+    handle->enabled.store(0, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+// ---- Tick ------------------------------------------------------------------
+
+extern "C" void CTickSchedulerFast_OnTick(void* /*context*/) {
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    // A tick that cannot take the lock is dropped; the next one tries again.
+    if (pthread_mutex_lock(&module.tickMutex) != 0) {
+        return;
+    }
+    if (CList_IsEmpty(&module.handlerList) == 0) {
+        dispatchHandlers();
+    }
+    (void)pthread_mutex_unlock(&module.tickMutex);
+}
+
+// ---- Groups ----------------------------------------------------------------
+// Each change is one atomic read-modify-write, so concurrent changes of the
+// same mask from several threads never lose an update.
+
+extern "C" uint32_t CTickSchedulerFast_AddGroup(STickHandler* handle, uint32_t groupId) {
+    if (handle == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_AddGroup", "tickHandler == NULL");
+        return TickResult::NullArgument;
+    }
+    if (!isValidGroupId(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_AddGroup",
+                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    handle->groupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickSchedulerFast_RemoveGroup(STickHandler* handle, uint32_t groupId) {
+    if (handle == nullptr) {
+        return TickResult::NullArgument;  // silently, unlike AddGroup
+    }
+    if (!isValidGroupId(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RemoveGroup",
+                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    handle->groupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickSchedulerFast_EnableTickGroup(uint32_t groupId) {
+    if (!isValidGroupId(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_EnableTickGroup",
+                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    tickSchedulerFastModule.disabledGroupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId) {
+    if (!isValidGroupId(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_DisableTickGroup",
+                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    tickSchedulerFastModule.disabledGroupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+// ---- Start-up and shut-down -----------------------------------------------
+
+extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
+    ZYN_TS_ENTER("CTickSchedulerFast_Initialize");
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    if (module.initialized == 1) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize", "Has already been initialized");
+        return TickResult::AlreadyInitialized;
+    }
+    // No step below undoes an earlier one: what the platform accepted stays
+    // registered, and a later call starts again from the module registration.
+    uint32_t platformResult = CModuleManager_RegisterModule(kModuleId, kModuleName);
+    if (TickResult::isPlatformFailure(platformResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register module with ModuleManager. Error = " << zyn_ts::Hex8{platformResult});
+        return TickResult::ModuleRegistrationFailed;
+    }
+    fastPhaseCallbackContext.context = nullptr;
+    fastPhaseCallbackContext.callback = &CTickSchedulerFast_OnPhaseActivation;
+    platformResult = CModuleManager_RegisterCallback(kModuleId, kPhaseCallbackName, kCallbackParam1,
+                                                     &fastPhaseCallbackContext, kCallbackParam2, kCallbackParam3,
+                                                     fastPhaseList, sizeof(fastPhaseList) / sizeof(fastPhaseList[0]));
+    if (TickResult::isPlatformFailure(platformResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register module callback. Error = " << zyn_ts::Hex8{platformResult});
+        return TickResult::CallbackRegistrationFailed;
+    }
+    static ITickSchedulerFast tickSchedulerFastInterface;
+    assignInterfaceSlots(tickSchedulerFastInterface);
+    platformResult = InterfaceBroker::getInstance()->registerInterface(
+        kInterfaceName, static_cast<IInterface*>(&tickSchedulerFastInterface));
+    if (TickResult::isPlatformFailure(platformResult)) {
+        // The text names ITickScheduler, as the message of both modules does;
+        // it stays as it is.
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register ITickScheduler. Error = " << zyn_ts::Hex8{platformResult});
+        return TickResult::Failure;
+    }
+    if (pthread_mutex_init(&module.tickMutex, nullptr) != 0) {
+        return TickResult::MutexFailure;
+    }
+    // Records of an earlier life of the module are abandoned with the old
+    // list, never freed by the module itself.
+    (void)CList_Construct(&module.handlerList);
+    module.disabledGroupMask.store(0, std::memory_order_relaxed);
+    module.initialized = 1;
+    return TickResult::Success;
+}
+
+extern "C" void CTickSchedulerFast_Uninitialize(void) {
+    CTickSchedulerFast& module = tickSchedulerFastModule;
+    // Stopping joins a running oscillator thread, so no dispatch runs once
+    // the interface is withdrawn.
+    (void)module.tickOscillator.stop();
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
+    module.initialized = 0;
+}
+
+extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+    if (tickSchedulerFastModule.initialized == 0) {
+        return TickResult::ModuleNotInitialized;
+    }
+    switch (phase) {
+        case kPhaseAcknowledge:
+            return TickResult::Success;
+        case kPhaseShutDown:
+            CTickSchedulerFast_Uninitialize();
+            return TickResult::Success;
+        case kPhaseConfigure:
+            // Configured only: this module never starts the oscillator thread.
+            configureOscillator();
+            return TickResult::Success;
+        default:
+            ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnPhaseActivation", "Phase not handled: " << phase);
+            return TickResult::PhaseNotHandled;
+    }
+}

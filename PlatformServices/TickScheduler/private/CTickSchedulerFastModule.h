@@ -1,0 +1,101 @@
+// CTickSchedulerFast inside the library: the module state and the handler,
+// group, tick and phase operations that clients reach only through the
+// "ITickSchedulerFast" object. Nothing here is exported from the shared
+// library; white-box tests reach it through the static archive.
+//
+// Locking: one plain (non-recursive) pthread mutex, `tickMutex`. It guards
+// `handlerList` and is held for the whole of a tick dispatch, so every
+// handler runs with it held. Registration and the locked unregister take it;
+// enable/disable and the group operations write single atomic words without
+// it; start-up, shut-down and the phase callback take no lock at all (the
+// platform calls them one at a time).
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "CList.h"
+#include "ITickReceiver.h"
+#include "STickHandler.h"
+#include "TickOscillator.h"
+#include "TickSchedulerExport.h"
+
+/// The fast module's state. Exactly one instance exists,
+/// `tickSchedulerFastModule`, a static of the library. Destruction (at process
+/// exit) destroys only the oscillator, which stops and joins a running thread;
+/// the mutex is left alone and the records still in the list are not freed.
+class CTickSchedulerFast {
+public:
+    /// The 1 ms tick source: configured at phase 11, never started by this
+    /// module.
+    TickOscillator tickOscillator;
+    /// 1 after a successful CTickSchedulerFast_Initialize, 0 before it and
+    /// after CTickSchedulerFast_Uninitialize.
+    uint32_t initialized = 0;
+    /// STickHandler pointers in registration order. Zero-filled at load;
+    /// constructed by CTickSchedulerFast_Initialize.
+    CList handlerList{};
+    /// Zero-filled at load (usable as a default mutex on glibc); initialised
+    /// by CTickSchedulerFast_Initialize.
+    pthread_mutex_t tickMutex{};
+    /// Bit g set: tick group g is disabled and its members are skipped.
+    std::atomic<uint32_t> disabledGroupMask{0};
+};
+
+/// The module instance.
+extern ZYN_TS_INTERNAL CTickSchedulerFast tickSchedulerFastModule;
+
+extern "C" {
+
+/// Creates an enabled handler (no group) named with the first 31 characters of
+/// `name`, appends it to the list under `tickMutex` and stores it in
+/// `*outHandle`. Must not be called from a tick function.
+/// Results: 0; 32770 null argument (nothing allocated); 32778 the mutex could
+/// not be locked (nothing registered) or unlocked (the handler is registered
+/// and called, but `*outHandle` is not written).
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle,
+                                                                const ITickReceiver* receiver, const char* name);
+
+/// Removes `*handle` from the list under `tickMutex`, frees it and sets
+/// `*handle` to null. Must not be called from a tick function.
+/// Results: 0; 32770 `handle` null; 32778 mutex failure (a removal already
+/// done stands); 32780 the list refused the removal (record and `*handle`
+/// unchanged), which is also what a second unregister through the same
+/// variable gives.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandler(STickHandler** handle);
+
+/// The same without taking `tickMutex`: only for a tick function, which runs
+/// with the mutex held. The dispatch carries on with the next handler.
+/// Results: 0; 32770; 32780.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHandler** handle);
+
+/// Sets `enabled` to 1 / 0 without a lock; seen by the dispatch at the latest
+/// on the next tick. Results: 0; 32770 `handle` null.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle);
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle);
+
+/// Adds the handler to / removes it from group 0 or 1 (atomic, no lock).
+/// Results: 0; 32770 `handle` null (AddGroup traces it, RemoveGroup does
+/// not); 32782 group id above 1.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_AddGroup(STickHandler* handle, uint32_t groupId);
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RemoveGroup(STickHandler* handle, uint32_t groupId);
+
+/// Enables / disables group 0 or 1 module-wide (atomic, no lock).
+/// Results: 0; 32782 group id above 1.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickGroup(uint32_t groupId);
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId);
+
+/// One tick: under `tickMutex`, calls every handler whose `enabled` is exactly
+/// 1 and none of whose groups is disabled, in list order. A failed lock skips
+/// the tick silently. Exceptions of a handler are not caught (and leave the
+/// mutex locked). `context` is not used.
+ZYN_TS_INTERNAL void CTickSchedulerFast_OnTick(void* context);
+
+/// The module manager's phase callback: 11 configures the oscillator (1 ms,
+/// priority 1, this module's receiver) without starting it, 13 does nothing,
+/// 16 runs CTickSchedulerFast_Uninitialize. `context` is not used.
+/// Results: 0; 32779 any other phase; 32788 the module is not initialised.
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_OnPhaseActivation(void* context, uint32_t phase);
+}
