@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Helpers shared by .ci/run and the steps in .ci/steps/. Source it, do not run it.
 #
 #   ci_log "message"              progress line on stderr, prefixed with the step name
@@ -69,7 +70,7 @@ ci_jobs() {
 ci_preset_build_and_test() {
     local preset="$1"
     shift
-    cd "$CI_ROOT"
+    cd "$CI_ROOT" || return 1
     ci_log "configuring preset $preset"
     cmake --preset "$preset" >/dev/null
     ci_log "building preset $preset"

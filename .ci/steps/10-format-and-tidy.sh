@@ -2,6 +2,7 @@
 # Style gate: clang-format must leave every tracked C++ file unchanged, and
 # clang-tidy must report nothing on the library sources.
 set -euo pipefail
+# shellcheck source=.ci/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 cd "$CI_ROOT"
 

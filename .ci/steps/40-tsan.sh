@@ -7,6 +7,7 @@
 # needs: nothing, vm.mmap_rnd_bits=28, or running without address
 # randomisation (setarch -R), in that order of preference.
 set -euo pipefail
+# shellcheck source=.ci/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 cd "$CI_ROOT"
 
