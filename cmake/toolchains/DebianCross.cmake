@@ -1,0 +1,37 @@
+# Shared part of the cross toolchain files for Debian's multiarch cross
+# compilers. The including file sets CMAKE_SYSTEM_PROCESSOR,
+# ZYN_TS_CROSS_TRIPLET (for example arm-linux-gnueabihf) and
+# ZYN_TS_CROSS_QEMU (the qemu-user program that runs the target's binaries).
+#
+# Debian installs the target's C library and libstdc++ under /usr/<triplet>;
+# the cross compiler finds them there by itself, so no sysroot is set. The
+# find-root settings keep CMake from ever picking up a host library, header
+# or CMake package: those are searched for under /usr/<triplet> only, while
+# programs (code generators, the emulator) come from the host.
+
+set(CMAKE_SYSTEM_NAME Linux)
+
+set(CMAKE_C_COMPILER ${ZYN_TS_CROSS_TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER ${ZYN_TS_CROSS_TRIPLET}-g++)
+
+set(ZYN_TS_CROSS_PREFIX /usr/${ZYN_TS_CROSS_TRIPLET})
+set(CMAKE_FIND_ROOT_PATH ${ZYN_TS_CROSS_PREFIX})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# Target binaries (the tests, and gtest_discover_tests listing them at build
+# time) run on the host under qemu-user. -L points the emulator at the
+# target's dynamic loader and libraries. ZYN_TS_EMULATED tells the tests that
+# real-clock timing bounds cannot hold, so timing tests skip with that reason
+# whoever runs ctest in this build directory.
+find_program(ZYN_TS_CROSS_QEMU_PROGRAM ${ZYN_TS_CROSS_QEMU} NO_CMAKE_FIND_ROOT_PATH)
+if(NOT ZYN_TS_CROSS_QEMU_PROGRAM)
+    # Building still works; running the tests needs Debian's qemu-user.
+    set(ZYN_TS_CROSS_QEMU_PROGRAM ${ZYN_TS_CROSS_QEMU})
+endif()
+find_program(ZYN_TS_ENV_PROGRAM env NO_CMAKE_FIND_ROOT_PATH)
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    ${ZYN_TS_ENV_PROGRAM} ZYN_TS_EMULATED=${ZYN_TS_CROSS_QEMU}
+    ${ZYN_TS_CROSS_QEMU_PROGRAM} -L ${ZYN_TS_CROSS_PREFIX})
