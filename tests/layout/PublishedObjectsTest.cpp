@@ -127,13 +127,18 @@ protected:
 }  // namespace
 
 TEST_F(PublishedTickScheduler, SlotsHoldTheOperationsInTheirFixedOrder) {
-    const std::vector<std::uintptr_t> expected = {
-        bitsOf(&CTickScheduler_RegisterTickHandler), bitsOf(&CTickScheduler_UnregisterTickHandler),
-        bitsOf(&CTickScheduler_Freeze),              bitsOf(&CTickScheduler_Unfreeze),
-        bitsOf(&CTickScheduler_SetStartOffset),      bitsOf(&CTickScheduler_SetTickPriority),
-        bitsOf(&CTickScheduler_EnableTickHandler),   bitsOf(&CTickScheduler_DisableTickHandler),
-        bitsOf(&CTickScheduler_AddGroup),            bitsOf(&CTickScheduler_RemoveGroup),
-        bitsOf(&CTickScheduler_EnableTickGroup),     bitsOf(&CTickScheduler_DisableTickGroup)};
+    const std::vector<std::uintptr_t> expected = {bitsOf(&CTickScheduler_RegisterTickHandler),
+                                                  bitsOf(&CTickScheduler_UnregisterTickHandler),
+                                                  bitsOf(&CTickScheduler_Freeze),
+                                                  bitsOf(&CTickScheduler_Unfreeze),
+                                                  bitsOf(&CTickScheduler_SetStartOffset),
+                                                  bitsOf(&CTickScheduler_SetTickPriority),
+                                                  bitsOf(&CTickScheduler_EnableTickHandler),
+                                                  bitsOf(&CTickScheduler_DisableTickHandler),
+                                                  bitsOf(&CTickScheduler_AddGroup),
+                                                  bitsOf(&CTickScheduler_RemoveGroup),
+                                                  bitsOf(&CTickScheduler_EnableTickGroup),
+                                                  bitsOf(&CTickScheduler_DisableTickGroup)};
 
     EXPECT_EQ(slotBits(*object, expected_layout::kTickSchedulerSlots), expected);
 }
