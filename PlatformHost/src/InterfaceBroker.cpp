@@ -1,0 +1,70 @@
+// The reference interface broker: a thread-safe map from interface name to the
+// object that offers it. The broker never owns the objects.
+
+#include "InterfaceBroker.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "PlatformHost/HostResultCodes.h"
+
+namespace {
+
+namespace result = platform_host::host_result;
+
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, IInterface*> interfaces;
+};
+
+// Interfaces are registered from static constructors of other libraries and
+// withdrawn from their static destructors: the map is created on first use and
+// never destroyed.
+Registry& registry() {
+    static Registry* const instance = new Registry;
+    return *instance;
+}
+
+}  // namespace
+
+InterfaceBroker* InterfaceBroker::getInstance() {
+    // The broker has no data members (its state is the registry above), so
+    // this object is constant-initialised and exists before any constructor runs.
+    static InterfaceBroker instance;
+    return &instance;
+}
+
+uint32_t InterfaceBroker::registerInterface(const std::string& name, IInterface* iface) {
+    if (iface == nullptr) {
+        return result::BrokerBadArgument;
+    }
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const bool inserted = reg.interfaces.emplace(name, iface).second;
+    return inserted ? result::Success : result::InterfaceNameTaken;
+}
+
+uint32_t InterfaceBroker::unregisterInterface(const std::string& name, IInterface** removed) {
+    IInterface* found = nullptr;
+    {
+        Registry& reg = registry();
+        const std::lock_guard<std::mutex> lock(reg.mutex);
+        const auto entry = reg.interfaces.find(name);
+        if (entry != reg.interfaces.end()) {
+            found = entry->second;
+            reg.interfaces.erase(entry);
+        }
+    }
+    if (removed != nullptr) {
+        *removed = found;
+    }
+    return found != nullptr ? result::Success : result::InterfaceNotRegistered;
+}
+
+IInterface* InterfaceBroker::getInterface(const std::string& name) {
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const auto entry = reg.interfaces.find(name);
+    return entry != reg.interfaces.end() ? entry->second : nullptr;
+}

@@ -1,0 +1,178 @@
+// The reference module manager: modules, their phase callbacks and the phases
+// each callback subscribes to; runs phases on request of the host.
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CModuleManager.h"
+#include "PlatformHost/HostResultCodes.h"
+#include "PlatformHost/ModuleManagerHost.h"
+
+namespace {
+
+namespace result = platform_host::host_result;
+
+struct Module {
+    uint32_t id;
+    std::string name;
+};
+
+struct Callback {
+    uint32_t moduleId;
+    std::string name;
+    // The module owns the record and keeps it alive; its fields are read when
+    // the phase runs, so a module may fill them in after registering.
+    SPhaseCallbackContext* record;
+    std::vector<uint32_t> phases;
+    // The three values the platform interface carries for the manager's own
+    // use; kept for diagnosis, they do not change how phases run.
+    uint32_t param1;
+    uint32_t param2;
+    uint32_t param3;
+};
+
+struct Registry {
+    std::mutex mutex;
+    std::vector<Module> modules;
+    std::vector<Callback> callbacks;  // in registration order
+};
+
+// Modules register from their libraries' static constructors, possibly before
+// this library's own statics exist: the registry is created on first use and
+// never destroyed, so it also outlives every static destructor.
+Registry& registry() {
+    static Registry* const instance = new Registry;
+    return *instance;
+}
+
+bool isKnownModule(const Registry& reg, uint32_t moduleId) {
+    for (const Module& module : reg.modules) {
+        if (module.id == moduleId) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool subscribes(const Callback& callback, uint32_t phase) {
+    for (uint32_t subscribed : callback.phases) {
+        if (subscribed == phase) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The callbacks of `phase`, copied so that they can be called without the lock.
+std::vector<Callback> subscribersOf(uint32_t phase) {
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    std::vector<Callback> subscribers;
+    for (const Callback& callback : reg.callbacks) {
+        if (subscribes(callback, phase)) {
+            subscribers.push_back(callback);
+        }
+    }
+    return subscribers;
+}
+
+uint32_t call(const Callback& callback, uint32_t phase) {
+    const PhaseCallback function = callback.record->callback;
+    if (function == nullptr) {
+        return result::CallbackMissing;
+    }
+    return function(callback.record->context, phase);
+}
+
+}  // namespace
+
+extern "C" uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char* moduleName) {
+    if (moduleName == nullptr) {
+        return result::ModuleManagerBadArgument;
+    }
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    if (isKnownModule(reg, moduleId)) {
+        return result::ModuleAlreadyRegistered;
+    }
+    reg.modules.push_back(Module{moduleId, moduleName});
+    return result::Success;
+}
+
+extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const char* callbackName, uint32_t param1,
+                                                    SPhaseCallbackContext* callbackContext, uint32_t param2,
+                                                    uint32_t param3, const uint32_t* phases, uint32_t phaseCount) {
+    if (callbackName == nullptr || callbackContext == nullptr || callbackContext->callback == nullptr ||
+        (phases == nullptr && phaseCount != 0)) {
+        return result::ModuleManagerBadArgument;
+    }
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    if (!isKnownModule(reg, moduleId)) {
+        return result::UnknownModule;
+    }
+    std::vector<uint32_t> subscribed;
+    if (phaseCount != 0) {
+        subscribed.assign(phases, phases + phaseCount);
+    }
+    reg.callbacks.push_back(
+        Callback{moduleId, callbackName, callbackContext, std::move(subscribed), param1, param2, param3});
+    return result::Success;
+}
+
+namespace platform_host {
+
+const std::vector<uint32_t>& startupPhases() {
+    static const std::vector<uint32_t> phases{11, 12, 13, 14, 15};
+    return phases;
+}
+
+const std::vector<uint32_t>& shutdownPhases() {
+    static const std::vector<uint32_t> phases{16};
+    return phases;
+}
+
+std::vector<PhaseCallResult> runPhase(uint32_t phase) {
+    // Called without the lock: a callback may register modules, callbacks or
+    // interfaces. What it registers takes part from the next phase on.
+    std::vector<PhaseCallResult> results;
+    for (const Callback& callback : subscribersOf(phase)) {
+        const uint32_t callResult = call(callback, phase);
+        results.push_back(PhaseCallResult{callback.moduleId, callback.name, phase, callResult});
+    }
+    return results;
+}
+
+std::vector<PhaseCallResult> runPhases(const std::vector<uint32_t>& phases) {
+    std::vector<PhaseCallResult> results;
+    for (uint32_t phase : phases) {
+        std::vector<PhaseCallResult> phaseResults = runPhase(phase);
+        results.insert(results.end(), phaseResults.begin(), phaseResults.end());
+    }
+    return results;
+}
+
+std::vector<PhaseCallResult> runStartup() {
+    return runPhases(startupPhases());
+}
+
+std::vector<PhaseCallResult> runShutdown() {
+    return runPhases(shutdownPhases());
+}
+
+bool isModuleRegistered(uint32_t moduleId) {
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    return isKnownModule(reg, moduleId);
+}
+
+void resetModuleManager() {
+    Registry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    reg.modules.clear();
+    reg.callbacks.clear();
+}
+
+}  // namespace platform_host

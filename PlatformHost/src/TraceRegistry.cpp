@@ -1,0 +1,158 @@
+#include "TraceRegistry.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "PlatformHost/TraceHost.h"
+#include "TraceLevelSpec.h"
+
+namespace platform_host {
+namespace detail {
+
+namespace {
+
+using TraceSink = std::function<void(const std::string&)>;
+
+struct TraceRegistry {
+    std::mutex mutex;                               // guards objects and levels
+    TraceState* objects = nullptr;                  // live trace objects
+    std::map<std::string, uint32_t> levelsByName;   // KIV_TRACE, then setTraceLevel
+    std::mutex outputMutex;                         // guards sink and serialises output
+    TraceSink sink;
+};
+
+void writeAllToStderr(const std::string& text) {
+    const char* data = text.data();
+    std::size_t left = text.size();
+    while (left > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, data, left);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;  // nowhere else to report a broken stderr
+        }
+        data += written;
+        left -= static_cast<std::size_t>(written);
+    }
+}
+
+void applyEnvironment(TraceRegistry& reg) {
+    const char* value = std::getenv("KIV_TRACE");
+    if (value == nullptr) {
+        return;
+    }
+    TraceLevelSpec levels;
+    if (!parseTraceLevelSpec(value, levels)) {
+        writeAllToStderr(std::string("KIV_TRACE: ignoring malformed value \"") + value +
+                         "\" (expected MODULE:LEVEL[,MODULE:LEVEL...] with levels 0 to 7)\n");
+        return;
+    }
+    for (const auto& entry : levels) {
+        reg.levelsByName[entry.first] = entry.second;
+    }
+}
+
+TraceRegistry* createRegistry() {
+    auto* reg = new TraceRegistry;
+    applyEnvironment(*reg);
+    return reg;
+}
+
+TraceRegistry& registry() {
+    // Created on first use, KIV_TRACE read exactly once; never destroyed.
+    static TraceRegistry* const instance = createRegistry();
+    return *instance;
+}
+
+}  // namespace
+
+TraceState* attachTraceObject(const char* moduleName, uint32_t defaultLevel, uint32_t headerOption) {
+    TraceRegistry& reg = registry();
+    auto* state = new TraceState{{defaultLevel}, headerOption, moduleName != nullptr ? moduleName : "?", nullptr,
+                                 nullptr};
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const auto level = reg.levelsByName.find(state->moduleName);
+    if (level != reg.levelsByName.end()) {
+        state->level.store(level->second, std::memory_order_relaxed);
+    }
+    state->next = reg.objects;
+    if (reg.objects != nullptr) {
+        reg.objects->previous = state;
+    }
+    reg.objects = state;
+    return state;
+}
+
+void detachTraceObject(TraceState* state) {
+    if (state == nullptr) {
+        return;
+    }
+    TraceRegistry& reg = registry();
+    {
+        const std::lock_guard<std::mutex> lock(reg.mutex);
+        if (state->previous != nullptr) {
+            state->previous->next = state->next;
+        } else {
+            reg.objects = state->next;
+        }
+        if (state->next != nullptr) {
+            state->next->previous = state->previous;
+        }
+    }
+    delete state;
+}
+
+void emitTraceLine(const std::string& line) {
+    TraceRegistry& reg = registry();
+    const std::lock_guard<std::mutex> lock(reg.outputMutex);
+    if (reg.sink) {
+        reg.sink(line);
+        return;
+    }
+    writeAllToStderr(line + '\n');
+}
+
+}  // namespace detail
+
+void setTraceLevel(const std::string& moduleName, uint32_t level) {
+    detail::TraceRegistry& reg = detail::registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    reg.levelsByName[moduleName] = level;
+    for (detail::TraceState* state = reg.objects; state != nullptr; state = state->next) {
+        if (state->moduleName == moduleName) {
+            state->level.store(level, std::memory_order_relaxed);
+        }
+    }
+}
+
+uint32_t traceLevel(const std::string& moduleName) {
+    detail::TraceRegistry& reg = detail::registry();
+    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const auto level = reg.levelsByName.find(moduleName);
+    if (level != reg.levelsByName.end()) {
+        return level->second;
+    }
+    for (const detail::TraceState* state = reg.objects; state != nullptr; state = state->next) {
+        if (state->moduleName == moduleName) {
+            return state->level.load(std::memory_order_relaxed);
+        }
+    }
+    return 0;
+}
+
+void setTraceSink(std::function<void(const std::string& line)> sink) {
+    detail::TraceRegistry& reg = detail::registry();
+    // Taking the output lock means that once this returns, the previous sink
+    // is no longer running on any thread and will not be called again.
+    const std::lock_guard<std::mutex> lock(reg.outputMutex);
+    reg.sink = std::move(sink);
+}
+
+}  // namespace platform_host
