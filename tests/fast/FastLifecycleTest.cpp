@@ -1,0 +1,400 @@
+// Start-up and shut-down of the fast module against the platform double:
+// registrations and their failures, the interface object, the phase
+// callback and what each phase does.
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "FastSchedulerFixture.h"
+#include "ITickSchedulerFast.h"
+
+namespace {
+
+using fast_test::handlersInList;
+using fast_test::messagesOf;
+using fast_test::module;
+using fast_test::RecordingClient;
+using platform_double::BrokerCall;
+using platform_double::ListFunction;
+
+constexpr uint32_t kModuleId = 22001;
+constexpr const char* kInitialize = "CTickSchedulerFast_Initialize";
+constexpr const char* kPhaseCallback = "CTickSchedulerFast_OnPhaseActivation";
+
+/// The module uninitialised, with the double's records cleared.
+class FastLifecycle : public fast_test::FastSchedulerTest {
+protected:
+    void SetUp() override {
+        FastSchedulerTest::SetUp();
+        CTickSchedulerFast_Uninitialize();
+        platform_double::reset();
+    }
+
+    static uint32_t phase(uint32_t code) { return CTickSchedulerFast_OnPhaseActivation(nullptr, code); }
+
+    static ITickSchedulerFast* registeredInterface() {
+        return dynamic_cast<ITickSchedulerFast*>(InterfaceBroker::getInstance()->getInterface("ITickSchedulerFast"));
+    }
+};
+
+TEST_F(FastLifecycle, InitializeRegistersModuleCallbackAndInterface) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    const auto modules = platform_double::moduleRegistrations();
+    ASSERT_EQ(modules.size(), 1u);
+    EXPECT_EQ(modules[0].moduleId, kModuleId);
+    EXPECT_EQ(modules[0].moduleName, "CTickSchedulerFast");
+
+    const auto callbacks = platform_double::callbackRegistrations();
+    ASSERT_EQ(callbacks.size(), 1u);
+    EXPECT_EQ(callbacks[0].moduleId, kModuleId);
+    EXPECT_EQ(callbacks[0].callbackName, "CCTickSchedulerFast_OnPhaseActivation");
+    EXPECT_EQ(callbacks[0].param1, 100u);
+    EXPECT_EQ(callbacks[0].param2, 3u);
+    EXPECT_EQ(callbacks[0].param3, 0u);
+    EXPECT_EQ(callbacks[0].phases, (std::vector<uint32_t>{11, 13, 16}));
+    ASSERT_NE(callbacks[0].callbackContext, nullptr);
+    EXPECT_EQ(callbacks[0].callbackContext->context, nullptr);
+    EXPECT_EQ(callbacks[0].callbackContext->callback, &CTickSchedulerFast_OnPhaseActivation);
+
+    const auto broker = platform_double::brokerCalls();
+    ASSERT_EQ(broker.size(), 1u);
+    EXPECT_TRUE(broker[0].registration);
+    EXPECT_EQ(broker[0].name, "ITickSchedulerFast");
+    EXPECT_NE(dynamic_cast<ITickSchedulerFast*>(broker[0].iface), nullptr);
+
+    EXPECT_EQ(module().initialized, 1u);
+    EXPECT_EQ(platform_double::listCalls(), std::vector<ListFunction>{ListFunction::Construct});
+}
+
+TEST_F(FastLifecycle, InitializeWritesOnlyItsEntryRecord) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    const auto records = platform_double::traces();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_TRUE(records[0].entry);
+    EXPECT_EQ(records[0].level, 6u);
+    EXPECT_EQ(records[0].function, kInitialize);
+    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(records[0].text, "");
+}
+
+TEST_F(FastLifecycle, InterfaceSlotsReachTheFastOperationsInOrder) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ITickSchedulerFast* const iface = registeredInterface();
+    ASSERT_NE(iface, nullptr);
+
+    EXPECT_EQ(iface->RegisterTickHandler, &CTickSchedulerFast_RegisterTickHandler);
+    EXPECT_EQ(iface->UnregisterTickHandler, &CTickSchedulerFast_UnregisterTickHandler);
+    EXPECT_EQ(iface->UnregisterTickHandlerFromOnTick, &CTickSchedulerFast_UnregisterTickHandlerFromOnTick);
+    EXPECT_EQ(iface->EnableTickHandler, &CTickSchedulerFast_EnableTickHandler);
+    EXPECT_EQ(iface->DisableTickHandler, &CTickSchedulerFast_DisableTickHandler);
+    EXPECT_EQ(iface->AddGroup, &CTickSchedulerFast_AddGroup);
+    EXPECT_EQ(iface->RemoveGroup, &CTickSchedulerFast_RemoveGroup);
+    EXPECT_EQ(iface->EnableTickGroup, &CTickSchedulerFast_EnableTickGroup);
+    EXPECT_EQ(iface->DisableTickGroup, &CTickSchedulerFast_DisableTickGroup);
+    EXPECT_TRUE(iface->name.empty());
+}
+
+TEST_F(FastLifecycle, TheSameInterfaceObjectIsRegisteredEveryTime) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    CTickSchedulerFast_Uninitialize();
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    const auto broker = platform_double::brokerCalls();
+    ASSERT_EQ(broker.size(), 3u);
+    EXPECT_EQ(broker[0].iface, broker[2].iface);
+}
+
+TEST_F(FastLifecycle, SecondInitializeReportsTheRepetitionWithoutTouchingThePlatform) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    platform_double::reset();
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::AlreadyInitialized);
+
+    EXPECT_EQ(messagesOf(kInitialize), std::vector<std::string>{"1:Has already been initialized"});
+    EXPECT_TRUE(platform_double::moduleRegistrations().empty());
+    EXPECT_TRUE(platform_double::callbackRegistrations().empty());
+    EXPECT_TRUE(platform_double::brokerCalls().empty());
+    EXPECT_TRUE(platform_double::listCalls().empty());
+    EXPECT_EQ(module().initialized, 1u);
+}
+
+TEST_F(FastLifecycle, RefusedModuleRegistrationStopsBeforeTheCallback) {
+    platform_double::scriptRegisterModuleResult(32773);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::ModuleRegistrationFailed);
+
+    EXPECT_EQ(messagesOf(kInitialize),
+              std::vector<std::string>{"1:Failed to register module with ModuleManager. Error = 0x00008005"});
+    EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
+    EXPECT_TRUE(platform_double::callbackRegistrations().empty());
+    EXPECT_TRUE(platform_double::brokerCalls().empty());
+    EXPECT_EQ(module().initialized, 0u);
+}
+
+TEST_F(FastLifecycle, RefusedCallbackRegistrationKeepsTheModuleRegistered) {
+    platform_double::scriptRegisterCallbackResult(0x7FFFFFFFu);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::CallbackRegistrationFailed);
+
+    EXPECT_EQ(messagesOf(kInitialize),
+              std::vector<std::string>{"1:Failed to register module callback. Error = 0x7fffffff"});
+    EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
+    EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
+    EXPECT_TRUE(platform_double::brokerCalls().empty());
+    EXPECT_EQ(module().initialized, 0u);
+}
+
+TEST_F(FastLifecycle, RefusedInterfaceRegistrationReportsItUnderTheSchedulersInterfaceName) {
+    platform_double::scriptRegisterInterfaceResult(32768);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Failure);
+
+    EXPECT_EQ(messagesOf(kInitialize),
+              std::vector<std::string>{"1:Failed to register ITickScheduler. Error = 0x00008000"});
+    EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
+    EXPECT_EQ(platform_double::brokerCalls().size(), 1u);
+    EXPECT_TRUE(platform_double::listCalls().empty());
+    EXPECT_EQ(module().initialized, 0u);
+}
+
+TEST_F(FastLifecycle, PlatformResultWithTheTopBitSetCountsAsSuccess) {
+    platform_double::scriptRegisterModuleResult(0x80000000u);
+    platform_double::scriptRegisterCallbackResult(0x80000000u);
+    platform_double::scriptRegisterInterfaceResult(0xFFFFFFFFu);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    EXPECT_EQ(module().initialized, 1u);
+    EXPECT_TRUE(messagesOf(kInitialize).empty());
+}
+
+TEST_F(FastLifecycle, PlatformResultOfExactly32768CountsAsFailure) {
+    platform_double::scriptRegisterModuleResult(32768);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::ModuleRegistrationFailed);
+}
+
+TEST_F(FastLifecycle, PlatformRemarkBelow32768CountsAsSuccess) {
+    platform_double::scriptRegisterModuleResult(32767);
+    platform_double::scriptRegisterCallbackResult(4097);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+}
+
+TEST_F(FastLifecycle, FailureResultsDoNotDependOnTracing) {
+    platform_double::setTraceLevel(0);
+    platform_double::scriptRegisterCallbackResult(40000);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::CallbackRegistrationFailed);
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(FastLifecycle, FailedInitializeStartsAgainWithTheModuleRegistration) {
+    platform_double::scriptRegisterInterfaceResult(40000);
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Failure);
+    platform_double::scriptRegisterInterfaceResult(0);
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    EXPECT_EQ(platform_double::moduleRegistrations().size(), 2u);
+    EXPECT_EQ(platform_double::callbackRegistrations().size(), 2u);
+    EXPECT_EQ(platform_double::brokerCalls().size(), 2u);
+    EXPECT_NE(registeredInterface(), nullptr);
+}
+
+TEST_F(FastLifecycle, InitializeAfterUninitializeRegistersEverythingAgain) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    CTickSchedulerFast_Uninitialize();
+    platform_double::reset();
+
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
+    EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
+    EXPECT_EQ(platform_double::brokerCalls().size(), 1u);
+    EXPECT_NE(registeredInterface(), nullptr);
+    EXPECT_EQ(module().initialized, 1u);
+}
+
+TEST_F(FastLifecycle, NewInitializeStartsAnEmptyListAndAbandonsTheOldRecords) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    std::vector<std::string> log;
+    RecordingClient client("Old", log);
+    ASSERT_EQ(client.registerHandler(), TickResult::Success);
+    CTickSchedulerFast_Uninitialize();
+    const CList oldList = module().handlerList;
+
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    CTickSchedulerFast_OnTick(nullptr);
+
+    EXPECT_TRUE(handlersInList().empty());
+    EXPECT_TRUE(log.empty());
+    // The module left the record alone; the test frees it and the old list's
+    // node itself.
+    CList abandoned = oldList;
+    EXPECT_EQ(platform_double::listElements(&abandoned), std::vector<void*>{client.handle});
+    ASSERT_EQ(CList_Remove(&abandoned, client.handle), 0u);
+    delete client.handle;
+}
+
+TEST_F(FastLifecycle, UninitializeWithdrawsTheInterfaceAndKeepsHandlersAndGroups) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    std::vector<std::string> log;
+    RecordingClient client("Kept", log);
+    ASSERT_EQ(client.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(1), TickResult::Success);
+    platform_double::reset();
+
+    CTickSchedulerFast_Uninitialize();
+
+    EXPECT_EQ(module().initialized, 0u);
+    const auto broker = platform_double::brokerCalls();
+    ASSERT_EQ(broker.size(), 1u);
+    EXPECT_FALSE(broker[0].registration);
+    EXPECT_EQ(broker[0].name, "ITickSchedulerFast");
+    EXPECT_EQ(broker[0].removedOut, nullptr);
+    EXPECT_EQ(handlersInList(), std::vector<STickHandler*>{client.handle});
+    EXPECT_EQ(module().disabledGroupMask.load(), 0x2u);
+    EXPECT_TRUE(platform_double::tracesOf("CTickSchedulerFast_Uninitialize").empty());
+    EXPECT_TRUE(platform_double::listCalls().empty());
+}
+
+TEST_F(FastLifecycle, UninitializeNeedsNoInitialisedModule) {
+    CTickSchedulerFast_Uninitialize();
+
+    EXPECT_EQ(module().initialized, 0u);
+    EXPECT_EQ(platform_double::brokerCalls().size(), 1u);
+}
+
+TEST_F(FastLifecycle, PhasesBeforeInitializeAreRefusedSilently) {
+    const bool wasConfigured = module().tickOscillator.isInitialized();
+
+    for (uint32_t code : {11u, 13u, 14u, 16u, 12u}) {
+        EXPECT_EQ(phase(code), TickResult::ModuleNotInitialized) << "phase " << code;
+    }
+
+    EXPECT_TRUE(platform_double::traces().empty());
+    EXPECT_TRUE(platform_double::brokerCalls().empty());
+    // Phase 11 configured nothing.
+    EXPECT_EQ(module().tickOscillator.isInitialized(), wasConfigured);
+    EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
+    EXPECT_EQ(module().tickOscillator.getDelay(), TICK_DELAY_6MS);
+}
+
+TEST_F(FastLifecycle, PhaseElevenConfiguresTheOscillatorButDoesNotStartIt) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    EXPECT_EQ(phase(11), TickResult::Success);
+
+    const TickOscillator& oscillator = module().tickOscillator;
+    EXPECT_TRUE(oscillator.isInitialized());
+    EXPECT_EQ(oscillator.getDelay(), TICK_DELAY_1MS);
+    EXPECT_EQ(oscillator.getPriority(), 98);  // ETickPriority 1
+    EXPECT_FALSE(oscillator.isRunning());
+    EXPECT_FALSE(oscillator.isFrozen());
+    ITickReceiver* const receiver = oscillator.getReceiver();
+    ASSERT_NE(receiver, nullptr);
+    EXPECT_EQ(receiver->context, &module());
+    EXPECT_EQ(receiver->onTick, &CTickSchedulerFast_OnTick);
+    EXPECT_TRUE(platform_double::schedulingCalls().empty());
+    EXPECT_TRUE(messagesOf(kPhaseCallback).empty());
+}
+
+TEST_F(FastLifecycle, ConfiguredReceiverDispatchesTheHandlers) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ASSERT_EQ(phase(11), TickResult::Success);
+    std::vector<std::string> log;
+    RecordingClient client("A", log);
+    ASSERT_EQ(client.registerHandler(), TickResult::Success);
+
+    ITickReceiver* const receiver = module().tickOscillator.getReceiver();
+    receiver->onTick(receiver->context);
+
+    EXPECT_EQ(log, std::vector<std::string>{"A"});
+}
+
+TEST_F(FastLifecycle, PhaseElevenAgainConfiguresTheSameReceiverAgain) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ASSERT_EQ(phase(11), TickResult::Success);
+    ITickReceiver* const first = module().tickOscillator.getReceiver();
+    module().tickOscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_LOWEST);
+
+    EXPECT_EQ(phase(11), TickResult::Success);
+
+    EXPECT_EQ(module().tickOscillator.getReceiver(), first);
+    EXPECT_EQ(module().tickOscillator.getDelay(), TICK_DELAY_1MS);
+    EXPECT_EQ(module().tickOscillator.getPriority(), 98);
+}
+
+TEST_F(FastLifecycle, PhaseThirteenIsAcknowledgedAndChangesNothing) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    platform_double::reset();
+
+    EXPECT_EQ(phase(13), TickResult::Success);
+
+    EXPECT_EQ(module().initialized, 1u);
+    EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
+    EXPECT_TRUE(platform_double::traces().empty());
+    EXPECT_TRUE(platform_double::brokerCalls().empty());
+}
+
+TEST_F(FastLifecycle, UnknownPhasesAreNotHandled) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    platform_double::reset();
+
+    EXPECT_EQ(phase(12), TickResult::PhaseNotHandled);
+    EXPECT_EQ(phase(14), TickResult::PhaseNotHandled);
+    EXPECT_EQ(phase(15), TickResult::PhaseNotHandled);
+    EXPECT_EQ(phase(4000000000u), TickResult::PhaseNotHandled);
+
+    EXPECT_EQ(messagesOf(kPhaseCallback),
+              (std::vector<std::string>{"1:Phase not handled: 12", "1:Phase not handled: 14", "1:Phase not handled: 15",
+                                        "1:Phase not handled: 4000000000"}));
+    EXPECT_EQ(platform_double::tracesOf(kPhaseCallback)[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(module().initialized, 1u);
+    EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
+}
+
+TEST_F(FastLifecycle, PhaseSixteenUninitialisesSoALaterPhaseElevenIsRefused) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    platform_double::reset();
+
+    EXPECT_EQ(phase(16), TickResult::Success);
+
+    EXPECT_EQ(module().initialized, 0u);
+    const auto broker = platform_double::brokerCalls();
+    ASSERT_EQ(broker.size(), 1u);
+    EXPECT_FALSE(broker[0].registration);
+    EXPECT_EQ(phase(11), TickResult::ModuleNotInitialized);
+    EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
+}
+
+TEST_F(FastLifecycle, ModuleManagerReachesThePhaseCallbackThroughTheRegisteredRecord) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, 11), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, 13), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, 14), TickResult::PhaseNotHandled);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, 16), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, 11), TickResult::ModuleNotInitialized);
+}
+
+TEST_F(FastLifecycle, UninitializeStopsAnOscillatorStartedFromOutside) {
+    // Nothing in the module starts its oscillator; the test does it, as an
+    // outside component could, and shut-down must still stop and join it.
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(module().tickOscillator.start(), TickResult::Success);
+    ASSERT_TRUE(module().tickOscillator.isRunning());
+
+    EXPECT_EQ(phase(16), TickResult::Success);
+
+    EXPECT_FALSE(module().tickOscillator.isRunning());
+    EXPECT_EQ(module().tickOscillator.nativeHandle(), 0u);
+}
+
+}  // namespace

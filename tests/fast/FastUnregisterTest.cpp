@@ -1,0 +1,159 @@
+// Unregistering fast tick handlers outside a tick: freeing, the handle
+// variable, list failures and their message, and the unlocked variant.
+
+#include <string>
+#include <vector>
+
+#include "FastSchedulerFixture.h"
+
+namespace {
+
+using fast_test::handlersInList;
+using fast_test::messagesOf;
+using fast_test::module;
+using fast_test::RecordingClient;
+using platform_double::ListFunction;
+using Log = std::vector<std::string>;
+
+constexpr const char* kUnregister = "CTickSchedulerFast_UnregisterTickHandler";
+constexpr const char* kUnregisterFromOnTick = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
+
+class FastUnregister : public fast_test::FastSchedulerTest {
+protected:
+    Log log;
+    RecordingClient a{"A", log};
+    RecordingClient audio{"Audio", log};
+    RecordingClient c{"C", log};
+
+    void registerThree() {
+        ASSERT_EQ(a.registerHandler(), TickResult::Success);
+        ASSERT_EQ(audio.registerHandler(), TickResult::Success);
+        ASSERT_EQ(c.registerHandler(), TickResult::Success);
+        platform_double::reset();
+    }
+};
+
+TEST_F(FastUnregister, RemovesTheHandlerClearsTheHandleAndNamesIt) {
+    registerThree();
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
+
+    EXPECT_EQ(audio.handle, nullptr);
+    EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, c.handle}));
+    EXPECT_EQ(messagesOf(kUnregister), std::vector<std::string>{"5:Tick Handler Audio unregistered successfully"});
+    const std::vector<platform_double::TraceRecord> records = platform_double::traces();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(platform_double::listCalls(), std::vector<ListFunction>{ListFunction::Remove});
+}
+
+TEST_F(FastUnregister, RemovedHandlerIsNoLongerCalled) {
+    registerThree();
+    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
+
+    CTickSchedulerFast_OnTick(nullptr);
+
+    EXPECT_EQ(log, (Log{"A", "C"}));
+}
+
+TEST_F(FastUnregister, SuccessNeedsNoTracing) {
+    registerThree();
+    platform_double::setTraceLevel(1);
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
+
+    EXPECT_EQ(audio.handle, nullptr);
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(FastUnregister, SecondUnregisterThroughTheSameVariableReportsTheListsCode) {
+    registerThree();
+    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
+    platform_double::clearTraces();
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::ListRemoveFailed);
+
+    EXPECT_EQ(audio.handle, nullptr);
+    EXPECT_EQ(messagesOf(kUnregister),
+              std::vector<std::string>{"1:Failed to remove Tick Handler from list, error: 0x00008003"});
+    EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, c.handle}));
+}
+
+TEST_F(FastUnregister, RecordNotInTheListIsLeftAloneWithTheListsCode) {
+    registerThree();
+    platform_double::scriptListRemoveMissingResult(0xDEADBEEFu);
+    STickHandler foreign{};
+    STickHandler* handle = &foreign;
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&handle), TickResult::ListRemoveFailed);
+
+    EXPECT_EQ(handle, &foreign);
+    EXPECT_EQ(messagesOf(kUnregister),
+              std::vector<std::string>{"1:Failed to remove Tick Handler from list, error: 0xdeadbeef"});
+    EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, audio.handle, c.handle}));
+}
+
+TEST_F(FastUnregister, ListFailureResultDoesNotDependOnTracing) {
+    platform_double::setTraceLevel(0);
+    STickHandler* handle = nullptr;
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&handle), TickResult::ListRemoveFailed);
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&handle), TickResult::ListRemoveFailed);
+
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(FastUnregister, NullHandleIsRefusedSilentlyByBothVariants) {
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(nullptr), TickResult::NullArgument);
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(nullptr), TickResult::NullArgument);
+
+    EXPECT_TRUE(platform_double::traces().empty());
+    EXPECT_TRUE(platform_double::listCalls().empty());
+}
+
+TEST_F(FastUnregister, LockedVariantReleasesTheMutex) {
+    registerThree();
+
+    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::ListRemoveFailed);
+
+    ASSERT_EQ(pthread_mutex_trylock(&module().tickMutex), 0);
+    pthread_mutex_unlock(&module().tickMutex);
+}
+
+TEST_F(FastUnregister, UnlockedVariantDoesNotTakeTheMutex) {
+    // Held as the dispatch would hold it around a tick function.
+    registerThree();
+    ASSERT_EQ(pthread_mutex_lock(&module().tickMutex), 0);
+
+    const uint32_t result = CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&audio.handle);
+    pthread_mutex_unlock(&module().tickMutex);
+
+    EXPECT_EQ(result, TickResult::Success);
+    EXPECT_EQ(audio.handle, nullptr);
+    EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, c.handle}));
+    EXPECT_EQ(messagesOf(kUnregisterFromOnTick),
+              std::vector<std::string>{"5:Tick Handler Audio unregistered successfully"});
+}
+
+TEST_F(FastUnregister, UnlockedVariantLeavesARecordThatIsNotInTheList) {
+    STickHandler foreign{};
+    STickHandler* handle = &foreign;
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&handle), TickResult::ListRemoveFailed);
+
+    EXPECT_EQ(handle, &foreign);
+    EXPECT_EQ(messagesOf(kUnregisterFromOnTick),
+              std::vector<std::string>{"1:Failed to remove Tick Handler from list, error: 0x00008003"});
+}
+
+TEST_F(FastUnregister, WorksWhileTheModuleIsNotInitialised) {
+    registerThree();
+    CTickSchedulerFast_Uninitialize();
+
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&a.handle), TickResult::Success);
+
+    EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{audio.handle, c.handle}));
+}
+
+}  // namespace
