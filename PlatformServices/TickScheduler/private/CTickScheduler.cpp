@@ -1,0 +1,598 @@
+// CTickScheduler: handler registration, the tick pass and the tick lock,
+// handler maintenance, tick groups and the module's life cycle.
+//
+// Every trace of the module is written from this file, so that all of them
+// carry the module's own source path in their header.
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "CModuleManager.h"
+#include "CTickScheduler.h"
+#include "CTickSchedulerModule.h"
+#include "ITickScheduler.h"
+#include "InterfaceBroker.h"
+#include "TickResultCodes.h"
+#include "TraceSite.h"
+
+namespace {
+
+constexpr uint32_t kModuleId = 22000;
+constexpr const char* kModuleName = "CTickScheduler";
+constexpr const char* kCallbackName = "CCTickScheduler_OnPhaseActivation";
+constexpr const char* kInterfaceName = "ITickScheduler";
+// Constant arguments of the callback registration, passed as the platform
+// expects them.
+constexpr uint32_t kCallbackParam1 = 100;
+constexpr uint32_t kCallbackParam2 = 3;
+constexpr uint32_t kCallbackParam3 = 0;
+// The module manager keeps this address, so the list lives in static storage.
+constexpr uint32_t kSubscribedPhases[] = {11, 13, 16, 14};
+constexpr uint32_t kSubscribedPhaseCount = sizeof(kSubscribedPhases) / sizeof(kSubscribedPhases[0]);
+
+constexpr uint32_t kPhaseConfigure = 11;
+constexpr uint32_t kPhaseIdle = 13;
+constexpr uint32_t kPhaseStartTicks = 14;
+constexpr uint32_t kPhaseShutdown = 16;
+
+constexpr uint32_t kTickPeriodMs = 6;
+constexpr int32_t kInitialPriority = 5;
+constexpr uint32_t kHighestGroupId = 1;
+
+// ---- Handler list helpers (callers hold tickMutex) --------------------------
+
+/// True when the caller is the tick thread inside a running pass, i.e. a tick
+/// function calling back into the module.
+bool onTickThreadDuringPass(const CTickScheduler& state) {
+    return state.inTick && pthread_equal(state.tickThreadId, pthread_self()) != 0;
+}
+
+/// Removes every occurrence of `handler`, keeping the order of the others.
+/// Returns whether any was removed.
+bool removeFromList(std::vector<STickHandler*>& list, const STickHandler* handler) {
+    const auto newEnd = std::remove(list.begin(), list.end(), handler);
+    const bool removed = newEnd != list.end();
+    list.erase(newEnd, list.end());
+    return removed;
+}
+
+bool isRetired(const CTickScheduler& state, const STickHandler* handler) {
+    return std::find(state.retiredHandlers.begin(), state.retiredHandlers.end(), handler) !=
+           state.retiredHandlers.end();
+}
+
+/// Keeps the pass copy able to take the whole handler list without
+/// allocating. Must not run while a pass walks that copy.
+void reservePassCopy(CTickScheduler& state) {
+    if (state.passHandlers.capacity() < state.tickHandlers.capacity()) {
+        state.passHandlers.reserve(state.tickHandlers.capacity());
+    }
+}
+
+// ---- The tick pass ----------------------------------------------------------
+
+bool isDue(const CTickScheduler& state, const STickHandler& handler) {
+    return handler.currentInterval.load(std::memory_order_relaxed) == 0 &&
+           handler.enabled.load(std::memory_order_relaxed) != 0 &&
+           (handler.groupMask.load(std::memory_order_relaxed) &
+            state.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
+}
+
+/// Calls the handler's tick function; nothing it throws leaves the pass.
+void callTickFunction(const STickHandler& handler) {
+    try {
+        handler.tickReceiver.onTick(handler.tickReceiver.context);
+    } catch (const std::runtime_error& error) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnTick",
+                     "Failed to execute TickHandler " << handler.name << ". Runtime error: " << error.what());
+    } catch (...) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnTick", "Failed to execute TickHandler " << handler.name);
+    }
+}
+
+/// The counter runs 0 .. tickInterval - 1; a counter at or above the interval
+/// (a start offset written beyond it, or interval 0) wraps to 0 at once.
+void advanceCounter(STickHandler& handler) {
+    const uint32_t next = handler.currentInterval.load(std::memory_order_relaxed) + 1u;
+    handler.currentInterval.store(next >= handler.tickInterval ? 0u : next, std::memory_order_relaxed);
+}
+
+/// Frees what was unregistered during the pass and makes the pass copy big
+/// enough for what was registered during it.
+void finishPassBookkeeping(CTickScheduler& state) {
+    for (STickHandler* record : state.retiredHandlers) {
+        delete[] record;
+    }
+    state.retiredHandlers.clear();
+    try {
+        reservePassCopy(state);
+    } catch (const std::bad_alloc&) {
+        // The next pass copies with an allocation instead; nothing is lost.
+    }
+}
+
+// ---- Groups -----------------------------------------------------------------
+
+bool isGroupIdValid(uint32_t groupId) { return groupId <= kHighestGroupId; }
+
+uint32_t groupBit(uint32_t groupId) { return 1u << groupId; }
+
+/// Group ids are unsigned for the bound test and signed in messages.
+int32_t groupIdForDisplay(uint32_t groupId) { return static_cast<int32_t>(groupId); }
+
+// Group 0 is "channel 1" and group 1 "channel 2" in messages.
+const char* enabledChannelText(uint32_t groupId) {
+    return groupId == 0 ? "Enabled tick group channel 1" : "Enabled tick group channel 2";
+}
+
+const char* disabledChannelText(uint32_t groupId) {
+    return groupId == 0 ? "Disabled tick group channel 1" : "Disabled tick group channel 2";
+}
+
+// ---- Life cycle -------------------------------------------------------------
+
+void fillInterface(ITickScheduler& object) {
+    object.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
+    object.UnregisterTickHandler = &CTickScheduler_UnregisterTickHandler;
+    object.Freeze = &CTickScheduler_Freeze;
+    object.Unfreeze = &CTickScheduler_Unfreeze;
+    object.SetStartOffset = &CTickScheduler_SetStartOffset;
+    object.SetTickPriority = &CTickScheduler_SetTickPriority;
+    object.EnableTickHandler = &CTickScheduler_EnableTickHandler;
+    object.DisableTickHandler = &CTickScheduler_DisableTickHandler;
+    object.AddGroup = &CTickScheduler_AddGroup;
+    object.RemoveGroup = &CTickScheduler_RemoveGroup;
+    object.EnableTickGroup = &CTickScheduler_EnableTickGroup;
+    object.DisableTickGroup = &CTickScheduler_DisableTickGroup;
+}
+
+void configureOscillator() {
+    CTickScheduler& state = tickScheduler;
+    // Failures here are not reported: they surface at phase 14, when the
+    // oscillator refuses to start.
+    (void)state.tickOscillator.initialize(TICK_DELAY_6MS, state.tickPriority);
+    schedulerTickReceiver.context = &state;
+    schedulerTickReceiver.onTick = &CTickScheduler_OnTick;
+    (void)state.tickOscillator.registerOnTick(&schedulerTickReceiver);
+}
+
+}  // namespace
+
+// ---- Statics ----------------------------------------------------------------
+
+// Constructed right after the trace object and before the library's other
+// statics, so that a registration from another static constructor of a
+// statically linked program finds a constructed module.
+__attribute__((init_priority(102))) CTickScheduler tickScheduler;
+ITickReceiver schedulerTickReceiver = {nullptr, nullptr};
+SPhaseCallbackContext phaseCallbackContext = {nullptr, nullptr};
+
+CTickScheduler::CTickScheduler()
+    : tickPriority(static_cast<ETickPriority>(0)),
+      initialized(0),
+      inTick(false),
+      disabledGroupMask(0),
+      tickThreadId() {}
+
+CTickScheduler::~CTickScheduler() {
+    // A process that exits while ticking must not run a pass over a destroyed
+    // condition variable or handler array.
+    if (tickOscillator.isRunning()) {
+        (void)tickOscillator.stop();
+    }
+}
+
+ITickScheduler::ITickScheduler()
+    : RegisterTickHandler(nullptr),
+      UnregisterTickHandler(nullptr),
+      Freeze(nullptr),
+      Unfreeze(nullptr),
+      SetStartOffset(nullptr),
+      SetTickPriority(nullptr),
+      EnableTickHandler(nullptr),
+      DisableTickHandler(nullptr),
+      AddGroup(nullptr),
+      RemoveGroup(nullptr),
+      EnableTickGroup(nullptr),
+      DisableTickGroup(nullptr) {}
+
+ITickScheduler::~ITickScheduler() = default;
+
+// ---- Tick lock --------------------------------------------------------------
+
+std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock() {
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock(state.tickMutex);
+    if (!state.inTick) {
+        return lock;
+    }
+    // The tick thread itself gets through at once: the pass has released the
+    // mutex around the tick function that is calling in.
+    const pthread_t self = pthread_self();
+    while (pthread_equal(state.tickThreadId, self) == 0) {
+        state.tickDone.wait(lock);
+        if (!state.inTick) {
+            break;
+        }
+    }
+    return lock;
+}
+
+// ---- Tick pass --------------------------------------------------------------
+
+extern "C" void CTickScheduler_OnTick(void* /*context*/) {
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock(state.tickMutex);
+    if (state.tickHandlers.empty()) {
+        return;
+    }
+    // A tick already under way when CTickScheduler_Freeze returned must run
+    // nothing.
+    if (state.tickOscillator.isFrozen()) {
+        return;
+    }
+    // The pass walks a copy, so that tick functions may register, unregister
+    // and re-prioritise handlers: the list they change applies from the next
+    // pass.
+    state.passHandlers.assign(state.tickHandlers.begin(), state.tickHandlers.end());
+    state.inTick = true;
+    state.tickThreadId = pthread_self();
+
+    for (STickHandler* handler : state.passHandlers) {
+        if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
+            continue;
+        }
+        if (isDue(state, *handler)) {
+            lock.unlock();
+            callTickFunction(*handler);
+            lock.lock();
+            // The tick function may have unregistered its own handler.
+            if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
+                continue;
+            }
+        }
+        advanceCounter(*handler);
+    }
+
+    finishPassBookkeeping(state);
+    state.inTick = false;
+    state.tickDone.notify_all();
+}
+
+// ---- Registration -----------------------------------------------------------
+
+extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler, const ITickReceiver* pITickReceiver,
+                                                       uint32_t tickInterval, const char* pszName) {
+    if (tickHandler == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_RegisterTickHandler", "tickHandler == NULL");
+        return TickResult::NullArgument;
+    }
+    if (pITickReceiver == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_RegisterTickHandler", "pITickReceiver == NULL");
+        return TickResult::NullArgument;
+    }
+    if (pszName == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_RegisterTickHandler", "pszName == NULL");
+        return TickResult::NullArgument;
+    }
+
+    // Owned here until it is in the list, so a failing list growth frees it.
+    std::unique_ptr<STickHandler[]> record(new STickHandler[1]());
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_RegisterTickHandler", "Register tick handler  " << pszName);
+    STickHandler& fields = record[0];
+    fields.tickReceiver = *pITickReceiver;
+    fields.enabled.store(1, std::memory_order_relaxed);
+    fields.tickInterval = tickInterval;
+    fields.prio.store(kInitialPriority, std::memory_order_relaxed);
+    fields.currentInterval.store(0, std::memory_order_relaxed);
+    fields.groupMask.store(0, std::memory_order_relaxed);
+    std::snprintf(fields.name, sizeof(fields.name), "%s", pszName);
+
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    state.tickHandlers.push_back(record.get());
+    if (!onTickThreadDuringPass(state)) {
+        try {
+            reservePassCopy(state);
+        } catch (...) {
+            state.tickHandlers.pop_back();
+            throw;
+        }
+    }
+    *tickHandler = record.release();
+    return TickResult::Success;
+}
+
+// ---- Enable, disable, freeze --------------------------------------------------
+
+extern "C" uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (handler == nullptr) {
+        return TickResult::NullArgument;
+    }
+    handler->enabled.store(1, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (handler == nullptr) {
+        return TickResult::NullArgument;
+    }
+    handler->enabled.store(0, std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_Freeze(void) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    return tickScheduler.tickOscillator.freeze();
+}
+
+extern "C" uint32_t CTickScheduler_Unfreeze(void) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    return tickScheduler.tickOscillator.unfreeze();
+}
+
+// ---- Handler maintenance ------------------------------------------------------
+
+extern "C" uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle) {
+    if (handle == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_UnregisterTickHandler", "Called with nullptr argument");
+        return TickResult::NullArgument;
+    }
+    STickHandler* const handler = *handle;
+    if (handler == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_UnregisterTickHandler", "Error Unregistering Tick Handler");
+        return TickResult::Success;
+    }
+
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    const bool duringPass = onTickThreadDuringPass(state);
+    if (duringPass) {
+        // Reserved before the list changes, so a failing allocation leaves
+        // the list as it was.
+        state.retiredHandlers.reserve(state.retiredHandlers.size() + 1);
+    }
+    if (!removeFromList(state.tickHandlers, handler)) {
+        // Only the pointer value was compared; the record is not touched.
+        ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_UnregisterTickHandler",
+                     "Tick Handler unregister unsuccessful : Tick handler doesn't exist");
+    } else {
+        ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_UnregisterTickHandler",
+                     "Tick Handler " << handler->name << " unregistered successfully");
+        if (duringPass) {
+            // The running pass may still hold the record; it is freed when
+            // the pass ends.
+            state.retiredHandlers.push_back(handler);
+        } else {
+            delete[] handler;
+        }
+    }
+    *handle = nullptr;
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_t priority) {
+    if (handler == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_SetTickPriority", "Called with nullptr argument");
+        return TickResult::NullArgument;
+    }
+    if (handler->prio.load(std::memory_order_relaxed) == priority) {
+        return TickResult::Success;
+    }
+
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (!removeFromList(state.tickHandlers, handler)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_SetTickPriority",
+                     "Tick Handler change priority unsuccessful: Tick Handler " << handler->name << " not found");
+        return TickResult::Failure;
+    }
+    handler->prio.store(priority, std::memory_order_relaxed);
+    // In front of the first handler of higher priority: equal priorities
+    // keep the order in which they reached it.
+    const auto place = std::find_if(state.tickHandlers.begin(), state.tickHandlers.end(), [priority](const STickHandler* other) {
+        return other->prio.load(std::memory_order_relaxed) > priority;
+    });
+    // The handler was removed first, so this insert never grows the list.
+    state.tickHandlers.insert(place, handler);
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_SetTickPriority",
+                 "Tick Handler " << handler->name << " changed priority to " << priority);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_SetStartOffset(STickHandler* handler, uint32_t offset) {
+    if (handler == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_SetStartOffset", "Called with nullptr argument");
+        return TickResult::NullArgument;
+    }
+    // No lock: a pass that advances the counter at the same moment may
+    // overtake this write, which only shifts the phase by one tick.
+    if (offset < handler->tickInterval) {
+        handler->currentInterval.store(offset, std::memory_order_relaxed);
+        return TickResult::Success;
+    }
+    return TickResult::OutOfRange;
+}
+
+// ---- Tick groups --------------------------------------------------------------
+
+extern "C" uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t groupId) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (handler == nullptr) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_AddGroup", "CTickScheduler_AddGroup tickHandler == NULL");
+        return TickResult::NullArgument;
+    }
+    if (!isGroupIdValid(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_AddGroup", "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    handler->groupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_RemoveGroup(STickHandler* handler, uint32_t groupId) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (handler == nullptr) {
+        return TickResult::NullArgument;
+    }
+    if (!isGroupIdValid(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_RemoveGroup",
+                     "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    handler->groupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_EnableTickGroup(uint32_t groupId) {
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    if (!isGroupIdValid(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_EnableTickGroup",
+                     "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    state.disabledGroupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_EnableTickGroup",
+                 "Enabled tick group, " << enabledChannelText(groupId) << "(" << groupIdForDisplay(groupId) << ")");
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId) {
+    // Refused before the lock: a bad id never waits for a running pass.
+    if (!isGroupIdValid(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_DisableTickGroup",
+                     "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    CTickScheduler& state = tickScheduler;
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    state.disabledGroupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_DisableTickGroup",
+                 "Disabled tick group " << disabledChannelText(groupId) << "(" << groupIdForDisplay(groupId) << ")");
+    return TickResult::Success;
+}
+
+// ---- Life cycle ---------------------------------------------------------------
+
+extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
+    ZYN_TS_ENTER("CTickScheduler_Initialize");
+    CTickScheduler& state = tickScheduler;
+    if (state.initialized.load(std::memory_order_relaxed) != 0) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Has already been initialized");
+        return TickResult::AlreadyInitialized;
+    }
+
+    const uint32_t moduleResult = CModuleManager_RegisterModule(kModuleId, kModuleName);
+    if (TickResult::isPlatformFailure(moduleResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Failed to register module with ModuleManager");
+        return TickResult::ModuleRegistrationFailed;
+    }
+
+    phaseCallbackContext.context = nullptr;
+    phaseCallbackContext.callback = &CTickScheduler_OnPhaseActivation;
+    const uint32_t callbackResult =
+        CModuleManager_RegisterCallback(kModuleId, kCallbackName, kCallbackParam1, &phaseCallbackContext,
+                                        kCallbackParam2, kCallbackParam3, kSubscribedPhases, kSubscribedPhaseCount);
+    if (TickResult::isPlatformFailure(callbackResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
+                     "Failed to register module callback with error " << zyn_ts::Hex8{callbackResult});
+        return TickResult::CallbackRegistrationFailed;
+    }
+
+    static ITickScheduler tickSchedulerInterface;
+    fillInterface(tickSchedulerInterface);
+    const uint32_t interfaceResult =
+        InterfaceBroker::getInstance()->registerInterface(kInterfaceName, &tickSchedulerInterface);
+    if (TickResult::isPlatformFailure(interfaceResult)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
+                     "Failed to register ITickScheduler with error " << zyn_ts::Hex8{interfaceResult});
+        return TickResult::Failure;
+    }
+
+    state.disabledGroupMask.store(0, std::memory_order_relaxed);
+    state.initialized.store(1, std::memory_order_relaxed);
+    // Read only now, when every registration has succeeded.
+    state.tickPriority = *priority;
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_PhaseModuleStartTick(void) {
+    ZYN_TS_ENTER("CTickScheduler_PhaseModuleStartTick");
+    CTickScheduler& state = tickScheduler;
+    ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_PhaseModuleStartTick",
+                 "Starting TickScheduler with TickHandlers in the following order");
+    {
+        // A plain lock, not the tick lock: the oscillator is not ticking yet,
+        // but a client thread may be registering at this moment.
+        std::lock_guard<std::mutex> listLock(state.tickMutex);
+        for (const STickHandler* handler : state.tickHandlers) {
+            // The interval is listed in milliseconds (ticks of 6 ms), the
+            // current interval in ticks.
+            ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_PhaseModuleStartTick",
+                         handler->name << ": Prio = " << handler->prio.load(std::memory_order_relaxed)
+                                       << ", tickInterval = " << static_cast<int32_t>(kTickPeriodMs * handler->tickInterval)
+                                       << ", current interval = "
+                                       << handler->currentInterval.load(std::memory_order_relaxed));
+        }
+    }
+    if (TickResult::isPlatformFailure(state.tickOscillator.start())) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_PhaseModuleStartTick", "Failed to start TickOscillator");
+        return TickResult::Failure;
+    }
+    return TickResult::Success;
+}
+
+extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+    {
+        std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+        if (tickScheduler.initialized.load(std::memory_order_relaxed) == 0) {
+            ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_OnPhaseActivation", "Tick Scheduler has not been initialized");
+            return TickResult::ModuleNotInitialized;
+        }
+    }
+
+    switch (phase) {
+        case kPhaseConfigure:
+            configureOscillator();
+            return TickResult::Success;
+        case kPhaseIdle:
+            return TickResult::Success;
+        case kPhaseStartTicks:
+            if (TickResult::isPlatformFailure(CTickScheduler_PhaseModuleStartTick())) {
+                ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnPhaseActivation", "Phase not handled: " << phase);
+                return TickResult::Failure;
+            }
+            return TickResult::Success;
+        case kPhaseShutdown:
+            CTickScheduler_Uninitialize();
+            return TickResult::Success;
+        default:
+            ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnPhaseActivation", "Phase not handled: " << phase);
+            return TickResult::PhaseNotHandled;
+    }
+}
+
+extern "C" void CTickScheduler_Uninitialize(void) {
+    CTickScheduler& state = tickScheduler;
+    // Before the lock: joining waits for a running pass, which needs the mutex.
+    (void)state.tickOscillator.stop();
+    {
+        std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+        state.initialized.store(0, std::memory_order_relaxed);
+    }
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
+    {
+        // The records stay with their owners' handles; only the list is
+        // emptied, under the mutex so that a concurrent registration is safe.
+        std::lock_guard<std::mutex> listLock(state.tickMutex);
+        state.tickHandlers.clear();
+    }
+}

@@ -1,0 +1,252 @@
+// Shared pieces of the CTickScheduler tests: a fixture that puts the module
+// back into its load state around every test, tick functions that record
+// their calls, trace-line helpers and thread helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <functional>
+#include <mutex>
+#include <new>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "CTickScheduler.h"
+#include "CTickSchedulerModule.h"
+#include "PlatformDouble.h"
+#include "TickResultCodes.h"
+
+namespace scheduler_test {
+
+constexpr const char* kSourceFile = "PlatformServices/TickScheduler/private/CTickScheduler.cpp";
+
+// ---- Module state ------------------------------------------------------------
+
+/// Stops a running oscillator, frees every record the module still holds and
+/// rebuilds the module state as it is when the library is loaded.
+inline void resetModuleToLoadState() {
+    CTickScheduler& state = tickScheduler;
+    (void)state.tickOscillator.stop();
+    std::vector<STickHandler*> records;
+    {
+        std::lock_guard<std::mutex> lock(state.tickMutex);
+        records = state.tickHandlers;
+        records.insert(records.end(), state.retiredHandlers.begin(), state.retiredHandlers.end());
+    }
+    state.~CTickScheduler();
+    new (&state) CTickScheduler();
+    for (STickHandler* record : records) {
+        delete[] record;
+    }
+    schedulerTickReceiver = ITickReceiver{nullptr, nullptr};
+    phaseCallbackContext = SPhaseCallbackContext{nullptr, nullptr};
+}
+
+/// The handler list, read under the mutex.
+inline std::vector<STickHandler*> handlerList() {
+    std::lock_guard<std::mutex> lock(tickScheduler.tickMutex);
+    return tickScheduler.tickHandlers;
+}
+
+inline uint32_t disabledGroups() { return tickScheduler.disabledGroupMask.load(); }
+
+/// One tick pass on the calling thread, as the oscillator would deliver it.
+inline void tick(int count = 1) {
+    for (int i = 0; i < count; ++i) {
+        CTickScheduler_OnTick(&tickScheduler);
+    }
+}
+
+// ---- Tick functions ---------------------------------------------------------
+
+/// Names of tick functions in the order they were called (thread-safe).
+class CallLog {
+public:
+    void add(const std::string& name) {
+        std::lock_guard<std::mutex> lock(mutex);
+        calls.push_back(name);
+    }
+    std::vector<std::string> take() {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<std::string> result;
+        result.swap(calls);
+        return result;
+    }
+
+private:
+    std::mutex mutex;
+    std::vector<std::string> calls;
+};
+
+/// The context of a test tick function: logs its name, counts its calls and
+/// runs an optional action on every call.
+struct Probe {
+    Probe(std::string probeName, CallLog* probeLog) : name(std::move(probeName)), log(probeLog) {}
+
+    std::string name;
+    CallLog* log;
+    std::function<void()> action;
+    std::atomic<int> calls{0};
+
+    ITickReceiver receiver() { return ITickReceiver{this, &Probe::onTick}; }
+
+    static void onTick(void* context) {
+        auto* probe = static_cast<Probe*>(context);
+        probe->calls.fetch_add(1);
+        if (probe->log != nullptr) {
+            probe->log->add(probe->name);
+        }
+        if (probe->action) {
+            probe->action();
+        }
+    }
+};
+
+/// Registers a handler for `probe` named after it; fails the test on error.
+inline STickHandler* registerProbe(Probe& probe, uint32_t tickInterval) {
+    STickHandler* handle = nullptr;
+    const ITickReceiver receiver = probe.receiver();
+    EXPECT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, tickInterval, probe.name.c_str()),
+              TickResult::Success);
+    return handle;
+}
+
+// ---- Trace lines --------------------------------------------------------------
+
+/// A trace message as the tests compare it: level, function, text.
+struct Line {
+    uint32_t level;
+    std::string function;
+    std::string text;
+    bool operator==(const Line& other) const {
+        return level == other.level && function == other.function && text == other.text;
+    }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Line& line) {
+    return out << "{" << line.level << ", \"" << line.function << "\", \"" << line.text << "\"}";
+}
+
+/// Every message (not entry record) written since the last reset, in order.
+inline std::vector<Line> messages() {
+    std::vector<Line> lines;
+    for (const platform_double::TraceRecord& record : platform_double::traces()) {
+        if (!record.entry) {
+            lines.push_back(Line{record.level, record.function, record.text});
+        }
+    }
+    return lines;
+}
+
+/// Every message except those written under `function`: for the oscillator
+/// loop ("run"), whose lines depend on when its thread gets to run.
+inline std::vector<Line> messagesExcept(const std::string& function) {
+    std::vector<Line> lines;
+    for (const Line& line : messages()) {
+        if (line.function != function) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+/// The functions of every entry record written since the last reset, except
+/// those of `except`.
+inline std::vector<std::string> entries(const std::string& except = std::string()) {
+    std::vector<std::string> names;
+    for (const platform_double::TraceRecord& record : platform_double::traces()) {
+        if (record.entry && record.function != except) {
+            names.push_back(record.function);
+        }
+    }
+    return names;
+}
+
+/// The fixture of every test: the module and the platform double start from
+/// their load state, and the module is put back into it afterwards.
+class SchedulerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        resetModuleToLoadState();
+        platform_double::reset();
+    }
+    void TearDown() override { resetModuleToLoadState(); }
+
+    CallLog log;
+};
+
+// ---- Threads ------------------------------------------------------------------
+
+/// A one-shot gate: wait() blocks until open() has been called.
+class Latch {
+public:
+    void open() {
+        std::lock_guard<std::mutex> lock(mutex);
+        opened = true;
+        changed.notify_all();
+    }
+    void wait() {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return opened; });
+    }
+    bool isOpen() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return opened;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool opened = false;
+};
+
+inline pid_t currentThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
+
+/// The scheduler state letter of a thread of this process ('R', 'S', ...).
+inline char threadState(pid_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string content((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const std::string::size_type end = content.rfind(')');
+    if (end == std::string::npos || end + 2 >= content.size()) {
+        return '?';
+    }
+    return content[end + 2];
+}
+
+/// Yields until the thread `tid` sleeps in the kernel or `done` is set, i.e.
+/// until a thread that was told to call in has either returned or blocked.
+inline void waitUntilBlockedOrDone(const std::atomic<pid_t>& tid, const std::atomic<bool>& done) {
+    while (!done.load()) {
+        const pid_t id = tid.load();
+        if (id != 0) {
+            const char state = threadState(id);
+            if (state == 'S' || state == 'D') {
+                return;
+            }
+        }
+        std::this_thread::yield();
+    }
+}
+
+/// Issues ordered events across threads, to compare when things happened.
+class EventClock {
+public:
+    uint64_t now() { return ++counter; }
+
+private:
+    std::atomic<uint64_t> counter{0};
+};
+
+}  // namespace scheduler_test

@@ -1,0 +1,376 @@
+// The tick lock and the operations built on it: enable, disable, freeze and
+// unfreeze; client threads wait for a running pass, the tick thread does not.
+
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "SchedulerFixture.h"
+
+namespace scheduler_test {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+// Guards against a hang only: a correct scheduler answers at once, a broken
+// one would block forever. Never used to measure anything.
+constexpr std::chrono::seconds kHangGuard{30};
+
+/// A pass held open on its own thread: a handler that announces that it runs
+/// and then blocks until released.
+class HeldPass {
+public:
+    explicit HeldPass(CallLog* log) : gate("Gate", log) {
+        gate.action = [this] {
+            entered.open();
+            release.wait();
+        };
+    }
+    ~HeldPass() {
+        release.open();
+        if (ticker.joinable()) {
+            ticker.join();
+        }
+    }
+
+    /// Registers the gate handler (interval 1) at the end of the list.
+    STickHandler* registerGate() { return registerProbe(gate, 1); }
+
+    /// Starts one pass on the tick thread and returns once the gate runs.
+    void startAndWaitForGate() {
+        ticker = std::thread([this] {
+            tickThreadId.store(currentThreadId());
+            tick();
+            passEnded.store(true);
+        });
+        entered.wait();
+    }
+
+    void finish(EventClock& clock) {
+        releasedAt = clock.now();
+        release.open();
+        ticker.join();
+    }
+
+    Probe gate;
+    Latch entered;
+    Latch release;
+    std::thread ticker;
+    std::atomic<pid_t> tickThreadId{0};
+    std::atomic<bool> passEnded{false};
+    uint64_t releasedAt = 0;
+};
+
+/// A client thread that calls one operation while a pass may be running.
+class Client {
+public:
+    template <typename Operation>
+    void start(EventClock& clock, Operation operation) {
+        thread = std::thread([this, &clock, operation] {
+            tid.store(currentThreadId());
+            result = operation();
+            returnedAt = clock.now();
+            done.store(true);
+        });
+    }
+    void join() { thread.join(); }
+
+    std::thread thread;
+    std::atomic<pid_t> tid{0};
+    std::atomic<bool> done{false};
+    uint32_t result = 0xFFFFFFFFu;
+    uint64_t returnedAt = 0;
+};
+
+class TickLockTest : public SchedulerTest {};
+
+TEST_F(TickLockTest, LockIsHeldWhenNoPassRuns) {
+    std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    EXPECT_TRUE(lock.owns_lock());
+    EXPECT_EQ(lock.mutex(), &tickScheduler.tickMutex);
+}
+
+TEST_F(TickLockTest, TickFunctionGetsTheLockAtOnce) {
+    Probe probe("P", &log);
+    bool owned = false;
+    probe.action = [&] {
+        std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+        owned = lock.owns_lock() && tickScheduler.inTick;
+    };
+    registerProbe(probe, 1);
+    tick();
+    EXPECT_TRUE(owned);
+}
+
+TEST_F(TickLockTest, EnableAndDisableWriteTheFlag) {
+    Probe probe("P", &log);
+    STickHandler* handle = registerProbe(probe, 1);
+    platform_double::clearTraces();
+    EXPECT_EQ(CTickScheduler_DisableTickHandler(handle), TickResult::Success);
+    EXPECT_EQ(handle->enabled.load(), 0u);
+    EXPECT_EQ(CTickScheduler_EnableTickHandler(handle), TickResult::Success);
+    EXPECT_EQ(handle->enabled.load(), 1u);
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(TickLockTest, EnableNullHandleIsRefusedWithoutTrace) {
+    EXPECT_EQ(CTickScheduler_EnableTickHandler(nullptr), TickResult::NullArgument);
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(TickLockTest, DisableNullHandleIsRefusedWithoutTrace) {
+    EXPECT_EQ(CTickScheduler_DisableTickHandler(nullptr), TickResult::NullArgument);
+    EXPECT_TRUE(platform_double::traces().empty());
+}
+
+TEST_F(TickLockTest, EnableWritesThroughAHandleThatIsNotInTheList) {
+    STickHandler* record = new STickHandler[1]();
+    record->enabled.store(0);
+    EXPECT_EQ(CTickScheduler_EnableTickHandler(record), TickResult::Success);
+    EXPECT_EQ(record->enabled.load(), 1u);
+    EXPECT_EQ(CTickScheduler_DisableTickHandler(record), TickResult::Success);
+    EXPECT_EQ(record->enabled.load(), 0u);
+    delete[] record;
+}
+
+TEST_F(TickLockTest, FreezeAndUnfreezeSwitchTheOscillatorAndTraceOnlyItsEntries) {
+    EXPECT_EQ(CTickScheduler_Freeze(), TickResult::Success);
+    EXPECT_TRUE(tickScheduler.tickOscillator.isFrozen());
+    EXPECT_EQ(CTickScheduler_Unfreeze(), TickResult::Success);
+    EXPECT_FALSE(tickScheduler.tickOscillator.isFrozen());
+    EXPECT_EQ(entries(), (std::vector<std::string>{"freeze", "unfreeze"}));
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(TickLockTest, FreezeNeedsNoInitialize) {
+    ASSERT_EQ(tickScheduler.initialized.load(), 0u);
+    EXPECT_EQ(CTickScheduler_Freeze(), TickResult::Success);
+    EXPECT_TRUE(tickScheduler.tickOscillator.isFrozen());
+}
+
+TEST_F(TickLockTest, ClientFreezeWaitsUntilTheRunningPassHasEnded) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    registerProbe(after, 1);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [] { return CTickScheduler_Freeze(); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "the client returned while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    // The pass that was under way completed in full.
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
+    tick();
+    EXPECT_TRUE(log.take().empty());
+}
+
+TEST_F(TickLockTest, ClientRegistrationWaitsAndIsNotAppendedDuringThePass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    pass.registerGate();
+    pass.startAndWaitForGate();
+
+    Probe late("Late", &log);
+    STickHandler* lateHandle = nullptr;
+    Client client;
+    client.start(clock, [&] {
+        const ITickReceiver receiver = late.receiver();
+        return CTickScheduler_RegisterTickHandler(&lateHandle, &receiver, 1, "Late");
+    });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load());
+    EXPECT_EQ(handlerList().size(), 1u) << "appended while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    EXPECT_EQ(handlerList().size(), 2u);
+    EXPECT_EQ(late.calls.load(), 0);
+}
+
+TEST_F(TickLockTest, ClientEnableWaitsUntilTheRunningPassHasEnded) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    ASSERT_EQ(CTickScheduler_DisableTickHandler(afterHandle), TickResult::Success);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [&] { return CTickScheduler_EnableTickHandler(afterHandle); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load());
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    // Enabled only after the pass: it did not run in it.
+    EXPECT_EQ(log.take(), (Calls{"Gate"}));
+}
+
+TEST_F(TickLockTest, SeveralWaitingClientsAreAllWokenAtTheEndOfThePass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    STickHandler* gate = pass.registerGate();
+    pass.startAndWaitForGate();
+
+    Client first;
+    Client second;
+    first.start(clock, [&] { return CTickScheduler_EnableTickHandler(gate); });
+    second.start(clock, [] { return CTickScheduler_Unfreeze(); });
+    waitUntilBlockedOrDone(first.tid, first.done);
+    waitUntilBlockedOrDone(second.tid, second.done);
+    EXPECT_FALSE(first.done.load());
+    EXPECT_FALSE(second.done.load());
+    pass.finish(clock);
+    first.join();
+    second.join();
+    EXPECT_GT(first.returnedAt, pass.releasedAt);
+    EXPECT_GT(second.returnedAt, pass.releasedAt);
+}
+
+TEST_F(TickLockTest, TickFunctionCallsReturnAtOnce) {
+    Probe caller("Caller", &log);
+    Probe other("Other", &log);
+    registerProbe(caller, 1);
+    STickHandler* otherHandle = registerProbe(other, 1);
+    std::vector<uint32_t> results;
+    caller.action = [&] {
+        // Each of these would wait for the pass that is running them if the
+        // tick thread were not let through: the test would never end.
+        results.push_back(CTickScheduler_DisableTickHandler(otherHandle));
+        results.push_back(CTickScheduler_EnableTickHandler(otherHandle));
+        results.push_back(CTickScheduler_AddGroup(otherHandle, 1));
+        results.push_back(CTickScheduler_RemoveGroup(otherHandle, 1));
+        results.push_back(CTickScheduler_EnableTickGroup(0));
+        results.push_back(CTickScheduler_DisableTickGroup(1));
+        results.push_back(CTickScheduler_EnableTickGroup(1));
+        results.push_back(CTickScheduler_SetStartOffset(otherHandle, 0));
+        results.push_back(CTickScheduler_Freeze());
+        results.push_back(CTickScheduler_Unfreeze());
+    };
+    tick();
+    EXPECT_EQ(results, std::vector<uint32_t>(10, TickResult::Success));
+    EXPECT_EQ(log.take(), (Calls{"Caller", "Other"}));
+}
+
+TEST_F(TickLockTest, TickFunctionFreezeOnTheOscillatorThreadReturnsAtOnce) {
+    // The same on the real oscillator thread: a tick function freezes the
+    // scheduler, which would deadlock if the tick thread had to wait.
+    Probe freezer("Freezer", &log);
+    Latch frozen;
+    std::atomic<uint32_t> result{0xFFFFFFFFu};
+    freezer.action = [&] {
+        if (!frozen.isOpen()) {
+            result.store(CTickScheduler_Freeze());
+            frozen.open();
+        }
+    };
+    registerProbe(freezer, 1);
+    const ETickPriority priority = TICK_PRIORITY_LOWEST;
+    ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
+    ASSERT_EQ(platform_double::activatePhase(22000, 11), TickResult::Success);
+    ASSERT_EQ(platform_double::activatePhase(22000, 14), TickResult::Success);
+    frozen.wait();
+    CTickScheduler_Uninitialize();
+    EXPECT_EQ(result.load(), TickResult::Success);
+    EXPECT_EQ(freezer.calls.load(), 1);
+}
+
+TEST_F(TickLockTest, DisableOfABadGroupDoesNotWaitForTheRunningPass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    pass.registerGate();
+    pass.startAndWaitForGate();
+
+    std::future<uint32_t> refused = std::async(std::launch::async, [] { return CTickScheduler_DisableTickGroup(5); });
+    const bool answered = refused.wait_for(kHangGuard) == std::future_status::ready;
+    EXPECT_TRUE(answered) << "DisableTickGroup(5) waited for the pass";
+    EXPECT_FALSE(pass.passEnded.load());
+    pass.finish(clock);
+    EXPECT_EQ(refused.get(), TickResult::GroupIdOutOfBounds);
+}
+
+TEST_F(TickLockTest, EnableOfABadGroupWaitsForTheRunningPass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    pass.registerGate();
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [] { return CTickScheduler_EnableTickGroup(5); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load());
+    pass.finish(clock);
+    client.join();
+    EXPECT_EQ(client.result, TickResult::GroupIdOutOfBounds);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+}
+
+TEST_F(TickLockTest, AddGroupWithABadIdWaitsForTheRunningPass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    STickHandler* gate = pass.registerGate();
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [gate] { return CTickScheduler_AddGroup(gate, 7); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load());
+    pass.finish(clock);
+    client.join();
+    EXPECT_EQ(client.result, TickResult::GroupIdOutOfBounds);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+}
+
+TEST_F(TickLockTest, StartOffsetDoesNotWaitForTheRunningPass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe other("Other", &log);
+    pass.registerGate();
+    STickHandler* otherHandle = registerProbe(other, 9);
+    pass.startAndWaitForGate();
+
+    std::future<uint32_t> written =
+        std::async(std::launch::async, [otherHandle] { return CTickScheduler_SetStartOffset(otherHandle, 4); });
+    const bool answered = written.wait_for(kHangGuard) == std::future_status::ready;
+    EXPECT_TRUE(answered) << "SetStartOffset waited for the pass";
+    EXPECT_FALSE(pass.passEnded.load());
+    pass.finish(clock);
+    EXPECT_EQ(written.get(), TickResult::Success);
+    // Written before the pass reached the handler, which then advanced it.
+    EXPECT_EQ(otherHandle->currentInterval.load(), 5u);
+}
+
+TEST_F(TickLockTest, UnchangedPriorityDoesNotTakeTheLock) {
+    Probe probe("P", &log);
+    STickHandler* handle = registerProbe(probe, 1);
+    STickHandler* stranger = new STickHandler[1]();
+    stranger->prio.store(3);
+    std::unique_lock<std::mutex> held(tickScheduler.tickMutex);
+    std::future<uint32_t> same = std::async(std::launch::async, [handle, stranger] {
+        const uint32_t first = CTickScheduler_SetTickPriority(handle, 5);
+        const uint32_t second = CTickScheduler_SetTickPriority(stranger, 3);
+        return first == TickResult::Success && second == TickResult::Success ? 0u : 1u;
+    });
+    const bool answered = same.wait_for(kHangGuard) == std::future_status::ready;
+    held.unlock();
+    EXPECT_TRUE(answered) << "an unchanged priority took the lock";
+    EXPECT_EQ(same.get(), 0u);
+    EXPECT_TRUE(platform_double::tracesOf("CTickScheduler_SetTickPriority").empty());
+    delete[] stranger;
+}
+
+}  // namespace
+}  // namespace scheduler_test
