@@ -1,8 +1,9 @@
-// Module manager binding: module registration and phase callbacks.
-//
-// The library calls the platform's module manager only through these
-// declarations; a platform whose own header has the same signatures can
-// replace this file.
+/// @file
+/// Module manager binding: module registration and phase callbacks.
+///
+/// The library calls the platform's module manager only through these
+/// declarations; a platform whose own header has the same signatures can
+/// replace this file.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +17,8 @@ typedef uint32_t (*PhaseCallback)(void* context, uint32_t phase);
 /// The record a module hands to the module manager for its phase callback.
 /// The module keeps it in static storage; the module manager keeps its address.
 struct SPhaseCallbackContext {
-    void* context;
-    PhaseCallback callback;
+    void* context;           ///< Handed to `callback` unchanged.
+    PhaseCallback callback;  ///< Called for each subscribed phase.
 };
 
 /// Registers a module. Result: below 32768 success, 32768 and above refusal.

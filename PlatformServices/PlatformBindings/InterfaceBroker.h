@@ -1,4 +1,5 @@
-// Interface broker binding: named interface objects shared between modules.
+/// @file
+/// Interface broker binding: named interface objects shared between modules.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +9,14 @@
 class IInterface {
 public:
     virtual ~IInterface() = default;
+    /// A text for the platform's use; the library leaves it empty.
     std::string name;
 };
 
 /// The process-wide broker. Its state is the platform's own.
 class InterfaceBroker {
 public:
+    /// The broker of the process; never null.
     static InterfaceBroker* getInstance();
 
     /// Registers `iface` under `name`. Result: below 32768 success, 32768 and

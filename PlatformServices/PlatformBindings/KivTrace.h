@@ -1,4 +1,5 @@
-// Trace service binding.
+/// @file
+/// Trace service binding.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +27,17 @@ enum KivTraceHdrOption : uint32_t {
 
 /// Where a trace line comes from; one static record per trace site.
 struct KivTraceHeader {
-    const char* file;
-    uint32_t line;
-    const char* function;
+    const char* file;      ///< Source path, relative to the repository root.
+    uint32_t line;         ///< Source line.
+    const char* function;  ///< Function (or bare member) name.
 };
 
 /// A trace object: one per module, with its own run-time level.
 class KivTrace {
 public:
+    /// A trace object for `moduleName`, writing levels up to `defaultLevel`
+    /// until the platform sets another level, with the header parts of
+    /// `headerOption`. May run in a static constructor.
     KivTrace(const char* moduleName, KivTraceLevel defaultLevel, KivTraceHdrOption headerOption);
     ~KivTrace();
 
@@ -43,8 +47,10 @@ public:
     /// Writes one message.
     void logMsg(KivTraceLevel level, const KivTraceHeader& header, const std::string& text);
 
-    /// Writes a function-entry record, without or with a text.
+    /// Writes a function-entry record.
     void logEnterMsg(KivTraceLevel level, const KivTraceHeader& header);
+
+    /// Writes a function-entry record with a text.
     void logEnterMsg(KivTraceLevel level, const KivTraceHeader& header, const std::string& text);
 
 private:

@@ -1,4 +1,5 @@
-// Thread utilities binding: scheduling and naming of a running std::thread.
+/// @file
+/// Thread utilities binding: scheduling and naming of a running std::thread.
 #pragma once
 
 #include <string>

@@ -1,23 +1,24 @@
-// CTickScheduler: the 6 ms interval and priority tick scheduler.
-//
-// Handlers are registered by name with a tick interval; on every tick of the
-// scheduler's 6 ms oscillator the due handlers run on the oscillator thread,
-// one after the other, in the order of the handler list (registration appends;
-// CTickScheduler_SetTickPriority moves a handler in front of the first one of
-// higher priority).
-//
-// Locking: the module has one mutex, the tick lock. Operations that touch the
-// handler list, the group masks or the oscillator take it through
-// CTickScheduler_WaitForTickAndLock: from a client thread they wait until a
-// running tick pass has ended; from inside a tick function (the tick thread)
-// they proceed at once. Registering, unregistering and re-prioritising from a
-// tick function is safe: the running pass keeps walking the handlers it
-// started with (a handler removed in the pass is not called after its
-// removal, its record is freed when the pass ends), and the changed list
-// applies from the next pass.
-//
-// Results: 0 success, 4097 already initialised, 32768 and above errors (see
-// TickResultCodes.h).
+/// @file
+/// CTickScheduler: the 6 ms interval and priority tick scheduler.
+///
+/// Handlers are registered by name with a tick interval; on every tick of the
+/// scheduler's 6 ms oscillator the due handlers run on the oscillator thread,
+/// one after the other, in the order of the handler list (registration appends;
+/// CTickScheduler_SetTickPriority moves a handler in front of the first one of
+/// higher priority).
+///
+/// Locking: the module has one mutex, the tick lock. Operations that touch the
+/// handler list, the group masks or the oscillator take it through
+/// CTickScheduler_WaitForTickAndLock: from a client thread they wait until a
+/// running tick pass has ended; from inside a tick function (the tick thread)
+/// they proceed at once. Registering, unregistering and re-prioritising from a
+/// tick function is safe: the running pass keeps walking the handlers it
+/// started with (a handler removed in the pass is not called after its
+/// removal, its record is freed when the pass ends), and the changed list
+/// applies from the next pass.
+///
+/// Results: 0 success, 4097 already initialised, 32768 and above errors (see
+/// TickResultCodes.h).
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,11 @@
-// CTickSchedulerFast: the 1 ms scheduler that calls every enabled handler on
-// every tick. Its handler operations are reached through the
-// "ITickSchedulerFast" object (ITickSchedulerFast.h); only start-up and
-// shut-down are exported by name.
-//
-// The module configures its 1 ms oscillator at phase 11 but never starts the
-// oscillator thread itself.
+/// @file
+/// CTickSchedulerFast: the 1 ms scheduler that calls every enabled handler on
+/// every tick. Its handler operations are reached through the
+/// "ITickSchedulerFast" object (ITickSchedulerFast.h); only start-up and
+/// shut-down are exported by name.
+///
+/// The module configures its 1 ms oscillator at phase 11 but never starts the
+/// oscillator thread itself.
 #pragma once
 
 #include <cstdint>

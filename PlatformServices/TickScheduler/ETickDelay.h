@@ -1,4 +1,5 @@
-// The tick period of an oscillator.
+/// @file
+/// The tick period of an oscillator.
 #pragma once
 
 #include <cstdint>

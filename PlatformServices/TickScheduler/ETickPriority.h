@@ -1,4 +1,5 @@
-// The real-time priority class of an oscillator thread.
+/// @file
+/// The real-time priority class of an oscillator thread.
 #pragma once
 
 #include <cstdint>

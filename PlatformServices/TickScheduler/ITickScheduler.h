@@ -1,10 +1,5 @@
-// ITickScheduler: the interface object of CTickScheduler in the interface
-// broker, under the name "ITickScheduler".
-//
-// Clients call through the function-pointer members by position; the slot
-// order is part of the binary contract and never changes. Each slot points to
-// the CTickScheduler_* function of the same name (see CTickScheduler.h for
-// results and locking).
+/// @file
+/// ITickScheduler: the interface object of CTickScheduler.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +9,43 @@
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 
+/// The interface object of CTickScheduler in the interface broker, under the
+/// name "ITickScheduler".
+///
+/// Clients call through the function-pointer members by position; the slot
+/// order is part of the binary contract and never changes. Each slot points to
+/// the CTickScheduler_* function of the same name (see CTickScheduler.h for
+/// results and locking). The broker hands out the IInterface part: convert it
+/// with dynamic_cast, since IInterface is a virtual base.
 class ZYN_TS_EXPORT ITickScheduler : public virtual IInterface {
 public:
+    /// Every slot null; CTickScheduler_Initialize fills them.
     ITickScheduler();
     virtual ~ITickScheduler();
 
+    /// Slot 1: CTickScheduler_RegisterTickHandler().
     uint32_t (*RegisterTickHandler)(STickHandler** tickHandler, const ITickReceiver* pITickReceiver,
                                     uint32_t tickInterval, const char* pszName);
+    /// Slot 2: CTickScheduler_UnregisterTickHandler().
     uint32_t (*UnregisterTickHandler)(STickHandler** handle);
+    /// Slot 3: CTickScheduler_Freeze().
     uint32_t (*Freeze)(void);
+    /// Slot 4: CTickScheduler_Unfreeze().
     uint32_t (*Unfreeze)(void);
+    /// Slot 5: CTickScheduler_SetStartOffset().
     uint32_t (*SetStartOffset)(STickHandler* handler, uint32_t offset);
+    /// Slot 6: CTickScheduler_SetTickPriority().
     uint32_t (*SetTickPriority)(STickHandler* handler, int32_t priority);
+    /// Slot 7: CTickScheduler_EnableTickHandler().
     uint32_t (*EnableTickHandler)(STickHandler* handler);
+    /// Slot 8: CTickScheduler_DisableTickHandler().
     uint32_t (*DisableTickHandler)(STickHandler* handler);
+    /// Slot 9: CTickScheduler_AddGroup().
     uint32_t (*AddGroup)(STickHandler* handler, uint32_t groupId);
+    /// Slot 10: CTickScheduler_RemoveGroup().
     uint32_t (*RemoveGroup)(STickHandler* handler, uint32_t groupId);
+    /// Slot 11: CTickScheduler_EnableTickGroup().
     uint32_t (*EnableTickGroup)(uint32_t groupId);
+    /// Slot 12: CTickScheduler_DisableTickGroup().
     uint32_t (*DisableTickGroup)(uint32_t groupId);
 };

@@ -1,18 +1,5 @@
-// ITickSchedulerFast: the interface object of CTickSchedulerFast in the
-// interface broker, under the name "ITickSchedulerFast". It is the only way
-// to reach the fast scheduler's handler and group operations.
-//
-// The fast scheduler calls every enabled, non-suppressed handler on every
-// tick of its 1 ms oscillator, in registration order, with its mutex held for
-// the whole dispatch. Hence, from inside a tick function, use
-// UnregisterTickHandlerFromOnTick (never RegisterTickHandler or
-// UnregisterTickHandler, which would lock the mutex again); outside a tick
-// function use UnregisterTickHandler.
-//
-// Slot order is part of the binary contract and never changes.
-//
-// Results: 0 success; 32770 null argument; 32778 mutex failure; 32780 the
-// handler could not be removed from the list; 32782 group id above 1.
+/// @file
+/// ITickSchedulerFast: the interface object of CTickSchedulerFast.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +9,26 @@
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 
+/// The interface object of CTickSchedulerFast in the interface broker, under
+/// the name "ITickSchedulerFast". It is the only way to reach the fast
+/// scheduler's handler and group operations. The broker hands out the
+/// IInterface part: convert it with dynamic_cast, since IInterface is a
+/// virtual base.
+///
+/// The fast scheduler calls every enabled, non-suppressed handler on every
+/// tick of its 1 ms oscillator, in registration order, with its mutex held for
+/// the whole dispatch. Hence, from inside a tick function, use
+/// UnregisterTickHandlerFromOnTick (never RegisterTickHandler or
+/// UnregisterTickHandler, which would lock the mutex again); outside a tick
+/// function use UnregisterTickHandler.
+///
+/// Slot order is part of the binary contract and never changes.
+///
+/// Results: 0 success; 32770 null argument; 32778 mutex failure; 32780 the
+/// handler could not be removed from the list; 32782 group id above 1.
 class ZYN_TS_EXPORT ITickSchedulerFast : public virtual IInterface {
 public:
+    /// Every slot null; CTickSchedulerFast_Initialize fills them.
     ITickSchedulerFast();
     virtual ~ITickSchedulerFast();
 

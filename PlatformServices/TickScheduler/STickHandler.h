@@ -1,13 +1,5 @@
-// STickHandler: the record of one registered tick handler.
-//
-// Both schedulers use it. Each record is a heap block created by the
-// scheduler's registration; its address is the client's handle for every
-// later operation on the handler. Clients must not write the record directly.
-//
-// The fields that a client thread may write while the tick thread reads them
-// (`enabled`, `prio`, `currentInterval`, `groupMask`) are relaxed atomics of
-// the same size as a plain 32-bit word, so the layout is that of the plain
-// record on every target.
+/// @file
+/// STickHandler: the record of one registered tick handler.
 #pragma once
 
 #include <atomic>
@@ -15,6 +7,16 @@
 
 #include "ITickReceiver.h"
 
+/// The record of one registered tick handler.
+///
+/// Both schedulers use it. Each record is a heap block created by the
+/// scheduler's registration; its address is the client's handle for every
+/// later operation on the handler. Clients must not write the record directly.
+///
+/// The fields that a client thread may write while the tick thread reads them
+/// (`enabled`, `prio`, `currentInterval`, `groupMask`) are relaxed atomics of
+/// the same size as a plain 32-bit word, so the layout is that of the plain
+/// record on every target.
 struct STickHandler {
     /// What is called: `tickReceiver.onTick(tickReceiver.context)`.
     ITickReceiver tickReceiver;

@@ -1,15 +1,5 @@
-// TickOscillator: a real-time thread that delivers ticks on a drift-free grid
-// of the monotonic clock.
-//
-// Tick k is due at start + k x period, where start is the instant the thread
-// began. A late wake-up or a long tick callback never shortens later periods:
-// grid points that have passed are skipped, not delivered in a burst.
-//
-// Threads: the owner calls the operations; the oscillator thread runs `run`
-// and reads `running`, `frozen`, `receiver`, `delay` and `compensation` on
-// every iteration without a lock (they are relaxed atomics, so a write is seen
-// at the latest by the next iteration). `stop` must not be called from the
-// oscillator thread (it joins it).
+/// @file
+/// TickOscillator: the tick source of both schedulers.
 #pragma once
 
 #include <atomic>
@@ -22,6 +12,18 @@
 #include "ITickReceiver.h"
 #include "TickSchedulerExport.h"
 
+/// A real-time thread that delivers ticks on a drift-free grid of the
+/// monotonic clock.
+///
+/// Tick k is due at start + k x period, where start is the instant the thread
+/// began. A late wake-up or a long tick callback never shortens later periods:
+/// grid points that have passed are skipped, not delivered in a burst.
+///
+/// Threads: the owner calls the operations; the oscillator thread runs `run`
+/// and reads `running`, `frozen`, `receiver`, `delay` and `compensation` on
+/// every iteration without a lock (they are relaxed atomics, so a write is seen
+/// at the latest by the next iteration). `stop` must not be called from the
+/// oscillator thread (it joins it).
 class ZYN_TS_EXPORT TickOscillator {
 public:
     /// A routine that corrects the nanosecond part of an elapsed time so that
@@ -82,13 +84,21 @@ public:
     /// next grid point of `periodNs`: a full period when on a grid point.
     static uint32_t sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs);
 
-    /// Read-only views of the state, for the owners and for diagnostics.
+    // Read-only views of the state, for the owners and for diagnostics.
+
+    /// True once initialize() has succeeded.
     bool isInitialized() const { return initialized; }
+    /// True while the thread runs (from start() until stop()).
     bool isRunning() const { return running.load(std::memory_order_relaxed); }
+    /// True while ticks are held back by freeze().
     bool isFrozen() const { return frozen.load(std::memory_order_relaxed); }
+    /// The SCHED_RR priority that start() applies.
     int32_t getPriority() const { return priority; }
+    /// The period.
     ETickDelay getDelay() const { return delay.load(std::memory_order_relaxed); }
+    /// The receiver of the ticks, or null.
     ITickReceiver* getReceiver() const { return receiver.load(std::memory_order_relaxed); }
+    /// The compensation routine of the period.
     Compensation getCompensation() const { return compensation.load(std::memory_order_relaxed); }
     /// The thread's native handle, or 0 when there is no thread.
     std::thread::native_handle_type nativeHandle() { return thread.joinable() ? thread.native_handle() : 0; }

@@ -1,12 +1,15 @@
-// Result codes of the library.
-//
-// Every operation returns an unsigned 32-bit result: 0 success, 1 to 32767
-// success with a remark, 32768 and above an error.
+/// @file
+/// Result codes of the library.
+///
+/// Every operation returns an unsigned 32-bit result: 0 success, 1 to 32767
+/// success with a remark, 32768 and above an error.
 #pragma once
 
 #include <cstdint>
 
+/// The result codes and their tests.
 namespace TickResult {
+/// Success.
 constexpr uint32_t Success = 0;
 /// The module was already initialised; nothing was done (not an error).
 constexpr uint32_t AlreadyInitialized = 4097;       // 0x1001

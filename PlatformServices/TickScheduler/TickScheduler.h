@@ -1,4 +1,5 @@
-// Everything a client of libZynTickScheduler uses.
+/// @file
+/// Everything a client of libZynTickScheduler uses.
 #pragma once
 
 #include "CTickScheduler.h"

@@ -1,4 +1,5 @@
-// Marks what the shared library exports. Everything else is hidden.
+/// @file
+/// Marks what the shared library exports. Everything else is hidden.
 #pragma once
 
 #if defined(__GNUC__)
