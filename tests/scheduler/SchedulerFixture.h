@@ -25,49 +25,13 @@
 
 #include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
+#include "ModuleState.h"
 #include "PlatformDouble.h"
 #include "TickResultCodes.h"
 
 namespace scheduler_test {
 
 constexpr const char* kSourceFile = "PlatformServices/TickScheduler/private/CTickScheduler.cpp";
-
-// ---- Module state ------------------------------------------------------------
-
-/// Stops a running oscillator, frees every record the module still holds and
-/// rebuilds the module state as it is when the library is loaded.
-inline void resetModuleToLoadState() {
-    CTickScheduler& state = tickScheduler;
-    (void)state.tickOscillator.stop();
-    std::vector<STickHandler*> records;
-    {
-        std::lock_guard<std::mutex> lock(state.tickMutex);
-        records = state.tickHandlers;
-        records.insert(records.end(), state.retiredHandlers.begin(), state.retiredHandlers.end());
-    }
-    state.~CTickScheduler();
-    new (&state) CTickScheduler();
-    for (STickHandler* record : records) {
-        delete[] record;
-    }
-    schedulerTickReceiver = ITickReceiver{nullptr, nullptr};
-    phaseCallbackContext = SPhaseCallbackContext{nullptr, nullptr};
-}
-
-/// The handler list, read under the mutex.
-inline std::vector<STickHandler*> handlerList() {
-    std::lock_guard<std::mutex> lock(tickScheduler.tickMutex);
-    return tickScheduler.tickHandlers;
-}
-
-inline uint32_t disabledGroups() { return tickScheduler.disabledGroupMask.load(); }
-
-/// One tick pass on the calling thread, as the oscillator would deliver it.
-inline void tick(int count = 1) {
-    for (int i = 0; i < count; ++i) {
-        CTickScheduler_OnTick(&tickScheduler);
-    }
-}
 
 // ---- Tick functions ---------------------------------------------------------
 
