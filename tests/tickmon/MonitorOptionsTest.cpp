@@ -1,0 +1,165 @@
+#include "MonitorOptions.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace tickmon {
+namespace {
+
+ParseResult parse(std::vector<std::string> arguments) { return parseOptions(arguments); }
+
+/// The error for `arguments`, which must be refused.
+std::string errorOf(std::vector<std::string> arguments) {
+    const ParseResult result = parseOptions(arguments);
+    EXPECT_EQ(result.outcome, ParseOutcome::Error);
+    EXPECT_EQ(result.error.find('\n'), std::string::npos) << "one line: " << result.error;
+    return result.error;
+}
+
+TEST(MonitorOptions, DefaultsRunUntilInterruptedWithTheDefaultHandlerSet) {
+    const ParseResult result = parse({});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run);
+    EXPECT_FALSE(result.options.durationNs.has_value());
+    EXPECT_FALSE(result.options.ticks.has_value());
+    EXPECT_EQ(result.options.priority, 2);
+    EXPECT_EQ(result.options.handlerCount, 6u);
+    EXPECT_EQ(result.options.intervals, (std::vector<uint32_t>{1, 2, 5}));
+    EXPECT_EQ(result.options.workNs, 0);
+    EXPECT_FALSE(result.options.traceLevel.has_value());
+    EXPECT_FALSE(result.options.quiet);
+    EXPECT_EQ(result.options.histogramBuckets, 1000u);
+}
+
+TEST(MonitorOptions, ReadsEveryOption) {
+    const ParseResult result =
+        parse({"--duration", "10s", "--ticks", "500", "--priority", "0", "--handlers", "12", "--intervals", "1,3,7",
+               "--work", "50us", "--trace-level", "5", "--quiet", "--json", "out.json", "--histogram", "h.txt",
+               "--histogram-buckets", "200", "--plot", "p.png", "--inject-fault"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
+    const MonitorOptions& o = result.options;
+    EXPECT_EQ(o.durationNs, 10000000000);
+    EXPECT_EQ(o.ticks, 500u);
+    EXPECT_EQ(o.priority, 0);
+    EXPECT_EQ(o.handlerCount, 12u);
+    EXPECT_EQ(o.intervals, (std::vector<uint32_t>{1, 3, 7}));
+    EXPECT_EQ(o.workNs, 50000);
+    EXPECT_EQ(o.traceLevel, 5u);
+    EXPECT_TRUE(o.quiet);
+    EXPECT_EQ(o.jsonPath, "out.json");
+    EXPECT_EQ(o.histogramPath, "h.txt");
+    EXPECT_EQ(o.histogramBuckets, 200u);
+    EXPECT_EQ(o.plotPath, "p.png");
+    EXPECT_TRUE(o.injectFault);
+}
+
+TEST(MonitorOptions, AcceptsValueAfterEqualsSign) {
+    const ParseResult result = parse({"--duration=250ms", "--priority=4", "-q"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run);
+    EXPECT_EQ(result.options.durationNs, 250000000);
+    EXPECT_EQ(result.options.priority, 4);
+    EXPECT_TRUE(result.options.quiet);
+}
+
+TEST(MonitorOptions, AcceptsTheEndsOfEveryRange) {
+    EXPECT_EQ(parse({"--duration", "1ms"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--duration", "168h"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--ticks", "1"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--ticks", "100000000"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--handlers", "0"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--handlers", "10000"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--intervals", "100000"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--work", "0"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--work", "6ms"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--trace-level", "0"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--trace-level", "7"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--histogram-buckets", "6000"}).outcome, ParseOutcome::Run);
+}
+
+TEST(MonitorOptions, HelpWinsOverEverythingElse) {
+    EXPECT_EQ(parse({"--help"}).outcome, ParseOutcome::Help);
+    EXPECT_EQ(parse({"--priority", "1", "-h"}).outcome, ParseOutcome::Help);
+}
+
+TEST(MonitorOptions, PriorityOutOfRangeNamesOptionAndRange) {
+    const std::string error = errorOf({"--priority", "5"});
+    EXPECT_NE(error.find("--priority"), std::string::npos) << error;
+    EXPECT_NE(error.find("'5'"), std::string::npos) << error;
+    EXPECT_NE(error.find("from 0 (highest) to 4 (lowest)"), std::string::npos) << error;
+    EXPECT_NE(errorOf({"--priority", "-1"}).find("--priority"), std::string::npos);
+    EXPECT_NE(errorOf({"--priority", "two"}).find("--priority"), std::string::npos);
+}
+
+TEST(MonitorOptions, DurationOutOfRangeNamesOptionAndRange) {
+    for (const char* bad : {"0", "999us", "169h", "soon", "-5s"}) {
+        const std::string error = errorOf({"--duration", bad});
+        EXPECT_NE(error.find("--duration"), std::string::npos) << error;
+        EXPECT_NE(error.find("from 1ms to 7 days"), std::string::npos) << error;
+    }
+}
+
+TEST(MonitorOptions, TicksOutOfRangeNamesOptionAndRange) {
+    for (const char* bad : {"0", "100000001", "1e3", "12k"}) {
+        const std::string error = errorOf({"--ticks", bad});
+        EXPECT_NE(error.find("--ticks: invalid value"), std::string::npos) << error;
+        EXPECT_NE(error.find("from 1 to 100000000"), std::string::npos) << error;
+    }
+}
+
+TEST(MonitorOptions, HandlersAndIntervalsOutOfRangeNameOptionAndRange) {
+    EXPECT_NE(errorOf({"--handlers", "10001"}).find("--handlers: invalid value '10001'; expected an integer from 0 to 10000"),
+              std::string::npos);
+    for (const char* bad : {"", "0", "1,,2", "1,2,", "1;2", "100001", "a"}) {
+        const std::string error = errorOf({"--intervals", bad});
+        EXPECT_NE(error.find("--intervals"), std::string::npos) << bad;
+        EXPECT_NE(error.find("from 1 to 100000"), std::string::npos) << bad;
+    }
+}
+
+TEST(MonitorOptions, WorkTraceLevelAndBucketsOutOfRangeNameOptionAndRange) {
+    EXPECT_NE(errorOf({"--work", "7ms"}).find("--work: invalid value '7ms'; expected a time from 0 to 6ms"),
+              std::string::npos);
+    EXPECT_NE(errorOf({"--trace-level", "8"}).find("--trace-level: invalid value '8'; expected an integer from 0"),
+              std::string::npos);
+    EXPECT_NE(errorOf({"--histogram-buckets", "0"}).find("--histogram-buckets: invalid value '0'"),
+              std::string::npos);
+}
+
+TEST(MonitorOptions, PlotNeedsAPngFile) {
+    EXPECT_NE(errorOf({"--plot", "picture.svg"}).find("--plot: invalid value 'picture.svg'; expected a file name "
+                                                      "ending in .png"),
+              std::string::npos);
+    EXPECT_NE(errorOf({"--plot", ".png"}).find("--plot"), std::string::npos);
+}
+
+TEST(MonitorOptions, EmptyFileNamesAreRefused) {
+    EXPECT_NE(errorOf({"--json="}).find("--json: invalid value ''"), std::string::npos);
+    EXPECT_NE(errorOf({"--histogram="}).find("--histogram: invalid value ''"), std::string::npos);
+}
+
+TEST(MonitorOptions, MissingValueNamesOptionAndRange) {
+    const std::string error = errorOf({"--handlers"});
+    EXPECT_EQ(error, "--handlers: missing value; expected an integer from 0 to 10000");
+}
+
+TEST(MonitorOptions, UnknownOptionIsRefused) {
+    EXPECT_EQ(errorOf({"--frobnicate"}), "unknown option '--frobnicate' (see --help)");
+    EXPECT_EQ(errorOf({"10s"}), "unknown option '10s' (see --help)");
+}
+
+TEST(MonitorOptions, FaultInjectionNeedsAHandler) {
+    EXPECT_NE(errorOf({"--handlers", "0", "--inject-fault"}).find("--inject-fault"), std::string::npos);
+}
+
+TEST(MonitorOptions, UsageListsEveryOption) {
+    const std::string usage = usageText();
+    for (const char* option : {"--duration", "--ticks", "--priority", "--handlers", "--intervals", "--work",
+                               "--trace-level", "--quiet", "--json", "--histogram", "--histogram-buckets", "--plot",
+                               "--inject-fault", "--help"}) {
+        EXPECT_NE(usage.find(option), std::string::npos) << option;
+    }
+}
+
+}  // namespace
+}  // namespace tickmon

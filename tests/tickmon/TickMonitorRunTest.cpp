@@ -1,0 +1,222 @@
+// Short real runs of zyn-tickmon: the library started through the reference
+// platform, real 6 ms ticks, and the program's outputs checked as a user's
+// tools would read them.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "JsonReader.h"
+#include "TemporaryDirectory.h"
+
+extern char** environ;
+
+namespace {
+
+struct ProgramRun {
+    int exitStatus = -1;
+    std::string out;
+    std::string err;
+};
+
+/// Runs zyn-tickmon with `arguments`; `path` replaces PATH when not empty.
+ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::string& path = "") {
+    TemporaryDirectory scratch;
+    const std::string outFile = scratch.file("stdout");
+    const std::string errFile = scratch.file("stderr");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+
+    std::vector<std::string> argv = {ZYN_TICKMON_PATH};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argvPointers;
+    for (std::string& a : argv) {
+        argvPointers.push_back(a.data());
+    }
+    argvPointers.push_back(nullptr);
+    std::vector<std::string> environment;
+    for (char** e = environ; *e != nullptr; ++e) {
+        if (path.empty() || std::string(*e).rfind("PATH=", 0) != 0) {
+            environment.emplace_back(*e);
+        }
+    }
+    if (!path.empty()) {
+        environment.push_back("PATH=" + path);
+    }
+    std::vector<char*> environmentPointers;
+    for (std::string& e : environment) {
+        environmentPointers.push_back(e.data());
+    }
+    environmentPointers.push_back(nullptr);
+
+    ProgramRun run;
+    pid_t child = 0;
+    const int spawned =
+        posix_spawn(&child, ZYN_TICKMON_PATH, &actions, nullptr, argvPointers.data(), environmentPointers.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        ADD_FAILURE() << "cannot start " << ZYN_TICKMON_PATH;
+        return run;
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    run.out = TemporaryDirectory::read(outFile);
+    run.err = TemporaryDirectory::read(errFile);
+    return run;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(TickMonitorRun, ShortRunPassesAndReportsEverySection) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "300ms", "--handlers", "4", "--intervals", "1,2,3", "--work",
+                                       "20us", "--json", files.file("run.json"), "--histogram",
+                                       files.file("run.hist")});
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    for (const char* section : {"Tick period (probe handler, interval 1)", "Latency after the 6 ms grid", "p99.9",
+                                "Ticks\n", "missed", "drift", "Handlers (calls made / calls expected",
+                                "tickmon-handler-3    interval 1", "Oscillator thread (from /proc)",
+                                "name      zyn-ts-osc6", "policy    SCHED_", "Self-test: PASS"}) {
+        EXPECT_TRUE(contains(run.out, section)) << section << "\n" << run.out;
+    }
+    EXPECT_FALSE(contains(run.out, "WRONG")) << run.out;
+}
+
+TEST(TickMonitorRun, JsonRecordIsValidAndConsistent) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "300ms", "--quiet", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc["settings"]["duration_ns"].number, 3e8);
+    EXPECT_EQ(doc["stop_reason"].text, "duration");
+    EXPECT_TRUE(doc["passed"].flag);
+    const double recorded = doc["ticks"]["recorded"].number;
+    EXPECT_GE(recorded, 2.0);
+    EXPECT_EQ(doc["passes"].number, recorded);
+    EXPECT_EQ(doc["ticks"]["expected"].number, recorded + doc["ticks"]["missed"].number);
+    EXPECT_EQ(doc["period_ns"]["count"].number, recorded - 1);
+    EXPECT_EQ(doc["period_ns"]["expected"].number, 6e6);
+    EXPECT_LE(doc["latency_ns"]["min"].number, doc["latency_ns"]["p50"].number);
+    EXPECT_LE(doc["latency_ns"]["p50"].number, doc["latency_ns"]["p99"].number);
+    EXPECT_LE(doc["latency_ns"]["p99"].number, doc["latency_ns"]["p99_9"].number);
+    EXPECT_LE(doc["latency_ns"]["p99_9"].number, doc["latency_ns"]["max"].number);
+    EXPECT_LT(doc["latency_ns"]["max"].number, 6e6);
+    ASSERT_EQ(doc["handlers"].items.size(), 6u);
+    for (const json_reader::Value& handler : doc["handlers"].items) {
+        EXPECT_TRUE(handler["ok"].flag) << handler["name"].text;
+        EXPECT_EQ(handler["calls"].number, handler["expected"].number);
+    }
+    EXPECT_TRUE(doc["oscillator_thread"]["found"].flag);
+    EXPECT_EQ(doc["oscillator_thread"]["name"].text, "zyn-ts-osc6");
+}
+
+TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon(
+        {"--ticks", "30", "--quiet", "--histogram", files.file("h.txt"), "--histogram-buckets", "6000"});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    std::istringstream lines(TemporaryDirectory::read(files.file("h.txt")));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "# Histogram");
+    const std::regex bucket("[0-9]{6} [0-9]{6}");
+    uint64_t buckets = 0;
+    uint64_t counted = 0;
+    while (std::getline(lines, line) && std::regex_match(line, bucket)) {
+        EXPECT_EQ(std::stoul(line.substr(0, 6)), buckets);
+        counted += std::stoul(line.substr(7));
+        ++buckets;
+    }
+    EXPECT_EQ(buckets, 6000u);
+    EXPECT_EQ(counted, 30u);
+    EXPECT_EQ(line, "# Total: 000000030");
+    for (const char* prefix : {"# Min Latencies: ", "# Avg Latencies: ", "# Max Latencies: ",
+                               "# Histogram Overflows: 00000", "# Histogram Overflow at cycle number:",
+                               "# Thread 0:"}) {
+        ASSERT_TRUE(std::getline(lines, line));
+        EXPECT_EQ(line.rfind(prefix, 0), 0u) << line;
+    }
+}
+
+TEST(TickMonitorRun, TickCountEndsTheRun) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--ticks", "20", "--quiet", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc["stop_reason"].text, "ticks");
+    EXPECT_EQ(doc["ticks"]["recorded"].number, 20);
+    EXPECT_GE(doc["passes"].number, 20);
+}
+
+TEST(TickMonitorRun, BadValueExitsWithUsageStatusAndOneLine) {
+    const ProgramRun run = runTickmon({"--priority", "9"});
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_EQ(run.err, "zyn-tickmon: --priority: invalid value '9'; expected an integer from 0 (highest) to 4 (lowest)\n");
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(TickMonitorRun, UnwritableOutputIsAUsageError) {
+    const ProgramRun run = runTickmon({"--ticks", "5", "--json", "/nonexistent-dir/run.json"});
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_TRUE(contains(run.err, "--json: cannot write '/nonexistent-dir/run.json'")) << run.err;
+}
+
+TEST(TickMonitorRun, HelpExitsZero) {
+    const ProgramRun run = runTickmon({"--help"});
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_TRUE(contains(run.out, "Usage: zyn-tickmon"));
+}
+
+TEST(TickMonitorRun, AHandlerCalledTooRarelyFailsTheSelfTest) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon(
+        {"--ticks", "30", "--handlers", "2", "--intervals", "2", "--inject-fault", "--json", files.file("run.json")});
+    EXPECT_EQ(run.exitStatus, 1) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "WRONG")) << run.out;
+    EXPECT_TRUE(contains(run.out, "Self-test: FAIL")) << run.out;
+    EXPECT_TRUE(contains(run.err, "self-test failed")) << run.err;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_FALSE(doc["passed"].flag);
+    EXPECT_FALSE(doc["handlers"].items[0]["ok"].flag);
+    EXPECT_LT(doc["handlers"].items[0]["calls"].number, doc["handlers"].items[0]["expected"].number);
+    EXPECT_TRUE(doc["handlers"].items[1]["ok"].flag);
+}
+
+TEST(TickMonitorRun, PlotWithoutGnuplotIsAMessageNotAFailure) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--ticks", "5", "--quiet", "--plot", files.file("h.png")}, files.path());
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_TRUE(contains(run.err, "gnuplot is not installed")) << run.err;
+}
+
+TEST(TickMonitorRun, PlotRunsGnuplotFromThePath) {
+    TemporaryDirectory files;
+    files.write("gnuplot",
+                "#!/bin/sh\nout=$(sed -n \"s/^set output '\\(.*\\)'$/\\1/p\" \"$1\")\nprintf PNG > \"$out\"\n", true);
+    const ProgramRun run =
+        runTickmon({"--ticks", "5", "--quiet", "--plot", files.file("h.png")}, files.path() + ":/usr/bin:/bin");
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_EQ(TemporaryDirectory::read(files.file("h.png")), "PNG");
+}
+
+TEST(TickMonitorRun, StatusLinesArePlainWhenNotOnATerminal) {
+    const ProgramRun run = runTickmon({"--duration", "1200ms", "--handlers", "0"});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_TRUE(std::regex_search(run.err, std::regex("(^|\n)ticks [0-9]+  1\\.[0-9] s / 1\\.2 s  latency min [0-9]+ "
+                                                      "avg [0-9]+ max [0-9]+ us  missed [0-9]+\n")))
+        << run.err;
+    EXPECT_FALSE(contains(run.err, "\r")) << run.err;
+}
+
+}  // namespace

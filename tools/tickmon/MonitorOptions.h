@@ -1,0 +1,70 @@
+// The command line of zyn-tickmon: what to run, for how long, and where the
+// results go. Parsing is pure: it never touches the library or the system.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tickmon {
+
+/// Accepted ranges, shared by the parser, the help text and the tests.
+namespace limits {
+constexpr int64_t kMinDurationNs = 1000000;                    // 1 ms
+constexpr int64_t kMaxDurationNs = 7LL * 24 * 3600 * 1000000000LL;  // 7 days
+constexpr uint64_t kMinTicks = 1;
+constexpr uint64_t kMaxTicks = 100000000;
+constexpr int32_t kMinPriority = 0;
+constexpr int32_t kMaxPriority = 4;
+constexpr uint32_t kMaxHandlers = 10000;
+constexpr uint32_t kMinInterval = 1;
+constexpr uint32_t kMaxInterval = 100000;
+constexpr int64_t kMaxWorkNs = 6000000;  // one 6 ms tick
+constexpr uint32_t kMaxTraceLevel = 7;
+constexpr uint32_t kMinHistogramBuckets = 1;
+constexpr uint32_t kMaxHistogramBuckets = 6000;  // a whole tick in microseconds
+}  // namespace limits
+
+struct MonitorOptions {
+    /// Run length; with neither set the run lasts until Ctrl-C. With both,
+    /// whichever is reached first ends the run.
+    std::optional<int64_t> durationNs;
+    std::optional<uint64_t> ticks;
+    /// ETickPriority given to the scheduler (0 highest .. 4 lowest).
+    int32_t priority = 2;
+    /// Handlers registered beside the probe, with intervals taken in turn
+    /// from `intervals`, each busy for `workNs` per call.
+    uint32_t handlerCount = 6;
+    std::vector<uint32_t> intervals = {1, 2, 5};
+    int64_t workNs = 0;
+    /// Level for the library's trace object "ZYN.TS"; unset keeps the
+    /// platform's setting.
+    std::optional<uint32_t> traceLevel;
+    bool quiet = false;
+    std::string jsonPath;
+    std::string histogramPath;
+    std::string plotPath;
+    uint32_t histogramBuckets = 1000;
+    /// Disables one handler for a few ticks, so the self-test must fail:
+    /// a check of the checker.
+    bool injectFault = false;
+};
+
+enum class ParseOutcome { Run, Help, Error };
+
+struct ParseResult {
+    ParseOutcome outcome = ParseOutcome::Run;
+    MonitorOptions options;
+    /// For Error: one line naming the option and what it accepts.
+    std::string error;
+};
+
+/// Parses the arguments after the program name. Options take their value as
+/// the next argument or after '=' ("--duration 10s", "--duration=10s").
+ParseResult parseOptions(const std::vector<std::string>& arguments);
+
+/// The text printed by --help.
+std::string usageText();
+
+}  // namespace tickmon

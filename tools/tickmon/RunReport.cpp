@@ -1,0 +1,243 @@
+#include "RunReport.h"
+
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+
+#include "JsonWriter.h"
+
+namespace tickmon {
+namespace {
+
+__attribute__((format(printf, 2, 3))) void appendf(std::string& out, const char* format, ...) {
+    char line[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    out += line;
+}
+
+double toUs(double ns) { return ns / 1000.0; }
+double toUs(int64_t ns) { return static_cast<double>(ns) / 1000.0; }
+
+std::string intervalList(const std::vector<uint32_t>& intervals) {
+    std::string list;
+    for (const uint32_t interval : intervals) {
+        list += (list.empty() ? "" : ",") + std::to_string(interval);
+    }
+    return list;
+}
+
+std::string stopSentence(const RunReport& report) {
+    switch (report.stopReason) {
+        case StopReason::Ticks:
+            return "stopped after the requested ticks";
+        case StopReason::Interrupted:
+            return "stopped by an interrupt";
+        case StopReason::Duration:
+            break;
+    }
+    return "stopped after the requested duration";
+}
+
+void appendHeading(std::string& out, const RunReport& report) {
+    const MonitorOptions& o = report.options;
+    appendf(out, "zyn-tickmon: %.3f s run, %s\n", static_cast<double>(report.elapsedNs) / 1e9,
+            stopSentence(report).c_str());
+    appendf(out, "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %.3f us "
+            "work per call\n",
+            static_cast<double>(report.ticks.periodNs) / 1e6, o.priority, o.handlerCount,
+            intervalList(o.intervals).c_str(), toUs(o.workNs));
+}
+
+void appendPeriod(std::string& out, const RunReport& report) {
+    const SummaryStatistics& p = report.ticks.period;
+    out += "\nTick period (probe handler, interval 1)\n";
+    appendf(out, "  periods   %12" PRIu64 "\n", p.count);
+    appendf(out, "  expected  %12.3f us\n", toUs(report.ticks.periodNs));
+    appendf(out, "  min       %12.3f us\n", toUs(p.min));
+    appendf(out, "  mean      %12.3f us\n", toUs(p.mean));
+    appendf(out, "  max       %12.3f us\n", toUs(p.max));
+    appendf(out, "  std dev   %12.3f us\n", toUs(p.stddev));
+}
+
+void appendLatency(std::string& out, const RunReport& report) {
+    const LatencySummary& l = report.ticks.latency;
+    appendf(out, "\nLatency after the %.0f ms grid (phase estimated from the run: the earliest tick is 0)\n",
+            static_cast<double>(report.ticks.periodNs) / 1e6);
+    appendf(out, "  min       %12.3f us\n", toUs(l.min));
+    appendf(out, "  mean      %12.3f us\n", toUs(l.mean));
+    appendf(out, "  p50       %12.3f us\n", toUs(l.p50));
+    appendf(out, "  p99       %12.3f us\n", toUs(l.p99));
+    appendf(out, "  p99.9     %12.3f us\n", toUs(l.p999));
+    appendf(out, "  max       %12.3f us\n", toUs(l.max));
+}
+
+void appendTicks(std::string& out, const RunReport& report) {
+    const TickAnalysis& t = report.ticks;
+    out += "\nTicks\n";
+    appendf(out, "  recorded  %12" PRIu64 "\n", t.recordedTicks);
+    appendf(out, "  expected  %12" PRIu64 "  (grid points from the first tick to the last)\n", t.expectedTicks);
+    appendf(out, "  missed    %12" PRIu64 "\n", t.missedTicks);
+    appendf(out, "  drift     %+12.5f ticks  (%+.3f us over the run, %+.4f ppm)\n", t.drift.ticks, toUs(t.drift.ns),
+            t.drift.ppm);
+    if (report.lostTimestamps > 0) {
+        appendf(out, "  lost      %12" PRIu64 "  timestamps (the monitor fell behind; not counted above)\n",
+                report.lostTimestamps);
+    }
+}
+
+void appendHandlers(std::string& out, const RunReport& report) {
+    appendf(out, "\nHandlers (calls made / calls expected after %" PRIu64 " passes)\n", report.passes);
+    if (report.handlers.empty()) {
+        out += "  none besides the probe\n";
+    }
+    for (const HandlerVerdict& h : report.handlers) {
+        appendf(out, "  %-20s interval %-6u %10" PRIu64 " / %-10" PRIu64 " %s\n", h.name.c_str(), h.interval, h.calls,
+                h.expected, h.ok ? "ok" : "WRONG");
+    }
+}
+
+void appendThread(std::string& out, const RunReport& report) {
+    const OscillatorThreadReport& t = report.thread;
+    out += "\nOscillator thread (from /proc)\n";
+    if (!t.found) {
+        out += "  not found\n";
+        return;
+    }
+    appendf(out, "  name      %s (tid %d)\n", t.name.c_str(), static_cast<int>(t.tid));
+    appendf(out, "  policy    %s, priority %u\n", t.policyName.c_str(), t.priority);
+    if (t.cpuMeasured) {
+        appendf(out, "  CPU time  %.3f ms per second (%.3f %%), from %s\n", t.cpuNsPerSecond / 1e6,
+                t.cpuNsPerSecond / 1e7, t.cpuSource.c_str());
+    } else {
+        out += "  CPU time  not available\n";
+    }
+}
+
+}  // namespace
+
+const char* stopReasonName(StopReason reason) {
+    switch (reason) {
+        case StopReason::Ticks:
+            return "ticks";
+        case StopReason::Interrupted:
+            return "interrupted";
+        case StopReason::Duration:
+            break;
+    }
+    return "duration";
+}
+
+std::string formatReport(const RunReport& report) {
+    std::string out;
+    appendHeading(out, report);
+    appendPeriod(out, report);
+    appendLatency(out, report);
+    appendTicks(out, report);
+    appendHandlers(out, report);
+    appendThread(out, report);
+    out += report.passed ? "\nSelf-test: PASS (every handler was called as often as its interval requires)\n"
+                         : "\nSelf-test: FAIL (a handler was called a wrong number of times)\n";
+    return out;
+}
+
+namespace {
+
+void writeSettings(JsonWriter& json, const MonitorOptions& o) {
+    json.key("settings").beginObject();
+    json.key("duration_ns");
+    o.durationNs ? json.value(*o.durationNs) : json.null();
+    json.key("ticks");
+    o.ticks ? json.value(*o.ticks) : json.null();
+    json.key("priority").value(o.priority);
+    json.key("handlers").value(o.handlerCount);
+    json.key("intervals").beginArray();
+    for (const uint32_t interval : o.intervals) {
+        json.value(interval);
+    }
+    json.endArray();
+    json.key("work_ns").value(o.workNs);
+    json.key("trace_level");
+    o.traceLevel ? json.value(*o.traceLevel) : json.null();
+    json.key("histogram_buckets").value(o.histogramBuckets);
+    json.key("inject_fault").value(o.injectFault);
+    json.endObject();
+}
+
+void writeTicks(JsonWriter& json, const TickAnalysis& t) {
+    json.key("period_ns").beginObject();
+    json.key("count").value(t.period.count);
+    json.key("expected").value(t.periodNs);
+    json.key("min").value(t.period.min);
+    json.key("mean").value(t.period.mean);
+    json.key("max").value(t.period.max);
+    json.key("stddev").value(t.period.stddev);
+    json.endObject();
+    json.key("latency_ns").beginObject();
+    json.key("count").value(t.latency.count);
+    json.key("min").value(t.latency.min);
+    json.key("mean").value(t.latency.mean);
+    json.key("p50").value(t.latency.p50);
+    json.key("p99").value(t.latency.p99);
+    json.key("p99_9").value(t.latency.p999);
+    json.key("max").value(t.latency.max);
+    json.endObject();
+    json.key("ticks").beginObject();
+    json.key("recorded").value(t.recordedTicks);
+    json.key("expected").value(t.expectedTicks);
+    json.key("missed").value(t.missedTicks);
+    json.key("drift_ticks").value(t.drift.ticks);
+    json.key("drift_ns").value(t.drift.ns);
+    json.key("drift_ppm").value(t.drift.ppm);
+    json.endObject();
+}
+
+void writeHandlers(JsonWriter& json, const std::vector<HandlerVerdict>& handlers) {
+    json.key("handlers").beginArray();
+    for (const HandlerVerdict& h : handlers) {
+        json.beginObject();
+        json.key("name").value(h.name);
+        json.key("interval").value(h.interval);
+        json.key("calls").value(h.calls);
+        json.key("expected").value(h.expected);
+        json.key("ok").value(h.ok);
+        json.endObject();
+    }
+    json.endArray();
+}
+
+void writeThread(JsonWriter& json, const OscillatorThreadReport& t) {
+    json.key("oscillator_thread").beginObject();
+    json.key("found").value(t.found);
+    json.key("name").value(t.name);
+    json.key("tid").value(static_cast<int64_t>(t.tid));
+    json.key("policy").value(t.policyName);
+    json.key("priority").value(t.priority);
+    json.key("cpu_ns_per_second");
+    t.cpuMeasured ? json.value(t.cpuNsPerSecond) : json.null();
+    json.key("cpu_source").value(t.cpuSource);
+    json.endObject();
+}
+
+}  // namespace
+
+std::string formatJson(const RunReport& report) {
+    JsonWriter json;
+    json.beginObject();
+    json.key("tool").value("zyn-tickmon");
+    writeSettings(json, report.options);
+    json.key("stop_reason").value(stopReasonName(report.stopReason));
+    json.key("elapsed_ns").value(report.elapsedNs);
+    json.key("passes").value(report.passes);
+    json.key("lost_timestamps").value(report.lostTimestamps);
+    writeTicks(json, report.ticks);
+    writeHandlers(json, report.handlers);
+    writeThread(json, report.thread);
+    json.key("passed").value(report.passed);
+    json.endObject();
+    return json.text();
+}
+
+}  // namespace tickmon

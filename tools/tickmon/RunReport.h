@@ -1,0 +1,55 @@
+// The end-of-run report: as text for people and as one JSON record for tools.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "HandlerCheck.h"
+#include "MonitorOptions.h"
+#include "TickAnalysis.h"
+
+namespace tickmon {
+
+/// The scheduler's oscillator thread as the kernel sees it.
+struct OscillatorThreadReport {
+    bool found = false;
+    pid_t tid = 0;
+    std::string name;
+    uint32_t policy = 0;
+    std::string policyName;
+    uint32_t priority = 0;
+    bool cpuMeasured = false;
+    /// CPU time the thread used per second of run, nanoseconds.
+    double cpuNsPerSecond = 0.0;
+    /// "schedstat" or "stat" (see ThreadStat.h).
+    std::string cpuSource;
+};
+
+enum class StopReason { Duration, Ticks, Interrupted };
+
+struct RunReport {
+    MonitorOptions options;
+    StopReason stopReason = StopReason::Duration;
+    /// From the oscillator start to the end of the run.
+    int64_t elapsedNs = 0;
+    /// Tick passes: calls of the probe handler, which runs on every pass.
+    uint64_t passes = 0;
+    /// Timestamps the main thread could not take in time (see TickRecorder).
+    uint64_t lostTimestamps = 0;
+    TickAnalysis ticks;
+    std::vector<HandlerVerdict> handlers;
+    OscillatorThreadReport thread;
+    /// Every handler called as often as its interval requires.
+    bool passed = false;
+};
+
+std::string formatReport(const RunReport& report);
+std::string formatJson(const RunReport& report);
+
+/// "duration", "ticks" or "interrupted".
+const char* stopReasonName(StopReason reason);
+
+}  // namespace tickmon

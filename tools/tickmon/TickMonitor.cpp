@@ -1,0 +1,318 @@
+#include "TickMonitor.h"
+
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <optional>
+
+#include "HistogramPlot.h"
+#include "LatencyHistogram.h"
+#include "LiveStatus.h"
+#include "MonotonicClock.h"
+#include "OscillatorThreadWatch.h"
+#include "PlatformHost/TraceHost.h"
+#include "RunReport.h"
+#include "SchedulerSession.h"
+#include "TickAnalysis.h"
+#include "TickHandlers.h"
+#include "TimeSpan.h"
+
+namespace tickmon {
+namespace {
+
+constexpr int64_t kPeriodNs = 6 * kNanosPerMilli;
+constexpr const char* kOscillatorThreadName = "zyn-ts-osc6";
+/// Timestamps the ring holds between two drains: about six minutes of ticks.
+constexpr size_t kRingCapacity = 65536;
+constexpr int64_t kPollNs = 10 * kNanosPerMilli;
+constexpr int64_t kStatusEveryNs = kNanosPerSecond;
+
+volatile sig_atomic_t interrupted = 0;
+
+void onInterrupt(int) { interrupted = 1; }
+
+/// Ctrl-C and SIGTERM end the run with a report; a second one ends the
+/// process at once (the handler is reset after the first).
+void installInterruptHandlers() {
+    struct sigaction action {};
+    action.sa_handler = &onInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+/// Blocks SIGINT and SIGTERM while alive: threads started meanwhile (the
+/// oscillator) inherit the mask, so the signals always reach the main thread
+/// and never interrupt the real-time thread's sleep.
+class InterruptsBlocked {
+public:
+    InterruptsBlocked() {
+        sigset_t interrupts;
+        sigemptyset(&interrupts);
+        sigaddset(&interrupts, SIGINT);
+        sigaddset(&interrupts, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &interrupts, &previous);
+    }
+    ~InterruptsBlocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
+    InterruptsBlocked(const InterruptsBlocked&) = delete;
+    InterruptsBlocked& operator=(const InterruptsBlocked&) = delete;
+
+private:
+    sigset_t previous;
+};
+
+void sleepNs(int64_t ns) {
+    const timespec pause{static_cast<time_t>(ns / kNanosPerSecond), static_cast<long>(ns % kNanosPerSecond)};
+    nanosleep(&pause, nullptr);  // an interrupt ends it early, as wanted
+}
+
+/// The files the run writes, opened before the run so that a bad path is a
+/// usage error and not a lost run.
+struct OutputFiles {
+    std::unique_ptr<std::ofstream> json;
+    std::unique_ptr<std::ofstream> histogram;
+
+    bool open(const MonitorOptions& options, std::string& error) {
+        return openOne("--json", options.jsonPath, json, error) &&
+               openOne("--histogram", options.histogramPath, histogram, error);
+    }
+
+private:
+    static bool openOne(const char* option, const std::string& path, std::unique_ptr<std::ofstream>& file,
+                        std::string& error) {
+        if (path.empty()) {
+            return true;
+        }
+        file = std::make_unique<std::ofstream>(path, std::ios::out | std::ios::trunc);
+        if (!file->is_open()) {
+            error = std::string(option) + ": cannot write '" + path + "': " + std::strerror(errno);
+            return false;
+        }
+        return true;
+    }
+};
+
+/// The live status line: refreshed in place on a terminal, one plain line at
+/// a time otherwise.
+class StatusPrinter {
+public:
+    explicit StatusPrinter(bool enabled) : active(enabled), terminal(isatty(STDERR_FILENO) == 1) {}
+
+    void print(const StatusFigures& figures) {
+        if (!active) {
+            return;
+        }
+        const std::string line = formatStatusLine(figures);
+        if (terminal) {
+            std::fprintf(stderr, "\r%s\033[K", line.c_str());
+            printedInPlace = true;
+        } else {
+            std::fprintf(stderr, "%s\n", line.c_str());
+        }
+        std::fflush(stderr);
+    }
+
+    void finish() {
+        if (printedInPlace) {
+            std::fprintf(stderr, "\r\033[K");
+            std::fflush(stderr);
+        }
+    }
+
+private:
+    bool active;
+    bool terminal;
+    bool printedInPlace = false;
+};
+
+/// Disables the first load handler for a few passes: the scheduler then
+/// calls it less often than its interval requires, and the self-test must
+/// catch it.
+class FaultInjection {
+public:
+    FaultInjection(bool wanted, TickHandlers& handlers) : pending(wanted), handlers(handlers) {}
+
+    /// Advances the injection; true once it is over (or was never wanted).
+    bool step(ITickScheduler& scheduler) {
+        const uint64_t passes = handlers.probe().passes.load(std::memory_order_relaxed);
+        LoadHandler& victim = handlers.load(0);
+        if (pending && !disabled && passes >= 1) {
+            scheduler.DisableTickHandler(victim.handle);
+            disabled = true;
+            enableAfterPasses = passes + victim.interval + 1;
+        } else if (pending && disabled && passes >= enableAfterPasses) {
+            scheduler.EnableTickHandler(victim.handle);
+            pending = false;
+        }
+        return !pending;
+    }
+
+private:
+    bool pending;
+    bool disabled = false;
+    uint64_t enableAfterPasses = 0;
+    TickHandlers& handlers;
+};
+
+struct RunLoopResult {
+    StopReason reason = StopReason::Duration;
+    int64_t elapsedNs = 0;
+};
+
+/// Drains timestamps, prints the status and stops on the first of: the
+/// duration, the tick count, an interrupt.
+RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, TickHandlers& handlers,
+                      std::vector<int64_t>& timestamps, int64_t startNs) {
+    LiveLatency live(kPeriodNs);
+    StatusPrinter status(!options.quiet);
+    FaultInjection fault(options.injectFault, handlers);
+    int64_t nextStatusNs = startNs + kStatusEveryNs;
+    int64_t totalNs = options.durationNs.value_or(0);
+    if (totalNs == 0 && options.ticks) {
+        totalNs = static_cast<int64_t>(*options.ticks) * kPeriodNs;
+    }
+    RunLoopResult result;
+    for (;;) {
+        const size_t before = timestamps.size();
+        handlers.probe().recorder.drain(timestamps);
+        for (size_t i = before; i < timestamps.size(); ++i) {
+            live.add(timestamps[i]);
+        }
+        const int64_t now = monotonicNowNs();
+        result.elapsedNs = now - startNs;
+        const bool faultDone = fault.step(scheduler);
+        if (now >= nextStatusNs) {
+            status.print(StatusFigures{live.ticks(), result.elapsedNs, totalNs, live.latency(), live.missed()});
+            nextStatusNs += kStatusEveryNs;
+        }
+        if (interrupted != 0) {
+            result.reason = StopReason::Interrupted;
+            break;
+        }
+        if (faultDone && options.ticks && timestamps.size() >= *options.ticks) {
+            result.reason = StopReason::Ticks;
+            break;
+        }
+        if (faultDone && options.durationNs && result.elapsedNs >= *options.durationNs) {
+            result.reason = StopReason::Duration;
+            break;
+        }
+        sleepNs(kPollNs);
+    }
+    status.finish();
+    return result;
+}
+
+void writeOutputs(const MonitorOptions& options, const RunReport& report, OutputFiles& files) {
+    if (!options.quiet) {
+        std::fputs(formatReport(report).c_str(), stdout);
+        std::fflush(stdout);
+    }
+    if (files.json) {
+        *files.json << formatJson(report);
+        files.json->close();
+    }
+    const bool wantHistogram = files.histogram || !options.plotPath.empty();
+    if (!wantHistogram) {
+        return;
+    }
+    const LatencyHistogram histogram = buildHistogram(report.ticks.latenciesNs, options.histogramBuckets);
+    if (files.histogram) {
+        *files.histogram << formatCyclictestHistogram(histogram);
+        files.histogram->close();
+    }
+    if (!options.plotPath.empty()) {
+        const char* path = std::getenv("PATH");
+        const PlotOutcome plot = plotHistogram(histogram, options.plotPath, "zyn-tickmon: latency after the 6 ms grid",
+                                               path != nullptr ? path : "");
+        if (!options.quiet || !plot.drawn) {
+            std::fprintf(stderr, "zyn-tickmon: %s\n", plot.message.c_str());
+        }
+    }
+}
+
+int failStartUp(const std::string& error, SchedulerSession& session) {
+    std::fprintf(stderr, "zyn-tickmon: the library did not start: %s\n", error.c_str());
+    session.shutDown();
+    return exit_status::kSelfTestFailed;
+}
+
+}  // namespace
+
+int runMonitor(const MonitorOptions& options) {
+    OutputFiles files;
+    std::string error;
+    if (!files.open(options, error)) {
+        std::fprintf(stderr, "zyn-tickmon: %s\n", error.c_str());
+        return exit_status::kUsage;
+    }
+    if (options.traceLevel) {
+        platform_host::setTraceLevel("ZYN.TS", *options.traceLevel);
+    }
+    installInterruptHandlers();
+
+    SchedulerSession session;
+    TickHandlers handlers(options.handlerCount, options.intervals, options.workNs, kRingCapacity);
+    if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
+        return failStartUp(error, session);
+    }
+    ITickScheduler& scheduler = session.scheduler();
+    if (!handlers.registerAll(scheduler, error)) {
+        handlers.unregisterAll(scheduler);
+        return failStartUp(error, session);
+    }
+    int64_t startNs = 0;
+    {
+        const InterruptsBlocked keepInterruptsOffTheTickThread;
+        bool started = session.runPhase(11, error) && session.runPhase(13, error);
+        startNs = monotonicNowNs();
+        started = started && session.runPhase(14, error);
+        if (!started) {
+            handlers.unregisterAll(scheduler);
+            return failStartUp(error, session);
+        }
+    }
+    OscillatorThreadWatch threadWatch(kOscillatorThreadName);
+    threadWatch.begin(kNanosPerSecond);
+
+    std::vector<int64_t> timestamps;
+    const RunLoopResult loop = runLoop(options, scheduler, handlers, timestamps, startNs);
+
+    RunReport report;
+    report.thread = threadWatch.finish();
+    // Once Freeze has returned no pass runs, so the counts below belong to
+    // whole passes.
+    scheduler.Freeze();
+    report.passes = handlers.probe().passes.load();
+    report.handlers = checkHandlers(report.passes, handlers.tallies());
+    handlers.unregisterAll(scheduler);
+    session.shutDown();
+
+    handlers.probe().recorder.drain(timestamps);
+    if (options.ticks && timestamps.size() > *options.ticks) {
+        timestamps.resize(static_cast<size_t>(*options.ticks));
+    }
+    report.options = options;
+    report.stopReason = loop.reason;
+    report.elapsedNs = loop.elapsedNs;
+    report.lostTimestamps = handlers.probe().recorder.lost();
+    report.ticks = analyzeTicks(timestamps, kPeriodNs);
+    report.passed = allHandlersOk(report.handlers);
+    writeOutputs(options, report, files);
+    if (!report.passed) {
+        std::fprintf(stderr, "zyn-tickmon: self-test failed: a handler was called a wrong number of times\n");
+        return exit_status::kSelfTestFailed;
+    }
+    return exit_status::kPassed;
+}
+
+}  // namespace tickmon
