@@ -1,5 +1,12 @@
 // The reference module manager: modules, their phase callbacks and the phases
 // each callback subscribes to; runs phases on request of the host.
+//
+// A module id is registered once per life of the module. Once a shut-down
+// phase has begun, every module registered at that moment is shut down, and
+// its id may be registered again: the new registration starts a new life, and
+// the callbacks of the old one are forgotten (the module registers them again).
+// Until then the old callbacks stay, so phases run after the shut-down still
+// reach the module, which refuses them while it is not initialised.
 
 #include <mutex>
 #include <string>
@@ -17,6 +24,7 @@ namespace result = platform_host::host_result;
 struct Module {
     uint32_t id;
     std::string name;
+    bool shutDown;
 };
 
 struct Callback {
@@ -47,9 +55,32 @@ Registry& registry() {
     return *instance;
 }
 
-bool isKnownModule(const Registry& reg, uint32_t moduleId) {
-    for (const Module& module : reg.modules) {
+Module* findModule(Registry& reg, uint32_t moduleId) {
+    for (Module& module : reg.modules) {
         if (module.id == moduleId) {
+            return &module;
+        }
+    }
+    return nullptr;
+}
+
+bool isKnownModule(Registry& reg, uint32_t moduleId) {
+    return findModule(reg, moduleId) != nullptr;
+}
+
+void forgetCallbacksOf(Registry& reg, uint32_t moduleId) {
+    std::vector<Callback> kept;
+    for (Callback& callback : reg.callbacks) {
+        if (callback.moduleId != moduleId) {
+            kept.push_back(std::move(callback));
+        }
+    }
+    reg.callbacks = std::move(kept);
+}
+
+bool isShutdownPhase(uint32_t phase) {
+    for (uint32_t shutdownPhase : platform_host::shutdownPhases()) {
+        if (shutdownPhase == phase) {
             return true;
         }
     }
@@ -65,10 +96,16 @@ bool subscribes(const Callback& callback, uint32_t phase) {
     return false;
 }
 
-// The callbacks of `phase`, copied so that they can be called without the lock.
-std::vector<Callback> subscribersOf(uint32_t phase) {
+// The callbacks of `phase`, copied so that they can be called without the
+// lock. A shut-down phase marks every module registered now as shut down.
+std::vector<Callback> beginPhase(uint32_t phase) {
     Registry& reg = registry();
     const std::lock_guard<std::mutex> lock(reg.mutex);
+    if (isShutdownPhase(phase)) {
+        for (Module& module : reg.modules) {
+            module.shutDown = true;
+        }
+    }
     std::vector<Callback> subscribers;
     for (const Callback& callback : reg.callbacks) {
         if (subscribes(callback, phase)) {
@@ -94,10 +131,18 @@ extern "C" uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char*
     }
     Registry& reg = registry();
     const std::lock_guard<std::mutex> lock(reg.mutex);
-    if (isKnownModule(reg, moduleId)) {
+    Module* const known = findModule(reg, moduleId);
+    if (known == nullptr) {
+        reg.modules.push_back(Module{moduleId, moduleName, false});
+        return result::Success;
+    }
+    if (!known->shutDown) {
         return result::ModuleAlreadyRegistered;
     }
-    reg.modules.push_back(Module{moduleId, moduleName});
+    // A new life of a module that was shut down.
+    forgetCallbacksOf(reg, moduleId);
+    known->name = moduleName;
+    known->shutDown = false;
     return result::Success;
 }
 
@@ -138,7 +183,7 @@ std::vector<PhaseCallResult> runPhase(uint32_t phase) {
     // Called without the lock: a callback may register modules, callbacks or
     // interfaces. What it registers takes part from the next phase on.
     std::vector<PhaseCallResult> results;
-    for (const Callback& callback : subscribersOf(phase)) {
+    for (const Callback& callback : beginPhase(phase)) {
         const uint32_t callResult = call(callback, phase);
         results.push_back(PhaseCallResult{callback.moduleId, callback.name, phase, callResult});
     }

@@ -280,6 +280,53 @@ TEST_F(ModuleManagerTest, RunPhasesConcatenatesResultsInPhaseOrder) {
     EXPECT_EQ(results[3].phase, 11u);
 }
 
+TEST_F(ModuleManagerTest, StartupDoesNotFreeAModuleId) {
+    ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    platform_host::runStartup();
+    EXPECT_EQ(CModuleManager_RegisterModule(1, "A"), result::ModuleAlreadyRegistered);
+}
+
+TEST_F(ModuleManagerTest, ShutDownModuleKeepsItsCallbacks) {
+    ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    CallbackIdentity a{"A", 0};
+    SPhaseCallbackContext record{&a, &recordingCallback};
+    ASSERT_EQ(registerCallback(1, "A_OnPhase", record, {11, 16}), result::Success);
+    platform_host::runShutdown();
+    calls.clear();
+
+    EXPECT_EQ(platform_host::runPhase(11).size(), 1u);
+    EXPECT_EQ(calls.size(), 1u);
+}
+
+TEST_F(ModuleManagerTest, ModuleRegistersAgainAfterShutdownAsANewLife) {
+    ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    CallbackIdentity a{"A", 0};
+    SPhaseCallbackContext record{&a, &recordingCallback};
+    ASSERT_EQ(registerCallback(1, "A_OnPhase", record, {11, 16}), result::Success);
+    ASSERT_EQ(platform_host::runPhase(16).size(), 1u);
+    calls.clear();
+
+    EXPECT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    // The old life's callback is gone until the module registers it again.
+    EXPECT_TRUE(platform_host::runPhase(11).empty());
+    ASSERT_EQ(registerCallback(1, "A_OnPhase", record, {11, 16}), result::Success);
+    EXPECT_EQ(platform_host::runPhase(11).size(), 1u);
+    EXPECT_EQ(calls.size(), 1u);
+    // The new life is live again: a second registration is a duplicate.
+    EXPECT_EQ(CModuleManager_RegisterModule(1, "A"), result::ModuleAlreadyRegistered);
+}
+
+TEST_F(ModuleManagerTest, ShutdownEndsEveryModuleNotOnlyItsSubscribers) {
+    ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    ASSERT_EQ(CModuleManager_RegisterModule(2, "B"), result::Success);
+    CallbackIdentity b{"B", 0};
+    SPhaseCallbackContext record{&b, &recordingCallback};
+    ASSERT_EQ(registerCallback(2, "B_OnPhase", record, {11}), result::Success);
+    platform_host::runShutdown();
+    EXPECT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
+    EXPECT_EQ(CModuleManager_RegisterModule(2, "B"), result::Success);
+}
+
 TEST_F(ModuleManagerTest, ResetForgetsModulesAndCallbacks) {
     ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
     CallbackIdentity a{"A", 0};

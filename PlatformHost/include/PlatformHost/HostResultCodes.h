@@ -21,7 +21,8 @@ constexpr uint32_t EndOfList = 4098;
 
 // ---- Module manager ----------------------------------------------------------
 
-/// CModuleManager_RegisterModule: the module id is already registered.
+/// CModuleManager_RegisterModule: the module id is already registered and the
+/// module has not been shut down since.
 constexpr uint32_t ModuleAlreadyRegistered = 0x9001;
 /// CModuleManager_RegisterCallback: no module with that id is registered.
 constexpr uint32_t UnknownModule = 0x9002;

@@ -23,7 +23,12 @@ const std::vector<uint32_t>& startupPhases();
 const std::vector<uint32_t>& shutdownPhases();
 
 /// Calls every callback subscribed to `phase`, in registration order, and
-/// reports each callback's result.
+/// reports each callback's result. The callbacks run without the manager's
+/// lock held, so they may register modules and callbacks; what they register
+/// takes part from the next phase on. A phase of shutdownPhases() marks every
+/// module registered at its start as shut down: such a module keeps its
+/// callbacks, and may register its id again, which starts a new life in which
+/// its old callbacks are forgotten.
 std::vector<PhaseCallResult> runPhase(uint32_t phase);
 
 /// Runs `phases` one after the other; the results of all callbacks in order.
