@@ -1,0 +1,213 @@
+#!/usr/bin/env bash
+# Timing of zyn-tickmon's 6 ms tick against cyclictest, the kernel's own
+# latency reference, measured the same way on the same machine.
+#
+# Both run one measuring thread under SCHED_RR at the same priority with a
+# 6 ms period, one after the other, several times alternately (so a change in
+# machine load hits both alike). For each run the script reads the latency
+# histogram each tool writes in cyclictest's -h layout, and samples the CPU
+# time of the measuring thread from /proc (schedstat, nanoseconds) over the
+# middle of the run. It prints one table: min/avg/p99/max latency, CPU time per
+# second, and the ratio of ours to cyclictest's.
+#
+# Latency bases differ: cyclictest measures from the timer's due time, the
+# monitor from the best wake-up of its run (it cannot see the grid's origin).
+# So the ratios are taken on latency above each tool's own minimum (jitter),
+# which is the like-for-like figure; the raw columns are shown as well.
+#
+# Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS]
+#                                    [--priority 0..4] [--tickmon PATH]
+# Needs root (or CAP_SYS_NICE) for SCHED_RR; installs the Debian package
+# rt-tests with apt-get when cyclictest is missing.
+set -euo pipefail
+
+runs=3
+duration=10
+priority=2
+tickmon=""
+
+usage() {
+    echo "Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS] [--priority 0..4] [--tickmon PATH]" >&2
+    exit 2
+}
+
+while [[ $# -gt 0 ]]; do
+    case "$1" in
+        --runs) runs="${2:?}"; shift 2 ;;
+        --duration) duration="${2:?}"; shift 2 ;;
+        --priority) priority="${2:?}"; shift 2 ;;
+        --tickmon) tickmon="${2:?}"; shift 2 ;;
+        -h|--help) usage ;;
+        *) echo "compare_cyclictest.sh: unknown argument '$1'" >&2; usage ;;
+    esac
+done
+[[ "$runs" =~ ^[1-9][0-9]*$ ]] || { echo "--runs: expected a positive integer" >&2; exit 2; }
+[[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 4 ]] || { echo "--duration: expected whole seconds, at least 4" >&2; exit 2; }
+[[ "$priority" =~ ^[0-4]$ ]] || { echo "--priority: expected 0 to 4" >&2; exit 2; }
+
+# The SCHED_RR priority the library gives each ETickPriority.
+rt_priorities=(99 98 79 79 79)
+rt_priority="${rt_priorities[$priority]}"
+
+repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+if [[ -z "$tickmon" ]]; then
+    for candidate in "$repo"/build/default/tools/tickmon/zyn-tickmon "$repo"/build/tools/tickmon/zyn-tickmon; do
+        if [[ -x "$candidate" ]]; then
+            tickmon="$candidate"
+            break
+        fi
+    done
+fi
+[[ -n "$tickmon" && -x "$tickmon" ]] || {
+    echo "zyn-tickmon not found: build it (cmake --preset default && cmake --build --preset default) or pass --tickmon PATH" >&2
+    exit 2
+}
+
+if ! command -v cyclictest >/dev/null 2>&1; then
+    echo "cyclictest is missing: installing rt-tests" >&2
+    as_root=()
+    [[ "$(id -u)" -eq 0 ]] || as_root=(sudo)
+    "${as_root[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq rt-tests >/dev/null
+fi
+
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+
+# The thread of process $1 that runs under SCHED_RR (policy 2, field 41 of
+# its stat line; the name in field 2 may hold blanks, so fields are counted
+# after the last ')').
+rr_thread() {
+    local pid="$1" stat tid
+    for stat in /proc/"$pid"/task/*/stat; do
+        tid="${stat%/stat}"
+        tid="${tid##*/}"
+        if awk '{ sub(/.*\) /, ""); if ($39 == 2) found = 1 } END { exit !found }' "$stat" 2>/dev/null; then
+            echo "$tid"
+            return 0
+        fi
+    done
+    return 1
+}
+
+# Nanoseconds of CPU time the thread has used: schedstat, else utime + stime.
+thread_cpu_ns() {
+    local pid="$1" tid="$2" hz
+    if [[ -r /proc/$pid/task/$tid/schedstat ]]; then
+        awk '{ print $1 }' "/proc/$pid/task/$tid/schedstat"
+    else
+        hz="$(getconf CLK_TCK)"
+        awk -v hz="$hz" '{ sub(/.*\) /, ""); printf "%.0f\n", ($12 + $13) * 1e9 / hz }' "/proc/$pid/task/$tid/stat"
+    fi
+}
+
+# CPU time per second of the RR thread of process $1, sampled from 1 s after
+# the start to 1 s before the end of a run of $duration seconds.
+sample_cpu_per_second() {
+    local pid="$1" tid="" start_ns end_ns start_cpu end_cpu
+    sleep 1
+    tid="$(rr_thread "$pid")" || { echo "nan"; return; }
+    start_cpu="$(thread_cpu_ns "$pid" "$tid")"
+    start_ns="$(date +%s%N)"
+    sleep $((duration - 2))
+    end_cpu="$(thread_cpu_ns "$pid" "$tid")"
+    end_ns="$(date +%s%N)"
+    awk -v c=$((end_cpu - start_cpu)) -v t=$((end_ns - start_ns)) 'BEGIN { printf "%.1f\n", c / t * 1e9 }'
+}
+
+# min avg p99 max (microseconds) from a histogram in cyclictest's -h layout;
+# overflowing ticks count as beyond the last bucket for p99.
+histogram_figures() {
+    awk '
+        /^# Total:/ { total = $3 + 0 }
+        /^# Min Latencies:/ { min = $4 + 0 }
+        /^# Avg Latencies:/ { avg = $4 + 0 }
+        /^# Max Latencies:/ { max = $4 + 0 }
+        /^[0-9]+[ \t]/ { bucket[n++] = $2 + 0; label[n - 1] = $1 + 0 }
+        END {
+            need = 0.99 * total; seen = 0; p99 = "overflow"
+            for (i = 0; i < n; i++) { seen += bucket[i]; if (seen >= need) { p99 = label[i]; break } }
+            print min, avg, p99, max
+        }' "$1"
+}
+
+run_tickmon() {
+    local i="$1" pid
+    "$tickmon" --duration "${duration}s" --priority "$priority" --handlers 0 --quiet \
+        --histogram "$work/ours-$i.hist" --histogram-buckets 6000 --json "$work/ours-$i.json" &
+    pid=$!
+    sample_cpu_per_second "$pid" > "$work/ours-$i.cpu"
+    wait "$pid" || echo "zyn-tickmon run $i failed (status $?)" >&2
+}
+
+run_cyclictest() {
+    local i="$1" pid
+    # --laptop keeps cyclictest from holding /dev/cpu_dma_latency at 0 for
+    # its run, which would give it a power-management advantage the monitor
+    # does not take.
+    cyclictest --quiet --threads=1 --priority="$rt_priority" --policy=rr --interval=6000 \
+        --duration="$duration" --histogram=6000 --laptop > "$work/cyclictest-$i.hist" 2> "$work/cyclictest-$i.err" &
+    pid=$!
+    sample_cpu_per_second "$pid" > "$work/cyclictest-$i.cpu"
+    wait "$pid" || { echo "cyclictest run $i failed:" >&2; cat "$work/cyclictest-$i.err" >&2; }
+}
+
+echo "Comparing zyn-tickmon and cyclictest: $runs alternating runs of ${duration} s each," \
+     "SCHED_RR priority $rt_priority (ETickPriority $priority), 6 ms period" >&2
+for ((i = 1; i <= runs; i++)); do
+    echo "run $i/$runs: zyn-tickmon" >&2
+    run_tickmon "$i"
+    echo "run $i/$runs: cyclictest" >&2
+    run_cyclictest "$i"
+done
+
+# One line per tool and run: tool min avg p99 max cpu_ns_per_s
+{
+    for ((i = 1; i <= runs; i++)); do
+        echo "zyn-tickmon $(histogram_figures "$work/ours-$i.hist") $(cat "$work/ours-$i.cpu")"
+        echo "cyclictest $(histogram_figures "$work/cyclictest-$i.hist") $(cat "$work/cyclictest-$i.cpu")"
+    done
+} > "$work/figures"
+
+drift="$(python3 - "$work" "$runs" <<'PY'
+import json, sys
+work, runs = sys.argv[1], int(sys.argv[2])
+parts = []
+for i in range(1, runs + 1):
+    with open(f"{work}/ours-{i}.json") as f:
+        ticks = json.load(f)["ticks"]
+    parts.append(f"run {i}: {ticks['drift_ns']:+.0f} ns ({ticks['drift_ppm']:+.4f} ppm), "
+                 f"{ticks['missed']} missed of {ticks['expected']}")
+print("; ".join(parts))
+PY
+)"
+
+awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v drift="$drift" '
+    function jitter(v, m) { return v == "overflow" ? "overflow" : v - m }
+    function ratio(a, b) { return (a == "overflow" || b == "overflow" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
+    {
+        tool = $1; r = ++count[tool]
+        min[tool, r] = $2; avg[tool, r] = $3; p99[tool, r] = $4; max[tool, r] = $5; cpu[tool, r] = $6
+    }
+    END {
+        printf "SCHED_RR priority %d, 6 ms period, %d alternating runs of %d s; latencies in us\n\n", prio, runs, duration
+        printf "| run | tool | min | avg | p99 | max | avg-min | p99-min | max-min | CPU us/s |\n"
+        printf "|---|---|---|---|---|---|---|---|---|---|\n"
+        for (r = 1; r <= runs; r++) {
+            split("zyn-tickmon cyclictest", tools, " ")
+            for (t = 1; t <= 2; t++) {
+                n = tools[t]
+                printf "| %d | %s | %s | %s | %s | %s | %s | %s | %s | %.1f |\n", r, n, min[n, r], avg[n, r],
+                    p99[n, r], max[n, r], jitter(avg[n, r], min[n, r]), jitter(p99[n, r], min[n, r]),
+                    jitter(max[n, r], min[n, r]), cpu[n, r] / 1000
+            }
+            o = "zyn-tickmon"; c = "cyclictest"
+            printf "| %d | ratio | | | | | %s | %s | %s | %s |\n", r,
+                ratio(jitter(avg[o, r], min[o, r]), jitter(avg[c, r], min[c, r])),
+                ratio(jitter(p99[o, r], min[o, r]), jitter(p99[c, r], min[c, r])),
+                ratio(jitter(max[o, r], min[o, r]), jitter(max[c, r], min[c, r])),
+                ratio(cpu[o, r], cpu[c, r])
+        }
+        printf "\nratio = zyn-tickmon / cyclictest, on latency above each tool'"'"'s own minimum.\n"
+        printf "zyn-tickmon drift: %s\n", drift
+    }' "$work/figures"
