@@ -1,0 +1,75 @@
+// The operations the CTickSchedulerFast fuzz target performs, decoded from
+// the fuzz input.
+//
+// A client holds up to kSlots handle variables; slot kNullSlot stands for a
+// null pointer. Operations armed on a client run from inside that client's
+// next tick function, where the module's mutex is held: only the unlocked
+// unregister, the enable and group operations and the target's own
+// bookkeeping may run there.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ByteReader.h"
+
+namespace fast_fuzz {
+
+constexpr size_t kSlots = 12;
+constexpr uint8_t kNullSlot = kSlots;
+constexpr size_t kClients = 8;
+
+/// The operations that may also run inside a tick function come first.
+enum class OpKind : uint8_t {
+    UnregisterFromOnTick,
+    Enable,
+    Disable,
+    AddGroup,
+    RemoveGroup,
+    EnableGroup,
+    DisableGroup,
+    WriteEnabled,
+    LoadForeignRecord,
+    ArmNested,
+    TraceLevel,
+    ScriptRemoveResult,
+    ScriptGetNextNull,
+    // Only from outside a tick:
+    Register,
+    Unregister,
+    Tick,
+    Initialize,
+    Uninitialize,
+    Phase,
+};
+
+constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::ScriptGetNextNull) + 1;
+constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
+
+/// Null-argument variants of Register.
+constexpr uint8_t kNullHandleVariable = 1;
+constexpr uint8_t kNullReceiver = 2;
+constexpr uint8_t kNullName = 4;
+
+struct Op {
+    OpKind kind = OpKind::Tick;
+    uint8_t slot = kNullSlot;
+    uint8_t client = 0;
+    uint8_t variant = 0;
+    uint32_t a = 0;  ///< group id, level, phase, written value, scripted result or call number
+    uint32_t b = 0;  ///< Initialize: module registration result
+    uint32_t c = 0;  ///< Initialize: callback registration result
+    uint32_t d = 0;  ///< Initialize: interface registration result
+    std::string text;        ///< name buffer
+    std::vector<Op> nested;  ///< ArmNested: the operation to arm
+};
+
+/// Decodes one operation; `depth` 0 is a top-level operation.
+Op decodeOp(zyn_fuzz::ByteReader& input, int depth);
+
+/// One line describing the operation, for failure reports.
+std::string describe(const Op& op);
+
+}  // namespace fast_fuzz

@@ -1,0 +1,79 @@
+// The operations the CTickScheduler fuzz target performs, decoded from the
+// fuzz input.
+//
+// A client holds up to kSlots handle variables. Operations that take a handle
+// name a slot; slot kNullSlot stands for a null pointer. Operations armed on
+// a client run from inside that client's next tick function.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ByteReader.h"
+
+namespace sched_fuzz {
+
+constexpr size_t kSlots = 12;
+constexpr uint8_t kNullSlot = kSlots;
+constexpr size_t kClients = 8;
+
+/// The operations that may also run inside a tick function come first.
+enum class OpKind : uint8_t {
+    Register,
+    Unregister,
+    Enable,
+    Disable,
+    SetPriority,
+    SetStartOffset,
+    AddGroup,
+    RemoveGroup,
+    EnableGroup,
+    DisableGroup,
+    Freeze,
+    Unfreeze,
+    WriteEnabled,
+    LoadForeignRecord,
+    CopyForeignHandle,
+    ArmNested,
+    ArmThrow,
+    TraceLevel,
+    // Only from outside a tick pass:
+    Tick,
+    Initialize,
+    Uninitialize,
+    Phase,
+};
+
+constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::TraceLevel) + 1;
+constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
+
+/// Null-argument variants of Register.
+constexpr uint8_t kNullHandleVariable = 1;
+constexpr uint8_t kNullReceiver = 2;
+constexpr uint8_t kNullName = 4;
+
+/// What an armed tick function throws.
+enum class ThrowKind : uint8_t { None, RuntimeError, RangeError, LogicError, Int };
+
+struct Op {
+    OpKind kind = OpKind::Tick;
+    uint8_t slot = kNullSlot;
+    uint8_t client = 0;
+    uint8_t variant = 0;
+    uint32_t a = 0;  ///< interval, priority, offset, group id, level, phase, written value
+    uint32_t b = 0;  ///< Initialize: module registration result
+    uint32_t c = 0;  ///< Initialize: callback registration result
+    uint32_t d = 0;  ///< Initialize: interface registration result
+    std::string text;        ///< name buffer or exception text
+    std::vector<Op> nested;  ///< ArmNested: the operation to arm
+};
+
+/// Decodes one operation; `depth` 0 is a top-level operation.
+Op decodeOp(zyn_fuzz::ByteReader& input, int depth);
+
+/// One line describing the operation, for failure reports.
+std::string describe(const Op& op);
+
+}  // namespace sched_fuzz
