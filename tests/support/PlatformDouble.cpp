@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <cerrno>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -23,6 +25,7 @@ struct State {
 
     uint32_t traceLevel = 7;
     uint64_t isEnabledCalls = 0;
+    int traceErrno = 0;
     std::vector<TraceRecord> traces;
     std::vector<TraceConstruction> constructions;
 
@@ -61,9 +64,16 @@ std::vector<T> copyUnderLock(const std::vector<T>& source) {
 
 void recordTrace(uint32_t level, const KivTraceHeader& header, const std::string& text, bool entry) {
     State& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.traces.push_back(TraceRecord{level, header.file ? header.file : "", header.line,
-                                   header.function ? header.function : "", text, entry});
+    int clobber = 0;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        s.traces.push_back(TraceRecord{level, header.file ? header.file : "", header.line,
+                                       header.function ? header.function : "", text, entry});
+        clobber = s.traceErrno;
+    }
+    if (clobber != 0) {
+        errno = clobber;
+    }
 }
 
 void recordListCall(ListFunction function) {
@@ -79,6 +89,7 @@ void reset() {
     std::lock_guard<std::mutex> lock(s.mutex);
     s.traceLevel = 7;
     s.isEnabledCalls = 0;
+    s.traceErrno = 0;
     s.traces.clear();
     s.registerModuleResult = 0;
     s.registerCallbackResult = 0;
@@ -126,6 +137,11 @@ void clearTraces() {
 }
 
 std::vector<TraceConstruction> traceConstructions() { return copyUnderLock(state().constructions); }
+
+void scriptTraceErrno(int value) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().traceErrno = value;
+}
 
 uint64_t isEnabledCalls() {
     std::lock_guard<std::mutex> lock(state().mutex);

@@ -53,6 +53,10 @@ void clearTraces();
 std::vector<TraceConstruction> traceConstructions();
 /// How often isEnabled was asked, since the last reset.
 uint64_t isEnabledCalls();
+/// From now on every logMsg and logEnterMsg sets errno to `value`, as a
+/// trace service whose output stream fails would (0, the default after reset:
+/// errno is left alone). Lets tests prove that tracing keeps the caller's errno.
+void scriptTraceErrno(int value);
 
 // ---- Module manager ------------------------------------------------------
 
