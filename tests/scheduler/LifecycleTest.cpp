@@ -315,13 +315,14 @@ TEST_F(LifecycleTest, HandlersRegisteredBeforeInitializeAreListedAndCalledAfterT
     Probe early("Early", &log);
     Latch called;
     early.action = [&called] { called.open(); };
-    registerProbe(early, 1);
+    STickHandler* handle = registerProbe(early, 1);
     ASSERT_EQ(initialize(), TickResult::Success);
     ASSERT_EQ(phase(11), TickResult::Success);
     ASSERT_EQ(phase(13), TickResult::Success);
     ASSERT_EQ(phase(14), TickResult::Success);
     called.wait();
     CTickScheduler_Uninitialize();
+    delete[] handle;  // shut-down empties the list without freeing records
     const std::vector<platform_double::TraceRecord> listing = platform_double::tracesOf(kStartTick);
     bool listed = false;
     for (const platform_double::TraceRecord& record : listing) {
