@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <string>
-#include <thread>
 
 #include "ThreadIdentity.h"
 #include "TickOscillator.h"
@@ -21,12 +20,15 @@ using oscillator_test::TickRecorder;
 /// Empty when this process may give a thread SCHED_RR at `priority`;
 /// otherwise why not.
 std::string realTimeRefusal(int priority) {
-    std::thread probe([] {});
+    // Probed on the calling thread, whose scheduling is restored at once.
+    int policy = SCHED_OTHER;
+    sched_param previous{};
+    pthread_getschedparam(pthread_self(), &policy, &previous);
     sched_param parameters{};
     parameters.sched_priority = priority;
-    const int refusal = pthread_setschedparam(probe.native_handle(), SCHED_RR, &parameters);
-    probe.join();
+    const int refusal = pthread_setschedparam(pthread_self(), SCHED_RR, &parameters);
     if (refusal == 0) {
+        pthread_setschedparam(pthread_self(), policy, &previous);
         return std::string();
     }
     return "this machine refuses SCHED_RR priority " + std::to_string(priority) + " (" + std::strerror(refusal) +
