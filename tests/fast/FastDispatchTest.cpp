@@ -307,7 +307,8 @@ TEST_F(FastDispatch, ListDeliveringNullSkipsTheRestOfTheTick) {
     tick();
 
     EXPECT_EQ(log, Log{"A"});
-    EXPECT_EQ(messagesOf(kOnTick), std::vector<std::string>{"1:CTickSchedulerFast_OnTick failed in receiving tick handler"});
+    EXPECT_EQ(messagesOf(kOnTick),
+              std::vector<std::string>{"1:CTickSchedulerFast_OnTick failed in receiving tick handler"});
     const std::vector<platform_double::TraceRecord> records = platform_double::tracesOf(kOnTick);
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].file, fast_test::kSourceFile);

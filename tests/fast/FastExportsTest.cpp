@@ -32,7 +32,7 @@ std::set<std::string> definedDynamicSymbols(const std::string& path) {
     }
     std::vector<ElfW(Shdr)> sections(header.e_shnum);
     std::memcpy(sections.data(), image.data() + header.e_shoff, sections.size() * sizeof(ElfW(Shdr)));
-    for (const ElfW(Shdr)& section : sections) {
+    for (const ElfW(Shdr) & section : sections) {
         if (section.sh_type != SHT_DYNSYM) {
             continue;
         }

@@ -100,15 +100,18 @@ TEST_F(FastGroups, EnablingGroupTwoIsRefusedAndLeavesTheMaskUnchanged) {
     EXPECT_EQ(CTickSchedulerFast_DisableTickGroup(2), TickResult::GroupIdOutOfBounds);
 
     EXPECT_EQ(disabledGroups(), 0x1u);
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_EnableTickGroup"), std::vector<std::string>{"1:Group ID out of bounds: 2"});
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_DisableTickGroup"), std::vector<std::string>{"1:Group ID out of bounds: 2"});
+    EXPECT_EQ(messagesOf("CTickSchedulerFast_EnableTickGroup"),
+              std::vector<std::string>{"1:Group ID out of bounds: 2"});
+    EXPECT_EQ(messagesOf("CTickSchedulerFast_DisableTickGroup"),
+              std::vector<std::string>{"1:Group ID out of bounds: 2"});
 }
 
 TEST_F(FastGroups, GroupIdIsPrintedAsASignedNumber) {
     EXPECT_EQ(CTickSchedulerFast_DisableTickGroup(4294967295u), TickResult::GroupIdOutOfBounds);
     EXPECT_EQ(CTickSchedulerFast_AddGroup(handle, 2147483648u), TickResult::GroupIdOutOfBounds);
 
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_DisableTickGroup"), std::vector<std::string>{"1:Group ID out of bounds: -1"});
+    EXPECT_EQ(messagesOf("CTickSchedulerFast_DisableTickGroup"),
+              std::vector<std::string>{"1:Group ID out of bounds: -1"});
     EXPECT_EQ(messagesOf("CTickSchedulerFast_AddGroup"),
               std::vector<std::string>{"1:Group ID out of bounds: -2147483648"});
 }

@@ -81,7 +81,8 @@ public:
     /// Registers under `name` (the label when empty) and keeps the handle.
     uint32_t registerHandler(const std::string& name = std::string()) {
         const ITickReceiver tickReceiver = receiver();
-        return CTickSchedulerFast_RegisterTickHandler(&handle, &tickReceiver, name.empty() ? label.c_str() : name.c_str());
+        return CTickSchedulerFast_RegisterTickHandler(&handle, &tickReceiver,
+                                                      name.empty() ? label.c_str() : name.c_str());
     }
 
     STickHandler* handle = nullptr;

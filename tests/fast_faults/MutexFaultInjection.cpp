@@ -36,8 +36,7 @@ int injectedError(Operation operation, pthread_mutex_t* mutex) {
         return script.error.load();
     }
     uint32_t remaining = script.countdown.load();
-    while (remaining > 0 && !script.countdown.compare_exchange_weak(remaining, remaining - 1)) {
-    }
+    while (remaining > 0 && !script.countdown.compare_exchange_weak(remaining, remaining - 1)) {}
     return remaining == 1 ? script.error.load() : 0;
 }
 

@@ -195,7 +195,8 @@ extern "C" uint32_t CTickSchedulerFast_UnregisterTickHandler(STickHandler** hand
     }
     CTickSchedulerFast& module = tickSchedulerFastModule;
     if (pthread_mutex_lock(&module.tickMutex) != 0) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, kUnregisterName, "Failed to lock mutex in CTickSchedulerFast_UnregisterTickHandler");
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, kUnregisterName,
+                     "Failed to lock mutex in CTickSchedulerFast_UnregisterTickHandler");
         return TickResult::MutexFailure;
     }
     const uint32_t result = removeAndFree<kUnregisterName>(handle);

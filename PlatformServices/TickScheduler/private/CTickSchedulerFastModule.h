@@ -55,8 +55,8 @@ extern "C" {
 /// Results: 0; 32770 null argument (nothing allocated); 32778 the mutex could
 /// not be locked (nothing registered) or unlocked (the handler is registered
 /// and called, but `*outHandle` is not written).
-ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle,
-                                                                const ITickReceiver* receiver, const char* name);
+ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle, const ITickReceiver* receiver,
+                                                                const char* name);
 
 /// Removes `*handle` from the list under `tickMutex`, frees it and sets
 /// `*handle` to null. Must not be called from a tick function.
