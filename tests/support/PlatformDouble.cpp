@@ -234,7 +234,9 @@ KivTrace::KivTrace(const char* moduleName, KivTraceLevel defaultLevel, KivTraceH
                                                                  static_cast<uint32_t>(headerOption)});
 }
 
-KivTrace::~KivTrace() = default;
+// The double keeps its state in the process-wide record above, not behind
+// `impl`; clearing it here is the object's only use of the field.
+KivTrace::~KivTrace() { impl = nullptr; }
 
 bool KivTrace::isEnabled(KivTraceLevel level) const {
     auto& s = state();
