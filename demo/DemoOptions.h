@@ -5,9 +5,9 @@
 #include <string>
 
 struct DemoOptions {
-    int32_t priority = 2;      ///< ETickPriority: 0 highest ... 4 lowest
-    uint32_t ticks = 167;      ///< 167 x 6 ms: about one second
-    int32_t traceLevel = -1;   ///< level of the library's trace module; -1 leaves it alone
+    int32_t priority = 2;     ///< ETickPriority: 0 highest ... 4 lowest
+    uint32_t ticks = 167;     ///< 167 x 6 ms: about one second
+    int32_t traceLevel = -1;  ///< level of the library's trace module; -1 leaves it alone
     bool help = false;
 };
 

@@ -92,8 +92,8 @@ void printSummary(const TickLog& log, uint32_t ticks, const std::string& schedul
         longest = interval > longest ? interval : longest;
         total += interval;
     }
-    std::printf("\n%u ticks on a %.0f ms grid; tick thread: %s, timer slack %s\n", ticks, kPeriodMs,
-                scheduling.c_str(), slack.c_str());
+    std::printf("\n%u ticks on a %.0f ms grid; tick thread: %s, timer slack %s\n", ticks, kPeriodMs, scheduling.c_str(),
+                slack.c_str());
     if (ticks > 1) {
         // The grid does not drift: a late tick is followed by a short interval.
         const double span = millisecondsBetween(log.stamps[0], log.stamps[ticks - 1]);

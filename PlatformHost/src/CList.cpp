@@ -27,13 +27,9 @@ struct Node {
     void* element;
 };
 
-Node* headOf(const CList* list) {
-    return static_cast<Node*>(list->head);
-}
+Node* headOf(const CList* list) { return static_cast<Node*>(list->head); }
 
-Node* tailOf(const CList* list) {
-    return static_cast<Node*>(list->tail);
-}
+Node* tailOf(const CList* list) { return static_cast<Node*>(list->tail); }
 
 Node* findNode(const CList* list, const void* element) {
     for (Node* node = headOf(list); node != nullptr; node = node->next) {
@@ -111,9 +107,7 @@ uint32_t CList_Remove(CList* list, void* element) {
 }
 
 // Non-zero when the list is empty (a null list counts as empty).
-uint32_t CList_IsEmpty(CList* list) {
-    return (list == nullptr || list->head == nullptr) ? 1u : 0u;
-}
+uint32_t CList_IsEmpty(CList* list) { return (list == nullptr || list->head == nullptr) ? 1u : 0u; }
 
 // Puts the cursor on the head; EndOfList (4098) when there is nothing to iterate.
 uint32_t CList_StartIterationFromHead(CList* list, CListCursor* cursor) {

@@ -22,7 +22,7 @@ struct Registry {
 // withdrawn from their static destructors: the map is created on first use and
 // never destroyed.
 Registry& registry() {
-    static Registry* const instance = new Registry;
+    static auto* const instance = new Registry;
     return *instance;
 }
 

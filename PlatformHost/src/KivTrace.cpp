@@ -15,13 +15,9 @@ namespace {
 
 using platform_host::detail::TraceState;
 
-const TraceState* stateOf(const void* impl) {
-    return static_cast<const TraceState*>(impl);
-}
+const TraceState* stateOf(const void* impl) { return static_cast<const TraceState*>(impl); }
 
-pid_t kernelThreadId() {
-    return static_cast<pid_t>(::syscall(SYS_gettid));
-}
+pid_t kernelThreadId() { return static_cast<pid_t>(::syscall(SYS_gettid)); }
 
 // Formats and writes one record. Tracing must never fail the traced code: a
 // record that cannot be built (out of memory) or that the sink throws on is

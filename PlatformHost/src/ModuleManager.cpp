@@ -51,7 +51,7 @@ struct Registry {
 // this library's own statics exist: the registry is created on first use and
 // never destroyed, so it also outlives every static destructor.
 Registry& registry() {
-    static Registry* const instance = new Registry;
+    static auto* const instance = new Registry;
     return *instance;
 }
 
@@ -64,9 +64,7 @@ Module* findModule(Registry& reg, uint32_t moduleId) {
     return nullptr;
 }
 
-bool isKnownModule(Registry& reg, uint32_t moduleId) {
-    return findModule(reg, moduleId) != nullptr;
-}
+bool isKnownModule(Registry& reg, uint32_t moduleId) { return findModule(reg, moduleId) != nullptr; }
 
 void forgetCallbacksOf(Registry& reg, uint32_t moduleId) {
     std::vector<Callback> kept;
@@ -199,13 +197,9 @@ std::vector<PhaseCallResult> runPhases(const std::vector<uint32_t>& phases) {
     return results;
 }
 
-std::vector<PhaseCallResult> runStartup() {
-    return runPhases(startupPhases());
-}
+std::vector<PhaseCallResult> runStartup() { return runPhases(startupPhases()); }
 
-std::vector<PhaseCallResult> runShutdown() {
-    return runPhases(shutdownPhases());
-}
+std::vector<PhaseCallResult> runShutdown() { return runPhases(shutdownPhases()); }
 
 bool isModuleRegistered(uint32_t moduleId) {
     Registry& reg = registry();

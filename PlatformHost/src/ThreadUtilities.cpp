@@ -9,14 +9,11 @@
 
 #include "TimerSlack.h"
 
-namespace os_extension {
-namespace thread_utilities {
+namespace os_extension::thread_utilities {
 
 namespace {
 
-bool isRealTimePolicy(int policy) {
-    return policy == SCHED_FIFO || policy == SCHED_RR;
-}
+bool isRealTimePolicy(int policy) { return policy == SCHED_FIFO || policy == SCHED_RR; }
 
 }  // namespace
 
@@ -48,5 +45,4 @@ int setName(std::thread& thread, const std::string& name) {
     return ::pthread_setname_np(thread.native_handle(), name.c_str());
 }
 
-}  // namespace thread_utilities
-}  // namespace os_extension
+}  // namespace os_extension::thread_utilities

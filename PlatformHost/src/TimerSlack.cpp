@@ -1,20 +1,19 @@
 #include "TimerSlack.h"
 
-#include <signal.h>
 #include <sys/prctl.h>
+#include <csignal>
 
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <mutex>
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 namespace {
 
 constexpr unsigned long kMinimumSlackNs = 1;  // 0 would restore the default slack
-constexpr long kPollIntervalNs = 100000;       // 0.1 ms
+constexpr long kPollIntervalNs = 100000;      // 0.1 ms
 
 // Constant-initialised: usable from static constructors of other libraries.
 std::mutex requestMutex;  // one request at a time
@@ -84,9 +83,7 @@ bool lowerOnOtherThread(pthread_t thread, uint32_t timeoutMs) {
 
 }  // namespace
 
-int timerSlackSignal() {
-    return SIGRTMAX - 2;
-}
+int timerSlackSignal() { return SIGRTMAX - 2; }
 
 bool lowerTimerSlack(pthread_t thread, uint32_t timeoutMs) {
     if (::pthread_equal(thread, ::pthread_self()) != 0) {
@@ -95,5 +92,4 @@ bool lowerTimerSlack(pthread_t thread, uint32_t timeoutMs) {
     return lowerOnOtherThread(thread, timeoutMs);
 }
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

@@ -12,8 +12,7 @@
 
 #include <cstdint>
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 /// Sets the timer slack of `thread` (a thread of this process) to 1 ns, the
 /// minimum. On the calling thread directly; on another thread through a
@@ -28,5 +27,4 @@ bool lowerTimerSlack(pthread_t thread, uint32_t timeoutMs = 200);
 /// the range, where applications rarely claim one).
 int timerSlackSignal();
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

@@ -1,14 +1,13 @@
 #include "TraceLevelSpec.h"
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 namespace {
 
 std::string trimmed(const std::string& text) {
     const auto first = text.find_first_not_of(" \t");
     if (first == std::string::npos) {
-        return std::string();
+        return {};
     }
     const auto last = text.find_last_not_of(" \t");
     return text.substr(first, last - first + 1);
@@ -68,5 +67,4 @@ bool parseTraceLevelSpec(const std::string& text, TraceLevelSpec& levels) {
     }
 }
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

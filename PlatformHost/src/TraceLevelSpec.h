@@ -7,8 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 /// The highest trace level; a module at this level writes everything.
 constexpr uint32_t kMaxTraceLevel = 7;
@@ -22,5 +21,4 @@ using TraceLevelSpec = std::vector<std::pair<std::string, uint32_t>>;
 /// ignored rather than half applied.
 bool parseTraceLevelSpec(const std::string& text, TraceLevelSpec& levels);
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

@@ -2,14 +2,11 @@
 
 #include <cstdio>
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 namespace {
 
-const char* orPlaceholder(const char* text) {
-    return text != nullptr ? text : "?";
-}
+const char* orPlaceholder(const char* text) { return text != nullptr ? text : "?"; }
 
 void appendOnOneLine(std::string& line, const std::string& text) {
     for (char character : text) {
@@ -65,5 +62,4 @@ std::string formatTraceLine(const TraceLineFields& fields) {
     return line;
 }
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

@@ -19,8 +19,7 @@
 
 #include "KivTrace.h"
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 struct TraceLineFields {
     timespec timestamp;
@@ -35,5 +34,4 @@ struct TraceLineFields {
 
 std::string formatTraceLine(const TraceLineFields& fields);
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

@@ -12,18 +12,17 @@
 #include "PlatformHost/TraceHost.h"
 #include "TraceLevelSpec.h"
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 namespace {
 
 using TraceSink = std::function<void(const std::string&)>;
 
 struct TraceRegistry {
-    std::mutex mutex;                               // guards objects and levels
-    TraceState* objects = nullptr;                  // live trace objects
-    std::map<std::string, uint32_t> levelsByName;   // KIV_TRACE, then setTraceLevel
-    std::mutex outputMutex;                         // guards sink and serialises output
+    std::mutex mutex;                              // guards objects and levels
+    TraceState* objects = nullptr;                 // live trace objects
+    std::map<std::string, uint32_t> levelsByName;  // KIV_TRACE, then setTraceLevel
+    std::mutex outputMutex;                        // guards sink and serialises output
     TraceSink sink;
 };
 
@@ -44,7 +43,9 @@ void writeAllToStderr(const std::string& text) {
 }
 
 void applyEnvironment(TraceRegistry& reg) {
-    const char* value = std::getenv("KIV_TRACE");
+    // Read once, while the registry is created; nothing in this process is
+    // expected to change the environment concurrently with the first trace.
+    const char* value = std::getenv("KIV_TRACE");  // NOLINT(concurrency-mt-unsafe)
     if (value == nullptr) {
         return;
     }
@@ -75,8 +76,8 @@ TraceRegistry& registry() {
 
 TraceState* attachTraceObject(const char* moduleName, uint32_t defaultLevel, uint32_t headerOption) {
     TraceRegistry& reg = registry();
-    auto* state = new TraceState{{defaultLevel}, headerOption, moduleName != nullptr ? moduleName : "?", nullptr,
-                                 nullptr};
+    auto* state =
+        new TraceState{{defaultLevel}, headerOption, moduleName != nullptr ? moduleName : "?", nullptr, nullptr};
     const std::lock_guard<std::mutex> lock(reg.mutex);
     const auto level = reg.levelsByName.find(state->moduleName);
     if (level != reg.levelsByName.end()) {
@@ -119,7 +120,9 @@ void emitTraceLine(const std::string& line) {
     writeAllToStderr(line + '\n');
 }
 
-}  // namespace detail
+}  // namespace platform_host::detail
+
+namespace platform_host {
 
 void setTraceLevel(const std::string& moduleName, uint32_t level) {
     detail::TraceRegistry& reg = detail::registry();

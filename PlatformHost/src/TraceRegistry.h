@@ -15,8 +15,7 @@
 
 #include "KivTrace.h"
 
-namespace platform_host {
-namespace detail {
+namespace platform_host::detail {
 
 /// What a KivTrace's `impl` points to.
 struct TraceState {
@@ -42,5 +41,4 @@ void detachTraceObject(TraceState* state);
 /// its newline to stderr in a single write. Lines never interleave.
 void emitTraceLine(const std::string& line);
 
-}  // namespace detail
-}  // namespace platform_host
+}  // namespace platform_host::detail

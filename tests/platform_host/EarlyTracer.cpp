@@ -37,6 +37,4 @@ __attribute__((visibility("default"))) const char* earlyTracerConstructorOutcome
     return constructorOutcome()->c_str();
 }
 
-__attribute__((visibility("default"))) KivTrace& earlyTracerTrace() {
-    return *earlyTrace();
-}
+__attribute__((visibility("default"))) KivTrace& earlyTracerTrace() { return *earlyTrace(); }

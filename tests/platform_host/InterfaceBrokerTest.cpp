@@ -17,9 +17,7 @@ namespace result = platform_host::host_result;
 
 class TestInterface : public virtual IInterface {};
 
-InterfaceBroker& broker() {
-    return *InterfaceBroker::getInstance();
-}
+InterfaceBroker& broker() { return *InterfaceBroker::getInstance(); }
 
 TEST(InterfaceBrokerTest, InstanceIsProcessWide) {
     EXPECT_NE(InterfaceBroker::getInstance(), nullptr);

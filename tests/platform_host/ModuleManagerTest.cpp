@@ -214,7 +214,8 @@ uint32_t registeringCallback(void* /*context*/, uint32_t phase) {
     static const uint32_t phases[] = {11};
     lateRecord = SPhaseCallbackContext{&lateIdentity, &recordingCallback};
     const uint32_t moduleResult = CModuleManager_RegisterModule(99, "Late");
-    const uint32_t callbackResult = CModuleManager_RegisterCallback(99, "Late_OnPhase", 100, &lateRecord, 3, 0, phases, 1);
+    const uint32_t callbackResult =
+        CModuleManager_RegisterCallback(99, "Late_OnPhase", 100, &lateRecord, 3, 0, phases, 1);
     return moduleResult | callbackResult;
 }
 

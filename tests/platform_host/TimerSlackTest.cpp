@@ -16,9 +16,7 @@ namespace {
 using platform_host::detail::lowerTimerSlack;
 using platform_host::detail::timerSlackSignal;
 
-unsigned long ownTimerSlack() {
-    return static_cast<unsigned long>(::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0));
-}
+unsigned long ownTimerSlack() { return static_cast<unsigned long>(::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0)); }
 
 TEST(TimerSlackTest, CallingThreadLowersItsOwnSlack) {
     std::thread thread([] {

@@ -43,17 +43,17 @@ TEST(TraceLevelSpecTest, LastColonSeparatesNameFromLevel) {
 
 TEST(TraceLevelSpecTest, MalformedValuesAreRejectedWhole) {
     const char* const malformed[] = {
-        "ZYN.TS",         // no level
-        "ZYN.TS:",        // empty level
-        ":3",             // empty name
-        "ZYN.TS:8",       // above the highest level
-        "ZYN.TS:x",       // not a number
-        "ZYN.TS:-1",      // not a number
-        "ZYN.TS:007",     // too many digits
-        "ZYN.TS:7,",      // empty entry at the end
-        "A:1,,B:2",       // empty entry in the middle
-        "ZYN.TS:7,OTHER", // one good entry does not save a bad one
-        "ZYN.TS:7 2",     // two numbers
+        "ZYN.TS",          // no level
+        "ZYN.TS:",         // empty level
+        ":3",              // empty name
+        "ZYN.TS:8",        // above the highest level
+        "ZYN.TS:x",        // not a number
+        "ZYN.TS:-1",       // not a number
+        "ZYN.TS:007",      // too many digits
+        "ZYN.TS:7,",       // empty entry at the end
+        "A:1,,B:2",        // empty entry in the middle
+        "ZYN.TS:7,OTHER",  // one good entry does not save a bad one
+        "ZYN.TS:7 2",      // two numbers
     };
     for (const char* value : malformed) {
         TraceLevelSpec levels;

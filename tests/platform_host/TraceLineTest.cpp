@@ -21,9 +21,7 @@ namespace {
 
 const KivTraceHeader kHeader{"PlatformServices/TickScheduler/private/Example.cpp", 42, "exampleFunction"};
 
-long kernelThreadId() {
-    return static_cast<long>(::syscall(SYS_gettid));
-}
+long kernelThreadId() { return static_cast<long>(::syscall(SYS_gettid)); }
 
 double monotonicSeconds() {
     timespec now{};
@@ -149,7 +147,8 @@ TEST(TraceLineTest, WithoutSinkLinesGoToStderrWithNewline) {
     ::testing::internal::CaptureStderr();
     trace.logMsg(KIV_TRACE_ERROR, kHeader, "to stderr");
     const std::string written = ::testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(std::regex_match(written, std::regex(R"(^\d+\.\d{6} \d+ LINE\.STDERR L1 exampleFunction: to stderr\n$)")))
+    EXPECT_TRUE(
+        std::regex_match(written, std::regex(R"(^\d+\.\d{6} \d+ LINE\.STDERR L1 exampleFunction: to stderr\n$)")))
         << written;
 }
 

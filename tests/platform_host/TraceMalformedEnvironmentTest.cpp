@@ -27,8 +27,7 @@ TEST(TraceMalformedEnvironmentTest, MalformedValueIsReportedOnceAndIgnored) {
     const KivTrace third("ZYN.TS", KIV_TRACE_WARNING, KIV_TRACE_HDR_FUNCTION);
     const std::string reported = ::testing::internal::GetCapturedStderr();
 
-    EXPECT_EQ(occurrences(reported, "KIV_TRACE: ignoring malformed value \"ZYN.TS:7,OTHER.MODULE\""), 1u)
-        << reported;
+    EXPECT_EQ(occurrences(reported, "KIV_TRACE: ignoring malformed value \"ZYN.TS:7,OTHER.MODULE\""), 1u) << reported;
     // Not even the well-formed first entry is applied.
     EXPECT_TRUE(first.isEnabled(KIV_TRACE_NOTICE));
     EXPECT_FALSE(first.isEnabled(KIV_TRACE_STATUS));

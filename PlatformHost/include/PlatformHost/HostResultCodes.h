@@ -9,8 +9,7 @@
 
 #include <cstdint>
 
-namespace platform_host {
-namespace host_result {
+namespace platform_host::host_result {
 
 constexpr uint32_t Success = 0;
 
@@ -51,5 +50,4 @@ constexpr uint32_t ListBadArgument = 0x9202;
 /// CList_PushTail: no memory for the element's node.
 constexpr uint32_t ListOutOfMemory = 0x9203;
 
-}  // namespace host_result
-}  // namespace platform_host
+}  // namespace platform_host::host_result
