@@ -74,31 +74,32 @@ endif()
 
 include(CPack)
 
+# Debian descriptions: the summary line is the project's description, the
+# text below it says what the package holds.
 cpack_add_component(runtime
     DISPLAY_NAME "Runtime library"
-    DESCRIPTION "Periodic real-time tick scheduler for embedded Linux radio platforms - runtime
- libZynTickScheduler gives the modules of a radio platform a common periodic
- time base: a 6 ms interval and priority scheduler (CTickScheduler) and a 1 ms
- scheduler (CTickSchedulerFast), reached through the platform's interface
- broker. This package contains the shared library.")
+    DESCRIPTION "The shared library libZynTickScheduler.so.${ZYN_TS_ABI_VERSION}. It gives the modules of a radio
+platform a common periodic time base: a 6 ms interval and priority scheduler
+(CTickScheduler) and a 1 ms scheduler (CTickSchedulerFast), reached through
+the platform's interface broker.")
 cpack_add_component(development
     DISPLAY_NAME "Development files"
     DEPENDS runtime
-    DESCRIPTION "Periodic real-time tick scheduler for embedded Linux radio platforms - development files
- Public headers, platform binding headers, the static archive, the CMake
- package (find_package(ZynTickScheduler)), the pkg-config file
- zyntickscheduler.pc, the integration guide and two example client modules.")
-cpack_add_component(tools
-    DISPLAY_NAME "Tools"
-    DEPENDS runtime
-    DESCRIPTION "Periodic real-time tick scheduler for embedded Linux radio platforms - tools
- zyn-tickmon, the tick monitor: runs the scheduler on the reference platform
- and reports how regularly the ticks arrive.")
+    DESCRIPTION "Development files: public headers, platform binding headers, the static
+archive, the CMake package (find_package(ZynTickScheduler)), the pkg-config
+file zyntickscheduler.pc, the integration guide and two example client
+modules.")
 cpack_add_component(host
     DISPLAY_NAME "Reference host platform"
     DEPENDS development
-    DESCRIPTION "Reference platform for libZynTickScheduler on Linux hosts
- Module manager, interface broker, trace, list and thread utilities for
- running libZynTickScheduler and its client modules on a Linux host, with the
- host control API that runs the start-up and shut-down phases. Provides the
- CMake target ZynTickScheduler::ZynPlatformHost and zynplatformhost.pc.")
+    DESCRIPTION "The reference platform for Linux hosts: module manager, interface broker,
+trace, list and thread utilities for running libZynTickScheduler and its
+client modules on a Linux host, with the control API that runs the start-up
+and shut-down phases. Provides the CMake target
+ZynTickScheduler::ZynPlatformHost and zynplatformhost.pc.")
+# The monitor runs the scheduler on the reference platform.
+cpack_add_component(tools
+    DISPLAY_NAME "Tools"
+    DEPENDS runtime host
+    DESCRIPTION "Tools: the tick monitor zyn-tickmon, which runs the scheduler on the
+reference platform and reports how regularly the ticks arrive.")

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of a build directory, installs them with
+# apt-get, builds and runs both examples against the installed system
+# package (find_package and pkg-config), runs the monitor briefly, then
+# removes and purges the packages again and checks nothing is left behind.
+#
+#   tests/install/debian_package_round_trip.sh BUILD_DIR
+#
+# Needs root (it installs into /usr) and a built BUILD_DIR. Fails when any
+# package of the project is installed already.
+set -euo pipefail
+
+build_dir="$(cd "${1:?usage: $0 BUILD_DIR}" && pwd)"
+packages=(libzyntickscheduler1 libzyntickscheduler-dev zynplatformhost zyntickscheduler-tools)
+work_dir="$(mktemp -d)"
+
+log() {
+    printf '[deb round trip] %s\n' "$*" >&2
+}
+
+# dpkg-query fails for packages it has never heard of: that means none.
+installed_packages() {
+    { dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${packages[@]}" 2>/dev/null || true; } |
+        awk '$2 != "not-installed" { print $1 }'
+}
+
+remove_packages() {
+    local present
+    present="$(installed_packages)"
+    if [[ -n "$present" ]]; then
+        # shellcheck disable=SC2086  # one package name a word
+        DEBIAN_FRONTEND=noninteractive apt-get purge -y -qq $present >/dev/null
+    fi
+}
+
+cleanup() {
+    remove_packages
+    rm -rf "$work_dir"
+}
+
+if [[ -n "$(installed_packages)" ]]; then
+    log "packages of the project are installed already: $(installed_packages | tr '\n' ' ')"
+    exit 1
+fi
+trap cleanup EXIT
+
+log "building the packages in $build_dir"
+(cd "$build_dir" && cpack -G DEB >/dev/null)
+debs=()
+for package in "${packages[@]}"; do
+    deb="$(find "$build_dir/packages" -maxdepth 1 -name "${package}_*.deb" | head -n 1)"
+    [[ -n "$deb" ]] || { log "no package $package was built"; exit 1; }
+    debs+=("$deb")
+done
+
+log "installing ${packages[*]}"
+DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${debs[@]}" >/dev/null
+
+examples=/usr/share/doc/ZynTickScheduler/examples
+for example in tick_client fast_tick_client; do
+    log "$example with find_package"
+    cmake -S "$examples/$example" -B "$work_dir/$example-cmake" >/dev/null
+    cmake --build "$work_dir/$example-cmake" >/dev/null
+    grep -q '^ZynTickScheduler_DIR:PATH=/usr/' "$work_dir/$example-cmake/CMakeCache.txt"
+    "$work_dir/$example-cmake/$example" | grep -q "^$example: all checks passed$"
+
+    log "$example with pkg-config"
+    mkdir -p "$work_dir/$example-make"
+    make -s -C "$work_dir/$example-make" -f "$examples/$example/Makefile" >/dev/null
+    "$work_dir/$example-make/$example" | grep -q "^$example: all checks passed$"
+done
+
+log "zyn-tickmon from the tools package"
+zyn-tickmon --quiet --ticks 50 >/dev/null
+
+log "removing the packages"
+remove_packages
+for path in /usr/include/ZynTickScheduler /usr/lib/cmake/ZynTickScheduler /usr/bin/zyn-tickmon; do
+    [[ ! -e "$path" ]] || { log "$path is still there after the removal"; exit 1; }
+done
+if ldconfig -p | grep -q 'libZyn'; then
+    log "the dynamic loader still lists a library of the project"
+    exit 1
+fi
+log "installed, used and removed all packages"
