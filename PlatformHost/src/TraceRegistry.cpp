@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "PlatformHost/TraceHost.h"
-#include "TraceLevelSpec.h"
+#include "TraceLevelList.h"
 
 namespace platform_host::detail {
 
@@ -49,8 +49,8 @@ void applyEnvironment(TraceRegistry& reg) {
     if (value == nullptr) {
         return;
     }
-    TraceLevelSpec levels;
-    if (!parseTraceLevelSpec(value, levels)) {
+    TraceLevelList levels;
+    if (!parseTraceLevelList(value, levels)) {
         writeAllToStderr(std::string("KIV_TRACE: ignoring malformed value \"") + value +
                          "\" (expected MODULE:LEVEL[,MODULE:LEVEL...] with levels 0 to 7)\n");
         return;

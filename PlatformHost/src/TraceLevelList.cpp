@@ -1,4 +1,4 @@
-#include "TraceLevelSpec.h"
+#include "TraceLevelList.h"
 
 namespace platform_host::detail {
 
@@ -31,7 +31,7 @@ bool parseLevel(const std::string& text, uint32_t& level) {
     return true;
 }
 
-bool parseEntry(const std::string& entry, TraceLevelSpec& levels) {
+bool parseEntry(const std::string& entry, TraceLevelList& levels) {
     const auto colon = entry.rfind(':');
     if (colon == std::string::npos) {
         return false;
@@ -47,7 +47,7 @@ bool parseEntry(const std::string& entry, TraceLevelSpec& levels) {
 
 }  // namespace
 
-bool parseTraceLevelSpec(const std::string& text, TraceLevelSpec& levels) {
+bool parseTraceLevelList(const std::string& text, TraceLevelList& levels) {
     levels.clear();
     if (trimmed(text).empty()) {
         return true;

@@ -12,13 +12,13 @@ namespace platform_host::detail {
 /// The highest trace level; a module at this level writes everything.
 constexpr uint32_t kMaxTraceLevel = 7;
 
-using TraceLevelSpec = std::vector<std::pair<std::string, uint32_t>>;
+using TraceLevelList = std::vector<std::pair<std::string, uint32_t>>;
 
 /// Parses a comma-separated list of MODULE:LEVEL entries (spaces around names
 /// and levels are ignored, LEVEL is 0 to 7, the last ':' separates the two).
 /// An empty or all-blank text is a valid empty list. Returns false, with
 /// `levels` left empty, when any entry is malformed: the whole value is then
 /// ignored rather than half applied.
-bool parseTraceLevelSpec(const std::string& text, TraceLevelSpec& levels);
+bool parseTraceLevelList(const std::string& text, TraceLevelList& levels);
 
 }  // namespace platform_host::detail
