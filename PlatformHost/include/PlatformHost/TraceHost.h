@@ -20,7 +20,14 @@ void setTraceLevel(const std::string& moduleName, uint32_t level);
 uint32_t traceLevel(const std::string& moduleName);
 
 /// Where finished lines go: by default stderr. An empty function restores
-/// stderr. The sink is called with one complete line, without the newline.
+/// stderr. The sink is called with one complete line, without the newline,
+/// one line at a time (never concurrently), so it needs no lock of its own; it
+/// must not trace or call setTraceSink itself. Once setTraceSink returns, the
+/// previous sink is not running and is not called again.
+///
+/// A line reads: "<seconds>.<microseconds> <tid> <module> L<level> <function>:
+/// <text>" for a message and "... L<level> -> <function>[: <text>]" for a
+/// function entry; the timestamp is CLOCK_MONOTONIC and the tid the kernel's.
 void setTraceSink(std::function<void(const std::string& line)> sink);
 
 }  // namespace platform_host
