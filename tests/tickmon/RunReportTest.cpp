@@ -106,6 +106,17 @@ TEST(RunReport, MissingThreadAndCpuAreSaidSo) {
     EXPECT_EQ(doc["oscillator_thread"]["cpu_ns_per_second"].kind, json_reader::Value::Kind::Null);
 }
 
+TEST(RunReport, ARefusedRealTimePriorityIsPointedOut) {
+    RunReport report = sampleReport();
+    EXPECT_FALSE(contains(formatReport(report), "not SCHED_RR"));
+    report.thread.policy = 0;
+    report.thread.policyName = "SCHED_OTHER";
+    report.thread.priority = 0;
+    const std::string text = formatReport(report);
+    EXPECT_TRUE(contains(text, "  policy    SCHED_OTHER, priority 0\n")) << text;
+    EXPECT_TRUE(contains(text, "not SCHED_RR: the kernel refused the real-time priority")) << text;
+}
+
 TEST(RunReport, StopReasonsHaveNames) {
     EXPECT_STREQ(stopReasonName(StopReason::Duration), "duration");
     EXPECT_STREQ(stopReasonName(StopReason::Ticks), "ticks");

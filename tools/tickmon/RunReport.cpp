@@ -18,6 +18,8 @@ __attribute__((format(printf, 2, 3))) void appendf(std::string& out, const char*
     out += line;
 }
 
+constexpr uint32_t kSchedRoundRobin = 2;
+
 double toUs(double ns) { return ns / 1000.0; }
 double toUs(int64_t ns) { return static_cast<double>(ns) / 1000.0; }
 
@@ -108,6 +110,10 @@ void appendThread(std::string& out, const RunReport& report) {
     }
     appendf(out, "  name      %s (tid %d)\n", t.name.c_str(), static_cast<int>(t.tid));
     appendf(out, "  policy    %s, priority %u\n", t.policyName.c_str(), t.priority);
+    if (t.policy != kSchedRoundRobin) {
+        out += "            (not SCHED_RR: the kernel refused the real-time priority; run as root or with\n"
+               "            CAP_SYS_NICE for real-time ticks)\n";
+    }
     if (t.cpuMeasured) {
         appendf(out, "  CPU time  %.3f ms per second (%.3f %%), from %s\n", t.cpuNsPerSecond / 1e6,
                 t.cpuNsPerSecond / 1e7, t.cpuSource.c_str());
