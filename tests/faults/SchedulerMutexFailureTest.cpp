@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "FaultFixture.h"
+#include "InterfaceBroker.h"
 
 namespace {
 
@@ -139,10 +140,13 @@ TEST_F(SchedulerMutexFailure, UninitializeThatCannotLockLeavesTheModuleInitialis
     expectLockFailure([] { CTickScheduler_Uninitialize(); });
     EXPECT_EQ(tickScheduler.initialized.load(), 1u);
     EXPECT_EQ(tickScheduler.tickHandlers, std::vector<STickHandler*>{handle});
+    EXPECT_NE(InterfaceBroker::getInstance()->getInterface("ITickScheduler"), nullptr) << "still offered";
 
+    // Records the list drops are the client's to free: unregister first.
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
     CTickScheduler_Uninitialize();
     EXPECT_EQ(tickScheduler.initialized.load(), 0u);
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
+    EXPECT_EQ(InterfaceBroker::getInstance()->getInterface("ITickScheduler"), nullptr);
 }
 
 TEST_F(SchedulerMutexFailure, OperationsThatTakeNoLockAreNotAffected) {

@@ -152,15 +152,15 @@ TEST_F(SleepFailure, SchedulerHandlersKeepRunningWhileEverySleepFailsAfterSleepi
     const auto begin = std::chrono::steady_clock::now();
     ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 14), TickResult::Success);
     std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    CTickScheduler_Uninitialize();
-    sleep_faults::disarm();
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
     const double elapsedMs =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+    CTickScheduler_Uninitialize();
+    sleep_faults::disarm();
 
     const double calls = client.calls.load();
     EXPECT_LE(calls, elapsedMs / 12.0 + 1.0);
     EXPECT_GE(calls, elapsedMs / 12.0 * 0.4) << "calls: " << calls;
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
 }
 
 }  // namespace

@@ -68,9 +68,9 @@ TEST_P(ThreadCreationFailure, SchedulerPhaseFourteenReportsTheFailedStartAndTheN
     EXPECT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 14), TickResult::Success);
     EXPECT_TRUE(errorsAndWarnings().empty());
     EXPECT_TRUE(eventually([&] { return client.calls.load() > 0; }));
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
     CTickScheduler_Uninitialize();
     EXPECT_FALSE(tickScheduler.tickOscillator.isRunning());
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
 }
 
 TEST_P(ThreadCreationFailure, FastOscillatorStartedFromOutsideFailsTheSameWay) {

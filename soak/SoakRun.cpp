@@ -1,0 +1,302 @@
+#include "SoakRun.h"
+
+#include <atomic>
+#include <chrono>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CTickScheduler.h"
+#include "CTickSchedulerFast.h"
+#include "CTickSchedulerFastModule.h"
+#include "CTickSchedulerModule.h"
+#include "ChurnClient.h"
+#include "HandlerSlot.h"
+#include "ITickScheduler.h"
+#include "ITickSchedulerFast.h"
+#include "InterfaceBroker.h"
+#include "MemoryInUse.h"
+#include "PassClock.h"
+#include "PlatformHost/ModuleManagerHost.h"
+#include "PlatformHost/TraceHost.h"
+#include "TickResultCodes.h"
+#include "Violations.h"
+
+namespace soak {
+
+namespace {
+
+constexpr uint32_t kSchedulerPeriodNs = 6000000;
+constexpr uint32_t kFastPeriodNs = 1000000;
+constexpr int32_t kMetronomePriority = -100;
+
+std::atomic<uint64_t> tracedLines{0};
+
+bool check(bool condition, const char* what) {
+    if (!condition) {
+        Violations::instance().report("%s", what);
+    }
+    return condition;
+}
+
+void waitFor(const std::function<bool()>& condition, const char* what) {
+    for (int i = 0; i < 10000 && !condition(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    check(condition(), what);
+}
+
+/// Every line at the levels the soak enables (errors and warnings) is a
+/// finding; the first ones are shown.
+void watchTraces() {
+    platform_host::setTraceLevel("ZYN.TS", 2);
+    platform_host::setTraceSink([](const std::string& line) {
+        if (tracedLines.fetch_add(1) < 20) {
+            std::fprintf(stderr, "TRACED: %s\n", line.c_str());
+        }
+    });
+}
+
+struct Schedulers {
+    ITickScheduler* scheduler = nullptr;
+    ITickSchedulerFast* fast = nullptr;
+};
+
+Schedulers startUp() {
+    const ETickPriority priority = TICK_PRIORITY_NORMAL;
+    check(CTickScheduler_Initialize(&priority) == TickResult::Success, "CTickScheduler_Initialize failed");
+    check(CTickSchedulerFast_Initialize() == TickResult::Success, "CTickSchedulerFast_Initialize failed");
+    for (const platform_host::PhaseCallResult& call : platform_host::runStartup()) {
+        if (call.result != TickResult::Success) {
+            Violations::instance().report("phase %u of module %u returned %u", call.phase, call.moduleId, call.result);
+        }
+    }
+    check(tickScheduler.tickOscillator.isRunning(), "the scheduler's oscillator did not start at phase 14");
+    check(tickSchedulerFastModule.tickOscillator.start() == TickResult::Success,
+          "the fast scheduler's oscillator did not start");
+    Schedulers apis;
+    InterfaceBroker* broker = InterfaceBroker::getInstance();
+    apis.scheduler = dynamic_cast<ITickScheduler*>(broker->getInterface("ITickScheduler"));
+    apis.fast = dynamic_cast<ITickSchedulerFast*>(broker->getInterface("ITickSchedulerFast"));
+    return apis;
+}
+
+/// Brings the library's own bookkeeping to the size the churn will need, so
+/// that the heap's starting level is taken with it in place: as many
+/// handlers at once as the soak will ever have, all removing themselves in
+/// the same pass.
+void warmUp(const SchedulerApi& api, size_t handlers) {
+    PassClock idle(1);
+    std::vector<std::unique_ptr<HandlerSlot>> slots;
+    if (!api.fast) {
+        check(api.scheduler->Freeze() == TickResult::Success, "Freeze failed");
+    }
+    for (size_t i = 0; i < handlers; ++i) {
+        slots.push_back(std::make_unique<HandlerSlot>());
+        HandlerSlot& slot = *slots.back();
+        slot.clock = &idle;
+        std::snprintf(slot.name, sizeof(slot.name), "warm-up-%zu", i);
+        slot.selfRemoving = true;
+        slot.removeAfterCalls = 1;
+        slot.removeFromTick = api.removeFromTick();
+        slot.log.begin(slot.name, 1, Applies{true}, 0);
+        slot.state.store(static_cast<int>(SlotState::Live));
+        const ITickReceiver receiver = slot.receiver();
+        check(api.registerHandler(&slot.handle, &receiver, 1, slot.name) == TickResult::Success,
+              "warm-up registration failed");
+        slot.handlePublished.store(true);
+    }
+    if (!api.fast) {
+        check(api.scheduler->Unfreeze() == TickResult::Success, "Unfreeze failed");
+    }
+    for (auto& slot : slots) {
+        waitFor([&] { return slot->selfRemoved.load(); }, "a warm-up handler did not remove itself");
+    }
+}
+
+/// The C library keeps the stacks of ended threads, with some bookkeeping on
+/// the heap, for the next threads to reuse: starting as many threads as the
+/// soak will run at once puts that bookkeeping in place before the heap's
+/// starting level is taken.
+void warmUpThreads(size_t count) {
+    std::atomic<size_t> running{0};
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < count; ++i) {
+        threads.emplace_back([&running, count] {
+            running.fetch_add(1);
+            while (running.load() < count) {
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+struct Metronome {
+    explicit Metronome(uint32_t periodNs) : clock(periodNs) {}
+    PassClock clock;
+    STickHandler* handle = nullptr;
+};
+
+void startMetronome(const SchedulerApi& api, Metronome& metronome) {
+    const ITickReceiver receiver = metronome.clock.receiver();
+    check(api.registerHandler(&metronome.handle, &receiver, 1, api.fast ? "fast-metronome" : "tick-metronome") ==
+              TickResult::Success,
+          "metronome registration failed");
+    if (!api.fast) {
+        check(api.scheduler->SetTickPriority(metronome.handle, kMetronomePriority) == TickResult::Success,
+              "metronome priority failed");
+    }
+}
+
+/// The gaps between passes, in whole periods, must add up to the span from
+/// the first to the last pass: a loop that drifts falls behind its grid, and
+/// its gaps, each a period and a little, add up to less.
+bool checkGrid(const char* name, const GridRecord& grid, uint32_t periodNs) {
+    if (grid.passes < 2) {
+        Violations::instance().report("%s: only %" PRIu64 " passes", name, grid.passes);
+        return false;
+    }
+    const double span = static_cast<double>(grid.lastNs - grid.firstNs);
+    const auto expected = static_cast<int64_t>(std::llround(span / periodNs)) + 1;
+    const int64_t accounted = static_cast<int64_t>(grid.gridSteps) + 1;
+    const int64_t drift = expected - accounted;
+    // Rounding each gap can go wrong only when a pass is more than half a
+    // period later than the one before it; those errors mostly cancel. A
+    // drifting loop is off by its overhead every period, far more than this.
+    const int64_t tolerance = 2 + static_cast<int64_t>(grid.passes / 10000);
+    std::printf("%-9s passes %" PRIu64 ", grid points passed over %" PRIu64 ", grid points in %.3f s: %" PRId64
+                ", difference %" PRId64 " (allowed %" PRId64 "), longest gap %.3f ms\n",
+                name, grid.passes, grid.skippedPeriods, span / 1e9, expected, drift, tolerance,
+                static_cast<double>(grid.longestGapNs) / 1e6);
+    if (std::llabs(drift) > tolerance) {
+        Violations::instance().report("%s: %" PRId64 " passes off its grid", name, drift);
+        return false;
+    }
+    return true;
+}
+
+struct Client {
+    std::unique_ptr<ChurnClient> churn;
+    const char* label;
+};
+
+void printStats(const char* label, const ChurnStats& stats) {
+    std::printf("%-22s registrations %8" PRIu64 ", self-removals %7" PRIu64 ", operations %9" PRIu64
+                ", calls checked %10" PRIu64 "\n",
+                label, stats.registrations, stats.selfRemovals, stats.operations, stats.callsChecked);
+}
+
+}  // namespace
+
+int runSoak(const SoakOptions& options) {
+    watchTraces();
+    const Schedulers apis = startUp();
+    if (apis.scheduler == nullptr || apis.fast == nullptr) {
+        std::fprintf(stderr, "the interfaces are not in the broker\n");
+        return 1;
+    }
+    const SchedulerApi scheduler{false, apis.scheduler, nullptr};
+    const SchedulerApi fast{true, nullptr, apis.fast};
+    warmUp(scheduler, 1 + 3 * ChurnClient::capacity());
+    warmUp(fast, 1 + 2 * ChurnClient::capacity());
+
+    Metronome schedulerMetronome(kSchedulerPeriodNs);
+    Metronome fastMetronome(kFastPeriodNs);
+    startMetronome(scheduler, schedulerMetronome);
+    startMetronome(fast, fastMetronome);
+    waitFor([&] { return schedulerMetronome.clock.current() > 10 && fastMetronome.clock.current() > 10; },
+            "the metronomes do not tick");
+
+    constexpr size_t kClients = 5;
+    std::vector<ChurnStats> stats;
+    stats.reserve(kClients);
+    warmUpThreads(kClients);
+    const size_t startingMemory = memoryInUse();
+    {
+        std::vector<Client> clients;
+        clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock,
+                                                         ChurnClient::Mode::Handlers, 0, options.seed * 7 + 0),
+                           "tick handlers 0"});
+        clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock,
+                                                         ChurnClient::Mode::Handlers, 1, options.seed * 7 + 1),
+                           "tick handlers 1"});
+        clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock,
+                                                         ChurnClient::Mode::Groups, 2, options.seed * 7 + 2),
+                           "tick groups"});
+        clients.push_back({std::make_unique<ChurnClient>(fast, fastMetronome.clock, ChurnClient::Mode::Handlers, 3,
+                                                         options.seed * 7 + 3),
+                           "fast handlers"});
+        clients.push_back({std::make_unique<ChurnClient>(fast, fastMetronome.clock, ChurnClient::Mode::Groups, 4,
+                                                         options.seed * 7 + 4),
+                           "fast groups"});
+
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> threads;
+        for (Client& client : clients) {
+            ChurnClient* churn = client.churn.get();
+            threads.emplace_back([churn, &stop] { churn->run(stop); });
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        const auto end = begin + std::chrono::seconds(options.seconds);
+        auto nextReport = begin + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (std::chrono::steady_clock::now() >= nextReport) {
+                nextReport += std::chrono::seconds(60);
+                std::fprintf(stderr, "soak: %" PRIu64 " s, %" PRIu64 " violations so far\n",
+                             static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(
+                                                       std::chrono::steady_clock::now() - begin)
+                                                       .count()),
+                             Violations::instance().count());
+            }
+        }
+        stop.store(true);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        // The statistics go into storage reserved before the start, so
+        // nothing of the soak's own is left on the heap below.
+        for (Client& client : clients) {
+            stats.push_back(client.churn->stats());
+        }
+    }
+    const size_t endingMemory = memoryInUse();
+
+    STickHandler* schedulerHandle = schedulerMetronome.handle;
+    STickHandler* fastHandle = fastMetronome.handle;
+    check(apis.scheduler->UnregisterTickHandler(&schedulerHandle) == TickResult::Success,
+          "metronome unregistration failed");
+    check(apis.fast->UnregisterTickHandler(&fastHandle) == TickResult::Success, "metronome unregistration failed");
+    platform_host::runShutdown();
+    check(!tickScheduler.tickOscillator.isRunning() && !tickSchedulerFastModule.tickOscillator.isRunning(),
+          "an oscillator still runs after shut-down");
+
+    static const char* const labels[] = {"tick handlers 0", "tick handlers 1", "tick groups", "fast handlers",
+                                         "fast groups"};
+    for (size_t i = 0; i < stats.size(); ++i) {
+        printStats(labels[i], stats[i]);
+    }
+    bool passed = checkGrid("scheduler", schedulerMetronome.clock.grid(), kSchedulerPeriodNs);
+    passed = checkGrid("fast", fastMetronome.clock.grid(), kFastPeriodNs) && passed;
+    std::printf("heap in use (%s): %zu bytes at the start, %zu at the end\n", memoryCounter(), startingMemory,
+                endingMemory);
+    if (endingMemory != startingMemory) {
+        Violations::instance().report("heap in use changed by %lld bytes",
+                                      static_cast<long long>(endingMemory) - static_cast<long long>(startingMemory));
+    }
+    if (tracedLines.load() != 0) {
+        Violations::instance().report("%" PRIu64 " error or warning lines traced", tracedLines.load());
+    }
+    std::printf("violations: %" PRIu64 "\n", Violations::instance().count());
+    return Violations::instance().count() == 0 ? 0 : 1;
+}
+
+}  // namespace soak
