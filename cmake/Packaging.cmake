@@ -55,7 +55,7 @@ if(CMAKE_CROSSCOMPILING)
             set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${debArch})
         endif()
     endforeach()
-    set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1")
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1")
 else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
     # The tools link the libraries of this build; dpkg-shlibdeps finds them
