@@ -5,7 +5,7 @@
 #
 #   cmake -DSOURCE_DIR=... -DBUILD_DIR=... -DPREFIX=... -DPROJECT_VERSION=1.0.0 -DABI_VERSION=1
 #         -DLIBDIR=lib -DINCLUDEDIR=include -DBINDIR=bin -DWITH_TOOLS=1
-#         -P InstallIntoPrefix.cmake
+#         [-DEMULATOR=a|b|c] -P InstallIntoPrefix.cmake
 
 cmake_minimum_required(VERSION 3.16)
 
@@ -79,6 +79,14 @@ expect("zyntickscheduler.pc" EXISTS ${lib}/pkgconfig/zyntickscheduler.pc)
 expect("zynplatformhost.pc" EXISTS ${lib}/pkgconfig/zynplatformhost.pc)
 if(WITH_TOOLS)
     expect("the monitor zyn-tickmon" EXISTS ${PREFIX}/${BINDIR}/zyn-tickmon)
+    # It finds the installed libraries by itself, relative to its own place.
+    string(REPLACE "|" ";" emulator "${EMULATOR}")
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH
+            ${emulator} ${PREFIX}/${BINDIR}/zyn-tickmon --help
+        RESULT_VARIABLE result
+        OUTPUT_VARIABLE output
+        ERROR_VARIABLE output)
+    expect("an installed zyn-tickmon that runs (${result}: ${output})" result EQUAL 0)
 endif()
 
 # find_package(ZynTickScheduler <version>) accepts 1.x from 1.0 up, refuses
