@@ -48,6 +48,47 @@ inline double shareAtMost(const std::vector<int64_t>& values, int64_t bound) {
     return static_cast<double>(within) / static_cast<double>(values.size());
 }
 
+/// The distance of two phases on the circle of one period.
+inline int64_t circularDistance(int64_t phaseA, int64_t phaseB, int64_t period) {
+    const int64_t d = phaseOf(phaseA, phaseB, period);
+    return std::min(d, period - d);
+}
+
+/// Where most ticks lie on the circle of phases: the window of `width` that
+/// holds the largest share of the ticks, given by its first phase.
+struct PhaseCluster {
+    int64_t firstPhase = 0;
+    double share = 0.0;
+};
+
+inline PhaseCluster densestPhaseWindow(const std::vector<int64_t>& ticks, int64_t origin, int64_t period,
+                                       int64_t width) {
+    PhaseCluster best;
+    if (ticks.empty()) {
+        return best;
+    }
+    std::vector<int64_t> phases = latenesses(ticks, origin, period);
+    std::sort(phases.begin(), phases.end());
+    // Unroll the circle once so that windows may wrap past the period.
+    const size_t n = phases.size();
+    for (size_t i = 0; i < n; ++i) {
+        phases.push_back(phases[i] + period);
+    }
+    size_t end = 0;
+    for (size_t begin = 0; begin < n; ++begin) {
+        end = std::max(end, begin);
+        while (end < begin + n && phases[end] - phases[begin] <= width) {
+            ++end;
+        }
+        const double share = static_cast<double>(end - begin) / static_cast<double>(n);
+        if (share > best.share) {
+            best.share = share;
+            best.firstPhase = phases[begin];
+        }
+    }
+    return best;
+}
+
 /// The first grid point strictly after `instant`.
 inline int64_t nextGridPointAfter(int64_t instant, int64_t origin, int64_t period) {
     return instant + (period - phaseOf(instant, origin, period));

@@ -133,6 +133,30 @@ void expectPunctual(const std::vector<int64_t>& ticks, int64_t gridLowerBound, i
     EXPECT_LE(median(lastQuarter), medianBound + uncertainty) << "the ticks drift away from the grid";
 }
 
+/// For short periods, where the start instant may be known less precisely
+/// than the period allows: most ticks, to the end of the run, lie within
+/// `width` after the phase the start set. The test thread and the oscillator
+/// thread may read the clock on different CPUs, whose readings can differ by
+/// microseconds, so that phase may begin that little before the grid through
+/// `gridLowerBound`. When the start instant is known too vaguely for that,
+/// what remains is that most ticks keep one phase.
+void expectPhaseLocked(const std::vector<int64_t>& ticks, int64_t gridLowerBound, int64_t uncertainty,
+                       int64_t period, int64_t width) {
+    constexpr int64_t kClockSkew = 50 * kUs;
+    ASSERT_GE(ticks.size(), 4u);
+    const std::vector<int64_t> lastQuarter(ticks.end() - static_cast<std::ptrdiff_t>(ticks.size() / 4), ticks.end());
+    if (uncertainty + width + kClockSkew >= period) {
+        EXPECT_GE(densestPhaseWindow(ticks, gridLowerBound, period, width).share, 0.75) << "the ticks scatter";
+        EXPECT_GE(densestPhaseWindow(lastQuarter, gridLowerBound, period, width).share, 0.75) << "the ticks scatter";
+        return;
+    }
+    const auto shareOnGrid = [&](const std::vector<int64_t>& selection) {
+        return shareAtMost(latenesses(selection, gridLowerBound - kClockSkew, period), kClockSkew + uncertainty + width);
+    };
+    EXPECT_GE(shareOnGrid(ticks), 0.75) << "the ticks are not on the grid of the start";
+    EXPECT_GE(shareOnGrid(lastQuarter), 0.75) << "the ticks drift away from the grid of the start";
+}
+
 TEST_F(OscillatorTiming, SixMsTicksLandOnTheGridAnchoredAtStart) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     const int64_t beforeStart = startOscillator(TICK_DELAY_6MS);
@@ -164,10 +188,7 @@ TEST_F(OscillatorTiming, OneMsTicksLandOnTheGridAnchoredAtStart) {
 
     REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS();
     expectCountMatchesElapsedTime(ticks.size(), startSeen, stopCalled, kOneMs);
-    if (startUncertainty() >= kOneMs / 2) {
-        GTEST_SKIP() << "the start instant is known only to within " << startUncertainty() << " ns";
-    }
-    expectPunctual(ticks, beforeStart, startUncertainty(), kOneMs, 200 * kUs, 300 * kUs);
+    expectPhaseLocked(ticks, beforeStart, startUncertainty(), kOneMs, 300 * kUs);
 }
 
 TEST_F(OscillatorTiming, CallbackOfTwoAndAHalfPeriodsIsFollowedByTheThirdGridPointNotABurst) {
@@ -368,9 +389,6 @@ TEST_F(OscillatorTiming, RepeatedInitializeSwitchesThePeriodOnTheSameStartInstan
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     const int64_t beforeStart = startOscillator(TICK_DELAY_6MS);
     REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS();
-    if (startUncertainty() >= kOneMs / 2) {
-        GTEST_SKIP() << "the start instant is known only to within " << startUncertainty() << " ns";
-    }
     ASSERT_TRUE(recorder.waitForTicks(10));
     const int64_t switched = monotonicNow();
     ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGHEST));
@@ -384,7 +402,7 @@ TEST_F(OscillatorTiming, RepeatedInitializeSwitchesThePeriodOnTheSameStartInstan
     EXPECT_LE(static_cast<int64_t>(oneMsTicks.size()), (stopCalled - settled) / kOneMs + 2);
     expectCountMatchesElapsedTime(oneMsTicks.size(), settled, stopCalled, kOneMs);
     // The 1 ms grid still counts from the first start.
-    expectPunctual(oneMsTicks, beforeStart, startUncertainty(), kOneMs, 200 * kUs, 300 * kUs);
+    expectPhaseLocked(oneMsTicks, beforeStart, startUncertainty(), kOneMs, 300 * kUs);
 }
 
 }  // namespace
