@@ -270,6 +270,7 @@ TEST_F(LifecycleTest, StartUpListingShowsEveryHandlerInDispatchOrder) {
                            {5, kStartTick, std::string(31, 'L') + ": Prio = 5, tickInterval = 6, current interval = 0"},
                            {5, kStartTick, "Audio: Prio = 7, tickInterval = 60, current interval = 0"},
                        }));
+    (void)tickScheduler.tickOscillator.stop();  // before the probes go out of scope
 }
 
 TEST_F(LifecycleTest, ListingShowsSixTimesTheIntervalAsASigned32BitNumber) {
@@ -293,6 +294,8 @@ TEST_F(LifecycleTest, ListingIsLeftOutWhenLevelFiveIsDisabled) {
     platform_double::clearTraces();
     EXPECT_EQ(phase(14), TickResult::Success);
     EXPECT_TRUE(platform_double::tracesOf(kStartTick).empty());
+    // The oscillator ticks the probe: stop it before the probe goes out of scope.
+    (void)tickScheduler.tickOscillator.stop();
 }
 
 TEST_F(LifecycleTest, PhaseFourteenWithoutPhaseElevenFailsWithTwoErrorLines) {

@@ -73,7 +73,12 @@ protected:
 
 TEST_F(NoAllocationTest, CountingSeesAnAllocation) {
     // The counter itself works: otherwise the tests below could not fail.
-    const uint64_t counted = allocationsDuring([] { delete new int(3); });
+    // Kept in a volatile variable so that the compiler cannot elide the pair.
+    static int* volatile block = nullptr;
+    const uint64_t counted = allocationsDuring([] {
+        block = new int(3);
+        delete block;
+    });
     EXPECT_EQ(counted, 1u);
 }
 
