@@ -23,9 +23,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # Target binaries (the tests, and gtest_discover_tests listing them at build
 # time) run on the host under qemu-user. -L points the emulator at the
-# target's dynamic loader and libraries. ZYN_TS_EMULATED tells the tests that
-# real-clock timing bounds cannot hold, so timing tests skip with that reason
-# whoever runs ctest in this build directory.
+# target's dynamic loader and libraries; QEMU_LD_PREFIX does the same for a
+# target program that a test starts under ZYN_TS_CROSS_QEMU_PROGRAM itself
+# (the host kernel cannot start a target binary directly). ZYN_TS_EMULATED
+# tells the tests that real-clock timing bounds cannot hold, so timing tests
+# skip with that reason whoever runs ctest in this build directory.
 find_program(ZYN_TS_CROSS_QEMU_PROGRAM ${ZYN_TS_CROSS_QEMU} NO_CMAKE_FIND_ROOT_PATH)
 if(NOT ZYN_TS_CROSS_QEMU_PROGRAM)
     # Building still works; running the tests needs Debian's qemu-user.
@@ -33,5 +35,5 @@ if(NOT ZYN_TS_CROSS_QEMU_PROGRAM)
 endif()
 find_program(ZYN_TS_ENV_PROGRAM env NO_CMAKE_FIND_ROOT_PATH)
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    ${ZYN_TS_ENV_PROGRAM} ZYN_TS_EMULATED=${ZYN_TS_CROSS_QEMU}
+    ${ZYN_TS_ENV_PROGRAM} ZYN_TS_EMULATED=${ZYN_TS_CROSS_QEMU} QEMU_LD_PREFIX=${ZYN_TS_CROSS_PREFIX}
     ${ZYN_TS_CROSS_QEMU_PROGRAM} -L ${ZYN_TS_CROSS_PREFIX})

@@ -20,6 +20,15 @@ extern char** environ;
 
 namespace {
 
+// In a cross build the program is a target binary that the host kernel cannot
+// start by itself: it is started under the emulator that runs this test
+// (which finds the target's libraries through QEMU_LD_PREFIX).
+#ifdef ZYN_TICKMON_EMULATOR
+const char* const kLauncher = ZYN_TICKMON_EMULATOR;
+#else
+const char* const kLauncher = nullptr;
+#endif
+
 struct ProgramRun {
     int exitStatus = -1;
     std::string out;
@@ -38,6 +47,9 @@ ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::stri
 
     std::vector<std::string> argv = {ZYN_TICKMON_PATH};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
+    if (kLauncher != nullptr) {
+        argv.insert(argv.begin(), kLauncher);
+    }
     std::vector<char*> argvPointers;
     for (std::string& a : argv) {
         argvPointers.push_back(a.data());
@@ -61,7 +73,7 @@ ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::stri
     ProgramRun run;
     pid_t child = 0;
     const int spawned =
-        posix_spawn(&child, ZYN_TICKMON_PATH, &actions, nullptr, argvPointers.data(), environmentPointers.data());
+        posix_spawn(&child, argvPointers[0], &actions, nullptr, argvPointers.data(), environmentPointers.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         ADD_FAILURE() << "cannot start " << ZYN_TICKMON_PATH;
