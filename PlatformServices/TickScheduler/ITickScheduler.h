@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "InterfaceBroker.h"
 #include "ITickReceiver.h"
+#include "InterfaceBroker.h"
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 
@@ -21,31 +21,31 @@ class ZYN_TS_EXPORT ITickScheduler : public virtual IInterface {
 public:
     /// Every slot null; CTickScheduler_Initialize fills them.
     ITickScheduler();
-    virtual ~ITickScheduler();
+    ~ITickScheduler() override;
 
     /// Slot 1: CTickScheduler_RegisterTickHandler().
     uint32_t (*RegisterTickHandler)(STickHandler** tickHandler, const ITickReceiver* pITickReceiver,
-                                    uint32_t tickInterval, const char* pszName);
+                                    uint32_t tickInterval, const char* pszName) = nullptr;
     /// Slot 2: CTickScheduler_UnregisterTickHandler().
-    uint32_t (*UnregisterTickHandler)(STickHandler** handle);
+    uint32_t (*UnregisterTickHandler)(STickHandler** handle) = nullptr;
     /// Slot 3: CTickScheduler_Freeze().
-    uint32_t (*Freeze)(void);
+    uint32_t (*Freeze)() = nullptr;
     /// Slot 4: CTickScheduler_Unfreeze().
-    uint32_t (*Unfreeze)(void);
+    uint32_t (*Unfreeze)() = nullptr;
     /// Slot 5: CTickScheduler_SetStartOffset().
-    uint32_t (*SetStartOffset)(STickHandler* handler, uint32_t offset);
+    uint32_t (*SetStartOffset)(STickHandler* handler, uint32_t offset) = nullptr;
     /// Slot 6: CTickScheduler_SetTickPriority().
-    uint32_t (*SetTickPriority)(STickHandler* handler, int32_t priority);
+    uint32_t (*SetTickPriority)(STickHandler* handler, int32_t priority) = nullptr;
     /// Slot 7: CTickScheduler_EnableTickHandler().
-    uint32_t (*EnableTickHandler)(STickHandler* handler);
+    uint32_t (*EnableTickHandler)(STickHandler* handler) = nullptr;
     /// Slot 8: CTickScheduler_DisableTickHandler().
-    uint32_t (*DisableTickHandler)(STickHandler* handler);
+    uint32_t (*DisableTickHandler)(STickHandler* handler) = nullptr;
     /// Slot 9: CTickScheduler_AddGroup().
-    uint32_t (*AddGroup)(STickHandler* handler, uint32_t groupId);
+    uint32_t (*AddGroup)(STickHandler* handler, uint32_t groupId) = nullptr;
     /// Slot 10: CTickScheduler_RemoveGroup().
-    uint32_t (*RemoveGroup)(STickHandler* handler, uint32_t groupId);
+    uint32_t (*RemoveGroup)(STickHandler* handler, uint32_t groupId) = nullptr;
     /// Slot 11: CTickScheduler_EnableTickGroup().
-    uint32_t (*EnableTickGroup)(uint32_t groupId);
+    uint32_t (*EnableTickGroup)(uint32_t groupId) = nullptr;
     /// Slot 12: CTickScheduler_DisableTickGroup().
-    uint32_t (*DisableTickGroup)(uint32_t groupId);
+    uint32_t (*DisableTickGroup)(uint32_t groupId) = nullptr;
 };

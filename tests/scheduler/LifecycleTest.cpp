@@ -114,7 +114,8 @@ TEST_F(LifecycleTest, RefusedCallbackRegistrationIsTracedInEightHexDigits) {
 TEST_F(LifecycleTest, RefusedInterfaceRegistrationIsTracedInEightHexDigits) {
     platform_double::scriptRegisterInterfaceResult(0x7FFFFFFFu);
     EXPECT_EQ(CTickScheduler_Initialize(nullptr), TickResult::Failure);
-    EXPECT_EQ(messages(), (std::vector<Line>{{1, kInitialize, "Failed to register ITickScheduler with error 0x7fffffff"}}));
+    EXPECT_EQ(messages(),
+              (std::vector<Line>{{1, kInitialize, "Failed to register ITickScheduler with error 0x7fffffff"}}));
     EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
     EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
     EXPECT_EQ(tickScheduler.initialized.load(), 0u);
@@ -363,8 +364,9 @@ TEST_F(LifecycleTest, PhaseSixteenStopsWithdrawsAndEmptiesTheListWithoutFreeing)
     STickHandler* copy = handle;
     EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&copy), TickResult::Success);
     EXPECT_EQ(copy, nullptr);
-    EXPECT_EQ(messagesExcept("run"), (std::vector<Line>{{2, "CTickScheduler_UnregisterTickHandler",
-                                              "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+    EXPECT_EQ(messagesExcept("run"),
+              (std::vector<Line>{{2, "CTickScheduler_UnregisterTickHandler",
+                                  "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
     delete[] handle;
 }
 

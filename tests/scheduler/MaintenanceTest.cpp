@@ -74,8 +74,9 @@ TEST_F(MaintenanceTest, UnregisterOfAPointerNotInTheListClearsTheVariableAndFree
     platform_double::clearTraces();
     EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
     EXPECT_EQ(handle, nullptr);
-    EXPECT_EQ(messages(), (std::vector<Line>{{2, kUnregister,
-                                              "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+    EXPECT_EQ(
+        messages(),
+        (std::vector<Line>{{2, kUnregister, "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
     EXPECT_EQ(handlerList(), Handles{kept});
     // Still a live block (a freed one would be reported by the address sanitizer).
     EXPECT_STREQ(stranger->name, "Stranger");
@@ -90,8 +91,9 @@ TEST_F(MaintenanceTest, UnregisterOfAStaleCopyDoesNotTouchTheFreedRecord) {
     platform_double::clearTraces();
     EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&copy), TickResult::Success);
     EXPECT_EQ(copy, nullptr);
-    EXPECT_EQ(messages(), (std::vector<Line>{{2, kUnregister,
-                                              "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+    EXPECT_EQ(
+        messages(),
+        (std::vector<Line>{{2, kUnregister, "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
 }
 
 TEST_F(MaintenanceTest, UnregisteringTheOnlyHandlerLeavesAnEmptyList) {
@@ -207,8 +209,9 @@ TEST_F(MaintenanceTest, PriorityOfAnUnregisteredRecordIsRefusedAndKept) {
     EXPECT_EQ(CTickScheduler_SetTickPriority(stranger, 2), TickResult::Failure);
     EXPECT_EQ(stranger->prio.load(), 5);
     EXPECT_TRUE(handlerList().empty());
-    EXPECT_EQ(messages(), (std::vector<Line>{{1, kSetPriority,
-                                              "Tick Handler change priority unsuccessful: Tick Handler Ghost not found"}}));
+    EXPECT_EQ(messages(),
+              (std::vector<Line>{
+                  {1, kSetPriority, "Tick Handler change priority unsuccessful: Tick Handler Ghost not found"}}));
     delete[] stranger;
 }
 

@@ -96,8 +96,9 @@ TEST_F(ReentrancyTest, HandlerUnregisteringItselfIsFreedAtTheEndOfThePass) {
     EXPECT_EQ(log.take(), (Calls{"A", "B", "C"}));
     EXPECT_EQ(handlerList(), (Handles{h[0], h[2]}));
     // The trace is written at the call, while the record still exists.
-    EXPECT_EQ(messages(), (std::vector<Line>{{5, "CTickScheduler_UnregisterTickHandler",
-                                              "Tick Handler B unregistered successfully"}}));
+    EXPECT_EQ(
+        messages(),
+        (std::vector<Line>{{5, "CTickScheduler_UnregisterTickHandler", "Tick Handler B unregistered successfully"}}));
     tick();
     EXPECT_EQ(log.take(), (Calls{"A", "C"}));
 }

@@ -12,8 +12,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
-#include <iterator>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <ostream>

@@ -104,9 +104,10 @@ void clientStep(Shared& shared, Slot& slot, std::minstd_rand& random) {
             break;
         }
         case 9:
-            expectResult(shared,
-                         random() % 2 == 0 ? CTickScheduler_DisableTickGroup(group) : CTickScheduler_EnableTickGroup(group),
-                         TickResult::Success);
+            expectResult(
+                shared,
+                random() % 2 == 0 ? CTickScheduler_DisableTickGroup(group) : CTickScheduler_EnableTickGroup(group),
+                TickResult::Success);
             break;
         case 10:
             expectResult(shared, CTickScheduler_Freeze(), TickResult::Success);

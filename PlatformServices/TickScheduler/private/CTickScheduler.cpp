@@ -172,12 +172,8 @@ __attribute__((init_priority(102))) CTickScheduler tickScheduler;
 ITickReceiver schedulerTickReceiver = {nullptr, nullptr};
 SPhaseCallbackContext phaseCallbackContext = {nullptr, nullptr};
 
-CTickScheduler::CTickScheduler()
-    : tickPriority(static_cast<ETickPriority>(0)),
-      initialized(0),
-      inTick(false),
-      disabledGroupMask(0),
-      tickThreadId() {}
+// Every member starts at its load state through its initializer.
+CTickScheduler::CTickScheduler() = default;
 
 CTickScheduler::~CTickScheduler() {
     // A process that exits while ticking must not run a pass over a destroyed
@@ -187,19 +183,9 @@ CTickScheduler::~CTickScheduler() {
     }
 }
 
-ITickScheduler::ITickScheduler()
-    : RegisterTickHandler(nullptr),
-      UnregisterTickHandler(nullptr),
-      Freeze(nullptr),
-      Unfreeze(nullptr),
-      SetStartOffset(nullptr),
-      SetTickPriority(nullptr),
-      EnableTickHandler(nullptr),
-      DisableTickHandler(nullptr),
-      AddGroup(nullptr),
-      RemoveGroup(nullptr),
-      EnableTickGroup(nullptr),
-      DisableTickGroup(nullptr) {}
+// Out of line, so that the class has one home: its vtable and type
+// information are emitted here and exported.
+ITickScheduler::ITickScheduler() = default;
 
 ITickScheduler::~ITickScheduler() = default;
 
@@ -397,9 +383,9 @@ extern "C" uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_
     handler->prio.store(priority, std::memory_order_relaxed);
     // In front of the first handler of higher priority: equal priorities
     // keep the order in which they reached it.
-    const auto place = std::find_if(state.tickHandlers.begin(), state.tickHandlers.end(), [priority](const STickHandler* other) {
-        return other->prio.load(std::memory_order_relaxed) > priority;
-    });
+    const auto place = std::find_if(
+        state.tickHandlers.begin(), state.tickHandlers.end(),
+        [priority](const STickHandler* other) { return other->prio.load(std::memory_order_relaxed) > priority; });
     // The handler was removed first, so this insert never grows the list.
     state.tickHandlers.insert(place, handler);
     ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_SetTickPriority",
@@ -430,7 +416,8 @@ extern "C" uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t grou
         return TickResult::NullArgument;
     }
     if (!isGroupIdValid(groupId)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_AddGroup", "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_AddGroup",
+                     "Group ID out of bounds: " << groupIdForDisplay(groupId));
         return TickResult::GroupIdOutOfBounds;
     }
     handler->groupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
@@ -536,11 +523,11 @@ extern "C" uint32_t CTickScheduler_PhaseModuleStartTick(void) {
         for (const STickHandler* handler : state.tickHandlers) {
             // The interval is listed in milliseconds (ticks of 6 ms), the
             // current interval in ticks.
-            ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_PhaseModuleStartTick",
-                         handler->name << ": Prio = " << handler->prio.load(std::memory_order_relaxed)
-                                       << ", tickInterval = " << static_cast<int32_t>(kTickPeriodMs * handler->tickInterval)
-                                       << ", current interval = "
-                                       << handler->currentInterval.load(std::memory_order_relaxed));
+            ZYN_TS_TRACE(
+                KIV_TRACE_INFO, "CTickScheduler_PhaseModuleStartTick",
+                handler->name << ": Prio = " << handler->prio.load(std::memory_order_relaxed)
+                              << ", tickInterval = " << static_cast<int32_t>(kTickPeriodMs * handler->tickInterval)
+                              << ", current interval = " << handler->currentInterval.load(std::memory_order_relaxed));
         }
     }
     if (TickResult::isPlatformFailure(state.tickOscillator.start())) {
@@ -554,7 +541,8 @@ extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t
     {
         std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
         if (tickScheduler.initialized.load(std::memory_order_relaxed) == 0) {
-            ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_OnPhaseActivation", "Tick Scheduler has not been initialized");
+            ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_OnPhaseActivation",
+                         "Tick Scheduler has not been initialized");
             return TickResult::ModuleNotInitialized;
         }
     }

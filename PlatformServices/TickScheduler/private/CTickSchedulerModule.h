@@ -36,22 +36,22 @@ public:
     TickOscillator tickOscillator;
     /// Priority class of the oscillator thread, stored by Initialize (which
     /// the platform calls before any phase, on one thread).
-    ETickPriority tickPriority;
+    ETickPriority tickPriority = static_cast<ETickPriority>(0);
     /// 1 while the module is initialised. Read without the lock by
     /// Initialize, hence atomic.
-    std::atomic<uint32_t> initialized;
+    std::atomic<uint32_t> initialized{0};
     /// Every registered handler, in dispatch order.
     std::vector<STickHandler*> tickHandlers;
     std::mutex tickMutex;
     /// Notified (all waiters) at the end of every pass that set `inTick`.
     std::condition_variable tickDone;
     /// True while a pass walks the handlers.
-    bool inTick;
+    bool inTick = false;
     /// Bit n set while tick group n is disabled. Reset by Initialize without
     /// the lock, hence atomic.
-    std::atomic<uint32_t> disabledGroupMask;
+    std::atomic<uint32_t> disabledGroupMask{0};
     /// The thread of the running or last pass.
-    pthread_t tickThreadId;
+    pthread_t tickThreadId{};
 
     /// The handlers the running pass walks, copied from `tickHandlers` when
     /// the pass starts. Its capacity is kept at least that of `tickHandlers`,
