@@ -42,7 +42,7 @@ while [[ $# -gt 0 ]]; do
     esac
 done
 [[ "$runs" =~ ^[1-9][0-9]*$ ]] || { echo "--runs: expected a positive integer" >&2; exit 2; }
-[[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 4 ]] || { echo "--duration: expected whole seconds, at least 4" >&2; exit 2; }
+[[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 5 ]] || { echo "--duration: expected whole seconds, at least 5" >&2; exit 2; }
 [[ "$priority" =~ ^[0-4]$ ]] || { echo "--priority: expected 0 to 4" >&2; exit 2; }
 
 # The SCHED_RR priority the library gives each ETickPriority.
@@ -102,16 +102,18 @@ thread_cpu_ns() {
 }
 
 # CPU time per second of the RR thread of process $1, sampled from 1 s after
-# the start to 1 s before the end of a run of $duration seconds.
+# the start to 2 s before the end of a run of $duration seconds ("nan" when
+# the thread could not be read, e.g. on a machine too loaded to keep up).
 sample_cpu_per_second() {
     local pid="$1" tid="" start_ns end_ns start_cpu end_cpu
     sleep 1
     tid="$(rr_thread "$pid")" || { echo "nan"; return; }
-    start_cpu="$(thread_cpu_ns "$pid" "$tid")"
+    start_cpu="$(thread_cpu_ns "$pid" "$tid" 2>/dev/null)" || { echo "nan"; return; }
     start_ns="$(date +%s%N)"
-    sleep $((duration - 2))
-    end_cpu="$(thread_cpu_ns "$pid" "$tid")"
+    sleep $((duration - 3))
+    end_cpu="$(thread_cpu_ns "$pid" "$tid" 2>/dev/null)" || { echo "nan"; return; }
     end_ns="$(date +%s%N)"
+    [[ -n "$start_cpu" && -n "$end_cpu" ]] || { echo "nan"; return; }
     awk -v c=$((end_cpu - start_cpu)) -v t=$((end_ns - start_ns)) 'BEGIN { printf "%.1f\n", c / t * 1e9 }'
 }
 
@@ -136,7 +138,7 @@ run_tickmon() {
     "$tickmon" --duration "${duration}s" --priority "$priority" --handlers 0 --quiet \
         --histogram "$work/ours-$i.hist" --histogram-buckets 6000 --json "$work/ours-$i.json" &
     pid=$!
-    sample_cpu_per_second "$pid" > "$work/ours-$i.cpu"
+    sample_cpu_per_second "$pid" > "$work/ours-$i.cpu" || echo "nan" > "$work/ours-$i.cpu"
     wait "$pid" || echo "zyn-tickmon run $i failed (status $?)" >&2
 }
 
@@ -148,7 +150,7 @@ run_cyclictest() {
     cyclictest --quiet --threads=1 --priority="$rt_priority" --policy=rr --interval=6000 \
         --duration="$duration" --histogram=6000 --laptop > "$work/cyclictest-$i.hist" 2> "$work/cyclictest-$i.err" &
     pid=$!
-    sample_cpu_per_second "$pid" > "$work/cyclictest-$i.cpu"
+    sample_cpu_per_second "$pid" > "$work/cyclictest-$i.cpu" || echo "nan" > "$work/cyclictest-$i.cpu"
     wait "$pid" || { echo "cyclictest run $i failed:" >&2; cat "$work/cyclictest-$i.err" >&2; }
 }
 
@@ -184,7 +186,8 @@ PY
 
 awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v drift="$drift" '
     function jitter(v, m) { return v == "overflow" ? "overflow" : v - m }
-    function ratio(a, b) { return (a == "overflow" || b == "overflow" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
+    function ratio(a, b) { return (a == "overflow" || b == "overflow" || a == "nan" || b == "nan" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
+    function microseconds(ns) { return ns == "nan" ? "n/a" : sprintf("%.1f", ns / 1000) }
     {
         tool = $1; r = ++count[tool]
         min[tool, r] = $2; avg[tool, r] = $3; p99[tool, r] = $4; max[tool, r] = $5; cpu[tool, r] = $6
@@ -197,9 +200,9 @@ awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v drift="$dr
             split("zyn-tickmon cyclictest", tools, " ")
             for (t = 1; t <= 2; t++) {
                 n = tools[t]
-                printf "| %d | %s | %s | %s | %s | %s | %s | %s | %s | %.1f |\n", r, n, min[n, r], avg[n, r],
+                printf "| %d | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", r, n, min[n, r], avg[n, r],
                     p99[n, r], max[n, r], jitter(avg[n, r], min[n, r]), jitter(p99[n, r], min[n, r]),
-                    jitter(max[n, r], min[n, r]), cpu[n, r] / 1000
+                    jitter(max[n, r], min[n, r]), microseconds(cpu[n, r])
             }
             o = "zyn-tickmon"; c = "cyclictest"
             printf "| %d | ratio | | | | | %s | %s | %s | %s |\n", r,

@@ -40,6 +40,26 @@ TEST(GridAnalysis, ATickMoreThanHalfAPeriodLateKeepsThePhase) {
     EXPECT_EQ(fit.gridIndices, (std::vector<int64_t>{0, 1, 2, 3, 4}));
 }
 
+TEST(GridAnalysis, ATickLateByMostOfAPeriodDoesNotPassForAnEarlyOne) {
+    // Tick 50 comes 5.07 ms late: folded, it sits 0.93 ms before the others,
+    // within the early allowance; the next tick 0.94 ms later gives it away.
+    auto ticks = synthetic::consecutive(100, [](int64_t i) -> int64_t { return 10000 + (i % 5) * 1000; });
+    ticks[50].latencyNs = 5070000;
+    const GridFit fit = fitGrid(synthetic::timestamps(ticks), kPeriodNs);
+    EXPECT_EQ(fit.latenciesNs[0], 0);
+    EXPECT_EQ(fit.latenciesNs[50], 5060000);
+    EXPECT_EQ(fit.latenciesNs[51], 1000);
+    EXPECT_EQ(fit.gridIndices[50], 50);
+}
+
+TEST(GridAnalysis, KnownLateFromTheNextTick) {
+    EXPECT_TRUE(isKnownLate(0, 940000, kPeriodNs));
+    EXPECT_TRUE(isKnownLate(0, 4999999, kPeriodNs));
+    EXPECT_FALSE(isKnownLate(0, 5000000, kPeriodNs));
+    EXPECT_FALSE(isKnownLate(0, 6000000, kPeriodNs));
+    EXPECT_FALSE(isKnownLate(0, 12000000, kPeriodNs));
+}
+
 TEST(GridAnalysis, ALoneEarlyTickBeforeADenseClusterSetsThePhase) {
     // One wake-up at 2 us, a thousand between 8 and 20 us: the lone one is
     // the best wake-up, not a tick almost a whole period late.

@@ -32,6 +32,17 @@ TEST(LiveStatus, PhaseSurvivesAClusterAcrossThePeriodEnd) {
     EXPECT_EQ(live.latency().minUs, 0u);
 }
 
+TEST(LiveStatus, ATickLateByMostOfAPeriodDoesNotPassForAnEarlyOne) {
+    LiveLatency live(kPeriodNs);
+    auto ticks = synthetic::consecutive(50, [](int64_t i) -> int64_t { return 10000 + (i % 3) * 1000; });
+    ticks[20].latencyNs = 5070000;
+    for (const int64_t t : synthetic::timestamps(ticks)) {
+        live.add(t);
+    }
+    EXPECT_EQ(live.latency().minUs, 0u);
+    EXPECT_EQ(live.latency().maxUs, 5060u);
+}
+
 TEST(LiveStatus, CountsGridPointsWithoutATick) {
     LiveLatency live(kPeriodNs);
     for (const int64_t t : synthetic::timestamps({{0, 1000}, {1, 1000}, {4, 2000}, {5, 1000}, {7, 1000}})) {

@@ -48,6 +48,10 @@ size_t densestMicrosecond(const std::vector<uint64_t>& microsecondBins) {
     return bestCentre;
 }
 
+bool isKnownLate(int64_t tickNs, int64_t nextTickNs, int64_t periodNs) {
+    return nextTickNs - tickNs < periodNs - kEarlyTickAllowanceNs;
+}
+
 int64_t estimateGridPhase(const std::vector<int64_t>& foldedOffsets, int64_t periodNs) {
     if (foldedOffsets.empty()) {
         return 0;
@@ -71,12 +75,15 @@ GridFit fitGrid(const std::vector<int64_t>& timestamps, int64_t periodNs) {
         return fit;
     }
     const int64_t first = timestamps.front();
-    std::vector<int64_t> folded;
-    folded.reserve(timestamps.size());
-    for (const int64_t t : timestamps) {
-        folded.push_back(floorMod(t - first, periodNs));
+    std::vector<int64_t> candidates;
+    candidates.reserve(timestamps.size());
+    for (size_t i = 0; i < timestamps.size(); ++i) {
+        const bool knownLate = i + 1 < timestamps.size() && isKnownLate(timestamps[i], timestamps[i + 1], periodNs);
+        if (!knownLate) {
+            candidates.push_back(floorMod(timestamps[i] - first, periodNs));
+        }
     }
-    const int64_t phase = estimateGridPhase(folded, periodNs);
+    const int64_t phase = estimateGridPhase(candidates, periodNs);
     // The grid point at or before the first tick.
     fit.firstGridPointNs = first - floorMod(-phase, periodNs);
     fit.latenciesNs.reserve(timestamps.size());

@@ -9,11 +9,13 @@
 // bound: the densest part of the circle (the usual wake-up, found on
 // microsecond bins) is taken as the reference, a tick up to 1 ms before it is
 // an early one, and anything further round is a late one. The phase is then
-// the earliest tick in that millisecond. So ticks up to 5 ms late are placed
-// on their own grid point, and latency is measured from the best wake-up of
-// the run: never negative, 0 for the earliest tick, showing how far each
-// tick came after the best one rather than the kernel's constant part of a
-// wake-up.
+// the earliest tick in that millisecond. Time order settles most of the rest:
+// two ticks are never on the same grid point, so a tick followed by the next
+// one sooner than a period minus 1 ms was itself at least 1 ms late, and it
+// is not taken for an early one, however it folds. Latency is measured from
+// the best wake-up of the run: never negative, 0 for the earliest tick,
+// showing how far each tick came after the best one rather than the kernel's
+// constant part of a wake-up.
 #pragma once
 
 #include <cstddef>
@@ -39,12 +41,19 @@ constexpr int64_t kEarlyTickAllowanceNs = 1000000;
 /// circle; the first such bin on a tie, 0 when all are empty.
 size_t densestMicrosecond(const std::vector<uint64_t>& microsecondBins);
 
+/// True when the next tick came so soon after this one that this one must
+/// have been more than kEarlyTickAllowanceNs late: both sit on different grid
+/// points, so this one's latency is at least period - (next - this) more
+/// than the next one's.
+bool isKnownLate(int64_t tickNs, int64_t nextTickNs, int64_t periodNs);
+
 /// The grid phase in [0, period) for `foldedOffsets` (each in [0, period)):
 /// the earliest offset within kEarlyTickAllowanceNs before the densest
 /// microsecond, going round the circle. 0 for no offsets.
 int64_t estimateGridPhase(const std::vector<int64_t>& foldedOffsets, int64_t periodNs);
 
-/// Fits the grid to non-decreasing tick timestamps.
+/// Fits the grid to non-decreasing tick timestamps of consecutive passes,
+/// leaving known-late ticks out of the phase estimate.
 GridFit fitGrid(const std::vector<int64_t>& timestamps, int64_t periodNs);
 
 /// How far the tick source's phase moved over the run. Each latency step is

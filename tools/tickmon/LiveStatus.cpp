@@ -8,7 +8,9 @@
 namespace tickmon {
 
 LiveLatency::LiveLatency(int64_t period)
-    : periodNs(period), foldedBins(static_cast<size_t>((period + 999) / 1000), 0) {}
+    : periodNs(period),
+      foldedBins(static_cast<size_t>((period + 999) / 1000), 0),
+      candidateBins(foldedBins.size(), 0) {}
 
 void LiveLatency::add(int64_t timestampNs) {
     if (tickCount == 0) {
@@ -20,9 +22,15 @@ void LiveLatency::add(int64_t timestampNs) {
         if (gapPeriods > 1) {
             missedCount += static_cast<uint64_t>(gapPeriods - 1);
         }
+        // Now that its successor is known, the previous tick may stand for
+        // the phase unless it was certainly late.
+        if (!isKnownLate(lastNs, timestampNs, periodNs)) {
+            ++candidateBins[lastBin];
+        }
     }
     const int64_t folded = (timestampNs - firstNs) % periodNs;
-    ++foldedBins[static_cast<size_t>(folded / 1000)];
+    lastBin = static_cast<size_t>(folded / 1000);
+    ++foldedBins[lastBin];
     lastNs = timestampNs;
     ++tickCount;
 }
@@ -32,12 +40,15 @@ LiveLatency::Figures LiveLatency::latency() const {
     if (tickCount == 0) {
         return figures;
     }
-    // The first occupied bin in the millisecond before the densest one, as
-    // estimateGridPhase does on exact offsets.
+    // The first candidate bin in the millisecond before the densest one, as
+    // estimateGridPhase does on exact offsets. The newest tick has no
+    // successor yet and counts as a candidate.
+    std::vector<uint64_t> candidates = candidateBins;
+    ++candidates[lastBin];
     const size_t bins = foldedBins.size();
     const size_t allowanceBins = static_cast<size_t>(kEarlyTickAllowanceNs / 1000) % bins;
-    size_t phaseBin = (densestMicrosecond(foldedBins) + bins - allowanceBins) % bins;
-    while (foldedBins[phaseBin] == 0) {
+    size_t phaseBin = (densestMicrosecond(candidates) + bins - allowanceBins) % bins;
+    while (candidates[phaseBin] == 0) {
         phaseBin = (phaseBin + 1) % bins;
     }
     uint64_t sum = 0;

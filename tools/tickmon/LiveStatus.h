@@ -7,6 +7,7 @@
 // recomputes everything exactly.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -35,6 +36,9 @@ public:
 private:
     int64_t periodNs;
     std::vector<uint64_t> foldedBins;  // one per microsecond of the period
+    /// The same without known-late ticks and without the newest tick.
+    std::vector<uint64_t> candidateBins;
+    size_t lastBin = 0;
     int64_t firstNs = 0;
     int64_t lastNs = 0;
     uint64_t tickCount = 0;
