@@ -188,6 +188,20 @@ awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v drift="$dr
     function jitter(v, m) { return v == "overflow" ? "overflow" : v - m }
     function ratio(a, b) { return (a == "overflow" || b == "overflow" || a == "nan" || b == "nan" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
     function microseconds(ns) { return ns == "nan" ? "n/a" : sprintf("%.1f", ns / 1000) }
+    # Median over the runs of one figure of one tool (values that are not
+    # numbers, "overflow" or "nan", are left out).
+    function median(tool, which,    r, k, j, v, tmp, m) {
+        m = 0
+        for (r = 1; r <= runs; r++) {
+            v = which == "cpu" ? cpu[tool, r] : jitter(value(tool, which, r), min[tool, r])
+            if (v == "overflow" || v == "nan") continue
+            tmp[++m] = v + 0
+            for (j = m; j > 1 && tmp[j - 1] > tmp[j]; j--) { k = tmp[j]; tmp[j] = tmp[j - 1]; tmp[j - 1] = k }
+        }
+        if (m == 0) return "nan"
+        return m % 2 ? tmp[(m + 1) / 2] : (tmp[m / 2] + tmp[m / 2 + 1]) / 2
+    }
+    function value(tool, which, r) { return which == "avg" ? avg[tool, r] : which == "p99" ? p99[tool, r] : max[tool, r] }
     {
         tool = $1; r = ++count[tool]
         min[tool, r] = $2; avg[tool, r] = $3; p99[tool, r] = $4; max[tool, r] = $5; cpu[tool, r] = $6
@@ -211,6 +225,17 @@ awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v drift="$dr
                 ratio(jitter(max[o, r], min[o, r]), jitter(max[c, r], min[c, r])),
                 ratio(cpu[o, r], cpu[c, r])
         }
-        printf "\nratio = zyn-tickmon / cyclictest, on latency above each tool'"'"'s own minimum.\n"
+        split("zyn-tickmon cyclictest", tools, " ")
+        for (t = 1; t <= 2; t++) {
+            n = tools[t]
+            printf "| median | %s | | | | | %s | %s | %s | %s |\n", n, median(n, "avg"), median(n, "p99"),
+                median(n, "max"), microseconds(median(n, "cpu"))
+        }
+        o = "zyn-tickmon"; c = "cyclictest"
+        printf "| median | ratio | | | | | %s | %s | %s | %s |\n", ratio(median(o, "avg"), median(c, "avg")),
+            ratio(median(o, "p99"), median(c, "p99")), ratio(median(o, "max"), median(c, "max")),
+            ratio(median(o, "cpu"), median(c, "cpu"))
+        printf "\nratio = zyn-tickmon / cyclictest, on latency above each tool'"'"'s own minimum;\n"
+        printf "median = the median over the runs of each column.\n"
         printf "zyn-tickmon drift: %s\n", drift
     }' "$work/figures"
