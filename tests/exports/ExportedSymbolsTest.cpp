@@ -52,25 +52,25 @@ const std::set<std::string>& cFunctions() {
 
 const std::set<std::string>& tickOscillatorSymbols() {
     static const std::set<std::string> names = {
-        "_ZN14TickOscillatorC1Ev",                                   // TickOscillator()
-        "_ZN14TickOscillatorC2Ev",                                   //
-        "_ZN14TickOscillatorD0Ev",                                   // ~TickOscillator()
-        "_ZN14TickOscillatorD1Ev",                                   //
-        "_ZN14TickOscillatorD2Ev",                                   //
+        "_ZN14TickOscillatorC1Ev",                                      // TickOscillator()
+        "_ZN14TickOscillatorC2Ev",                                      //
+        "_ZN14TickOscillatorD0Ev",                                      // ~TickOscillator()
+        "_ZN14TickOscillatorD1Ev",                                      //
+        "_ZN14TickOscillatorD2Ev",                                      //
         "_ZN14TickOscillator10initializeE10ETickDelay13ETickPriority",  // initialize(ETickDelay, ETickPriority)
-        "_ZN14TickOscillator5startEv",                               // start()
-        "_ZN14TickOscillator4stopEv",                                // stop()
-        "_ZN14TickOscillator6freezeEv",                              // freeze()
-        "_ZN14TickOscillator8unfreezeEv",                            // unfreeze()
-        "_ZN14TickOscillator14registerOnTickEP13ITickReceiver",      // registerOnTick(ITickReceiver*)
-        "_ZN14TickOscillator3runEv",                                 // run()
-        "_ZN14TickOscillator8timeDiffEP8timespecS1_S1_",             // timeDiff(timespec*, timespec*, timespec*)
-        "_ZN14TickOscillator19tickCompensation6MSEP8timespec",       // tickCompensation6MS(timespec*)
-        "_ZN14TickOscillator19tickCompensation1MSEP8timespec",       // tickCompensation1MS(timespec*)
-        "_ZN14TickOscillator20sleepToNextGridPointERK8timespecj",    // sleepToNextGridPoint(timespec const&, unsigned)
-        "_ZTV14TickOscillator",                                      // vtable
-        "_ZTI14TickOscillator",                                      // typeinfo
-        "_ZTS14TickOscillator",                                      // typeinfo name
+        "_ZN14TickOscillator5startEv",                                  // start()
+        "_ZN14TickOscillator4stopEv",                                   // stop()
+        "_ZN14TickOscillator6freezeEv",                                 // freeze()
+        "_ZN14TickOscillator8unfreezeEv",                               // unfreeze()
+        "_ZN14TickOscillator14registerOnTickEP13ITickReceiver",         // registerOnTick(ITickReceiver*)
+        "_ZN14TickOscillator3runEv",                                    // run()
+        "_ZN14TickOscillator8timeDiffEP8timespecS1_S1_",                // timeDiff(timespec*, timespec*, timespec*)
+        "_ZN14TickOscillator19tickCompensation6MSEP8timespec",          // tickCompensation6MS(timespec*)
+        "_ZN14TickOscillator19tickCompensation1MSEP8timespec",          // tickCompensation1MS(timespec*)
+        "_ZN14TickOscillator20sleepToNextGridPointERK8timespecj",       // sleepToNextGridPoint(timespec&, unsigned)
+        "_ZTV14TickOscillator",                                         // vtable
+        "_ZTI14TickOscillator",                                         // typeinfo
+        "_ZTS14TickOscillator",                                         // typeinfo name
     };
     return names;
 }
@@ -115,8 +115,7 @@ std::set<std::string> exportedNames() {
     std::set<std::string> names;
     const std::vector<std::string>& nodes = library().versionNodes;
     for (const Symbol& symbol : library().dynamicSymbols) {
-        if (symbol.defined && symbol.global &&
-            std::find(nodes.begin(), nodes.end(), symbol.name) == nodes.end()) {
+        if (symbol.defined && symbol.global && std::find(nodes.begin(), nodes.end(), symbol.name) == nodes.end()) {
             names.insert(symbol.name);
         }
     }
@@ -177,22 +176,22 @@ TEST(ExportedSymbols, EveryExternalInterfaceSymbolIsExported) {
 
 TEST(ExportedSymbols, ModuleInternalsStayHidden) {
     const std::set<std::string> exported = exportedNames();
-    for (const char* internal : {"CTickScheduler_OnTick", "CTickScheduler_OnPhaseActivation",
-                                 "CTickSchedulerFast_OnTick", "CTickSchedulerFast_OnPhaseActivation",
-                                 "CTickSchedulerFast_RegisterTickHandler"}) {
+    for (const char* internal :
+         {"CTickScheduler_OnTick", "CTickScheduler_OnPhaseActivation", "CTickSchedulerFast_OnTick",
+          "CTickSchedulerFast_OnPhaseActivation", "CTickSchedulerFast_RegisterTickHandler"}) {
         EXPECT_EQ(0u, exported.count(internal)) << internal;
     }
     for (const std::string& name : exported) {
-        EXPECT_EQ(std::string::npos, demangle(name).find("std::")) << "standard-library symbol exported: "
-                                                                   << demangle(name);
+        EXPECT_EQ(std::string::npos, demangle(name).find("std::"))
+            << "standard-library symbol exported: " << demangle(name);
     }
 }
 
 // ---- the platform's symbols -------------------------------------------------
 
 const std::vector<std::string>& platformPrefixes() {
-    static const std::vector<std::string> prefixes = {"CModuleManager_", "CList_", "KivTrace::", "InterfaceBroker::",
-                                                      "os_extension::thread_utilities::"};
+    static const std::vector<std::string> prefixes = {
+        "CModuleManager_", "CList_", "KivTrace::", "InterfaceBroker::", "os_extension::thread_utilities::"};
     return prefixes;
 }
 

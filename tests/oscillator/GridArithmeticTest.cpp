@@ -173,8 +173,8 @@ TEST(SleepToNextGridPoint, HandlesTheLargestCompensatedNanoseconds) {
 // ---- sweeps: dropping whole seconds keeps the true phase --------------------
 
 TEST(GridSweep, SixMsPhaseWithCompensationEqualsTotalElapsedModuloSixMs) {
-    const long offsets[] = {0, 1, 999999, 1000000, 1999999, 2000000, 3999999, 4000000, 5999999, 6000000,
-                            123456789, 500000000, 995999999, 996000000, 999999999};
+    const long offsets[] = {0,       1,       999999,    1000000,   1999999,   2000000,   3999999,  4000000,
+                            5999999, 6000000, 123456789, 500000000, 995999999, 996000000, 999999999};
     for (time_t seconds = 0; seconds <= 3 * 3600; ++seconds) {
         for (long offset : offsets) {
             const timespec elapsed = at(seconds, offset);
@@ -216,7 +216,8 @@ TEST(GridSweep, EveryWakeUpTargetLiesOnTheGrid) {
     // Elapsed time plus the computed sleep is always a whole number of periods
     // since the start: the loop never drifts, however late it measures.
     for (int64_t elapsedNs = 0; elapsedNs < 40LL * 1000000000; elapsedNs += 7777777) {
-        const timespec elapsed = at(static_cast<time_t>(elapsedNs / 1000000000), static_cast<long>(elapsedNs % 1000000000));
+        const timespec elapsed =
+            at(static_cast<time_t>(elapsedNs / 1000000000), static_cast<long>(elapsedNs % 1000000000));
         const int64_t target = elapsedNs + loopSleepFor(elapsed, &TickOscillator::tickCompensation6MS, kSixMs);
         ASSERT_EQ(0, target % kSixMs) << elapsedNs;
         ASSERT_GT(target, elapsedNs);

@@ -22,8 +22,7 @@ inline void sleepUntil(int64_t deadline) {
     timespec until{};
     until.tv_sec = static_cast<time_t>(deadline / kNanosecondsPerSecond);
     until.tv_nsec = static_cast<long>(deadline % kNanosecondsPerSecond);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) != 0) {
-    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) != 0) {}
 }
 
 inline void sleepFor(int64_t nanoseconds) { sleepUntil(monotonicNow() + nanoseconds); }
@@ -31,8 +30,7 @@ inline void sleepFor(int64_t nanoseconds) { sleepUntil(monotonicNow() + nanoseco
 /// Keeps the CPU busy until `deadline`: a tick callback that really takes
 /// its time, as a long handler would.
 inline void spinUntil(int64_t deadline) {
-    while (monotonicNow() < deadline) {
-    }
+    while (monotonicNow() < deadline) {}
 }
 
 }  // namespace oscillator_test

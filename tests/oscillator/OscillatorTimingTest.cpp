@@ -38,12 +38,12 @@ constexpr int64_t kSixMs = 6 * kMs;
 constexpr int64_t kOneMs = 1 * kMs;
 
 /// Skips the rest of the test when its latency bounds cannot be relied on.
-#define REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS()                                                          \
-    do {                                                                                                \
-        if (!realTime) {                                                                                \
-            GTEST_SKIP() << "the exact grid checks passed; latency bounds need SCHED_RR, which this "    \
-                            "system refuses";                                                           \
-        }                                                                                               \
+#define REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS()                                                        \
+    do {                                                                                              \
+        if (!realTime) {                                                                              \
+            GTEST_SKIP() << "the exact grid checks passed; latency bounds need SCHED_RR, which this " \
+                            "system refuses";                                                         \
+        }                                                                                             \
     } while (0)
 
 class OscillatorTiming : public ::testing::Test {
@@ -104,8 +104,8 @@ void expectNoEarlyOrExtraTicks(const std::vector<int64_t>& ticks, int64_t before
                                int64_t period) {
     for (size_t i = 0; i < ticks.size(); ++i) {
         const int64_t dueAtTheEarliest = beforeStart + static_cast<int64_t>(i + 1) * period;
-        ASSERT_GE(ticks[i], dueAtTheEarliest) << "tick " << i + 1 << " came " << (dueAtTheEarliest - ticks[i])
-                                              << " ns before its grid point";
+        ASSERT_GE(ticks[i], dueAtTheEarliest)
+            << "tick " << i + 1 << " came " << (dueAtTheEarliest - ticks[i]) << " ns before its grid point";
     }
     EXPECT_LE(static_cast<int64_t>(ticks.size()), (afterStop - beforeStart) / period);
 }
@@ -140,8 +140,8 @@ void expectPunctual(const std::vector<int64_t>& ticks, int64_t gridLowerBound, i
 /// microseconds, so that phase may begin that little before the grid through
 /// `gridLowerBound`. When the start instant is known too vaguely for that,
 /// what remains is that most ticks keep one phase.
-void expectPhaseLocked(const std::vector<int64_t>& ticks, int64_t gridLowerBound, int64_t uncertainty,
-                       int64_t period, int64_t width) {
+void expectPhaseLocked(const std::vector<int64_t>& ticks, int64_t gridLowerBound, int64_t uncertainty, int64_t period,
+                       int64_t width) {
     constexpr int64_t kClockSkew = 50 * kUs;
     ASSERT_GE(ticks.size(), 4u);
     const std::vector<int64_t> lastQuarter(ticks.end() - static_cast<std::ptrdiff_t>(ticks.size() / 4), ticks.end());
@@ -151,7 +151,8 @@ void expectPhaseLocked(const std::vector<int64_t>& ticks, int64_t gridLowerBound
         return;
     }
     const auto shareOnGrid = [&](const std::vector<int64_t>& selection) {
-        return shareAtMost(latenesses(selection, gridLowerBound - kClockSkew, period), kClockSkew + uncertainty + width);
+        return shareAtMost(latenesses(selection, gridLowerBound - kClockSkew, period),
+                           kClockSkew + uncertainty + width);
     };
     EXPECT_GE(shareOnGrid(ticks), 0.75) << "the ticks are not on the grid of the start";
     EXPECT_GE(shareOnGrid(lastQuarter), 0.75) << "the ticks drift away from the grid of the start";
@@ -325,6 +326,30 @@ TEST_F(OscillatorTiming, FrozenFromTheStartTheLoopKeepsTheGridOfItsStart) {
 
     REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS();
     expectPunctual(ticks, beforeStart, startUncertainty(), kSixMs, 1 * kMs, 2 * kMs);
+}
+
+TEST_F(OscillatorTiming, FrozenOscillatorStopsWithinOnePeriod) {
+    ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
+    startOscillator(TICK_DELAY_6MS);
+    ASSERT_EQ(0u, oscillator.freeze());
+    std::vector<int64_t> stopDurations;
+    for (int round = 0; round < 5; ++round) {
+        sleepFor(20 * kMs + round * 1100 * kUs);  // stop at different points of the period
+        const int64_t stopCalled = monotonicNow();
+        ASSERT_EQ(0u, oscillator.stop());
+        stopDurations.push_back(monotonicNow() - stopCalled);
+        restartOscillator();
+    }
+    ASSERT_EQ(0u, oscillator.stop());
+    EXPECT_EQ(0u, recorder.count());
+
+    REQUIRE_REAL_TIME_FOR_LATENCY_BOUNDS();
+    int promptStops = 0;
+    for (int64_t duration : stopDurations) {
+        EXPECT_LE(duration, kSixMs + 20 * kMs);
+        promptStops += duration <= kSixMs + 2 * kMs ? 1 : 0;
+    }
+    EXPECT_GE(promptStops, 4) << "of " << stopDurations.size() << " stops";
 }
 
 TEST_F(OscillatorTiming, StopReturnsWithinOnePeriodPlusOneTick) {

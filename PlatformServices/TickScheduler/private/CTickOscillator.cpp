@@ -41,8 +41,8 @@ TickOscillator::~TickOscillator() {
 }
 
 uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) {
-    ZYN_TS_ENTER_TEXT("initialize", "eDelay=" << static_cast<uint32_t>(eDelay)
-                                              << ", ePriority=" << static_cast<int32_t>(ePriority));
+    ZYN_TS_ENTER_TEXT("initialize",
+                      "eDelay=" << static_cast<uint32_t>(eDelay) << ", ePriority=" << static_cast<int32_t>(ePriority));
     Compensation routine = nullptr;
     if (eDelay == TICK_DELAY_1MS) {
         routine = &TickOscillator::tickCompensation1MS;
@@ -83,7 +83,8 @@ uint32_t TickOscillator::start() {
     // A refused real-time priority does not fail the start: the ticks still
     // come, only with more latency.
     (void)os_extension::thread_utilities::setScheduling(thread, kRoundRobinPolicy, priority);
-    const std::string name = "zyn-ts-osc" + std::to_string(static_cast<uint32_t>(delay.load(std::memory_order_relaxed)));
+    const std::string name =
+        "zyn-ts-osc" + std::to_string(static_cast<uint32_t>(delay.load(std::memory_order_relaxed)));
     (void)os_extension::thread_utilities::setName(thread, name);
     return TickResult::Success;
 }
@@ -170,8 +171,7 @@ void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
     // A signal only interrupts the sleep; the rest of it is slept, so no
     // signal ever produces an early tick. Other errors count as a completed
     // sleep: the next iteration measures the clock again anyway.
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {
-    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
 }
 
 void TickOscillator::deliverTick() {
