@@ -92,9 +92,9 @@ size_t HandlerLog::verify() const {
             const auto earlier = phase.at(calls[i - 1]);
             const auto later = phase.at(pass);
             if (earlier && later && *earlier == *later && (pass - calls[i - 1]) % period != 0) {
-                violations.report("%s: calls in passes %llu and %llu are not a multiple of its interval %u apart",
-                                  who, static_cast<unsigned long long>(calls[i - 1]),
-                                  static_cast<unsigned long long>(pass), period);
+                violations.report("%s: calls in passes %llu and %llu are not a multiple of its interval %u apart", who,
+                                  static_cast<unsigned long long>(calls[i - 1]), static_cast<unsigned long long>(pass),
+                                  period);
             }
         }
     }

@@ -23,7 +23,7 @@ struct HandlerSlot {
     // Set up by the owning client before each registration.
     PassClock* clock = nullptr;
     bool registered = false;  ///< the client's view: a registration is under way
-    HandlerLog log;  ///< its calls are appended by the tick thread
+    HandlerLog log;           ///< its calls are appended by the tick thread
     std::atomic<int> state{static_cast<int>(SlotState::Idle)};
     char name[32] = {};
     uint32_t interval = 1;

@@ -228,8 +228,8 @@ int runSoak(const SoakOptions& options) {
         clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock,
                                                          ChurnClient::Mode::Handlers, 1, options.seed * 7 + 1),
                            "tick handlers 1"});
-        clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock,
-                                                         ChurnClient::Mode::Groups, 2, options.seed * 7 + 2),
+        clients.push_back({std::make_unique<ChurnClient>(scheduler, schedulerMetronome.clock, ChurnClient::Mode::Groups,
+                                                         2, options.seed * 7 + 2),
                            "tick groups"});
         clients.push_back({std::make_unique<ChurnClient>(fast, fastMetronome.clock, ChurnClient::Mode::Handlers, 3,
                                                          options.seed * 7 + 3),

@@ -25,9 +25,7 @@ inline Tri triAnd(Tri left, Tri right) {
     return left == Tri::True && right == Tri::True ? Tri::True : Tri::Unknown;
 }
 
-inline Tri triOf(std::optional<int> value) {
-    return !value ? Tri::Unknown : (*value != 0 ? Tri::True : Tri::False);
-}
+inline Tri triOf(std::optional<int> value) { return !value ? Tri::Unknown : (*value != 0 ? Tri::True : Tri::False); }
 
 class Timeline {
 public:

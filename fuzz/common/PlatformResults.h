@@ -11,9 +11,9 @@
 namespace zyn_fuzz {
 
 inline uint32_t decodePlatformResult(ByteReader& input) {
-    static const uint32_t results[] = {0,      0,      0,           0,           1,           4097,       32767,
-                                       32768,  32773,  32778,       0x7FFFFFFFu, 0x80000000u, 0x80008000u,
-                                       0x9001, 0x9101, 0xFFFFFFFFu};
+    static const uint32_t results[] = {0,           0,      0,      0,          1,           4097,
+                                       32767,       32768,  32773,  32778,      0x7FFFFFFFu, 0x80000000u,
+                                       0x80008000u, 0x9001, 0x9101, 0xFFFFFFFFu};
     return results[input.byte() % (sizeof(results) / sizeof(results[0]))];
 }
 

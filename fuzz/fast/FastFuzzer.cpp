@@ -307,8 +307,7 @@ void Session::comparePlatformCalls(const std::string& where) {
     const auto modules = platform_double::moduleRegistrations();
     checkEqual(modules.size(), expected.moduleRegistrations, "module registrations", where);
     for (const auto& module : modules) {
-        check(module.moduleId == kModuleId && module.moduleName == "CTickSchedulerFast",
-              "module registration", where);
+        check(module.moduleId == kModuleId && module.moduleName == "CTickSchedulerFast", "module registration", where);
     }
     const auto callbacks = platform_double::callbackRegistrations();
     checkEqual(callbacks.size(), expected.callbackRegistrations, "callback registrations", where);

@@ -173,7 +173,8 @@ Outcome FastModel::unregisterHandler(const Op& op, const std::string& function) 
         return skipped();
     }
     if (!listed) {
-        message(kError, function, "Failed to remove Tick Handler from list, error: " + zyn_fuzz::hex8(removeMissingResult));
+        message(kError, function,
+                "Failed to remove Tick Handler from list, error: " + zyn_fuzz::hex8(removeMissingResult));
         return resultOf(kListRemoveFailed);
     }
     ModelRecord& record = allRecords[id];
@@ -259,8 +260,8 @@ Outcome FastModel::loadForeignRecord() {
 
 Outcome FastModel::initialize(const Op& op) {
     const std::string function = "CTickSchedulerFast_Initialize";
-    const bool reachesTheList = !isInitialized && !zyn_fuzz::refused(op.b) && !zyn_fuzz::refused(op.c) &&
-                                !zyn_fuzz::refused(op.d);
+    const bool reachesTheList =
+        !isInitialized && !zyn_fuzz::refused(op.b) && !zyn_fuzz::refused(op.c) && !zyn_fuzz::refused(op.d);
     if (reachesTheList && !handlerList.empty()) {
         // A new list would abandon the records (and the platform list's
         // nodes) of the old one; the target never leaks them on purpose.

@@ -58,10 +58,10 @@ struct Op {
     uint8_t slot = kNullSlot;
     uint8_t client = 0;
     uint8_t variant = 0;
-    uint32_t a = 0;  ///< group id, level, phase, written value, scripted result or call number
-    uint32_t b = 0;  ///< Initialize: module registration result
-    uint32_t c = 0;  ///< Initialize: callback registration result
-    uint32_t d = 0;  ///< Initialize: interface registration result
+    uint32_t a = 0;          ///< group id, level, phase, written value, scripted result or call number
+    uint32_t b = 0;          ///< Initialize: module registration result
+    uint32_t c = 0;          ///< Initialize: callback registration result
+    uint32_t d = 0;          ///< Initialize: interface registration result
     std::string text;        ///< name buffer
     std::vector<Op> nested;  ///< ArmNested: the operation to arm
 };

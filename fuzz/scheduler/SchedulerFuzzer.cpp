@@ -107,7 +107,8 @@ void Session::prepareLibrary() {
     CTickScheduler_EnableTickGroup(1);
     CTickScheduler_Unfreeze();
     check(tickScheduler.tickHandlers.empty(), "an earlier input left handlers registered", std::string());
-    check(!tickScheduler.tickOscillator.isInitialized(), "the oscillator must never be prepared in this target", std::string());
+    check(!tickScheduler.tickOscillator.isInitialized(), "the oscillator must never be prepared in this target",
+          std::string());
     platform_double::reset();
     ledger.discard();
 }
@@ -117,7 +118,8 @@ void Session::cleanUp() {
     for (size_t slot = 0; slot < kSlots; ++slot) {
         const uint32_t id = model.slots()[slot];
         if (id != kNoRecord && model.records()[id].place == Place::Listed) {
-            check(CTickScheduler_UnregisterTickHandler(&slots[slot]) == 0, "clean-up could not unregister", std::string());
+            check(CTickScheduler_UnregisterTickHandler(&slots[slot]) == 0, "clean-up could not unregister",
+                  std::string());
         }
     }
     // Records that Uninitialize left out of the list are the client's to
@@ -358,7 +360,8 @@ void Session::comparePlatformCalls(const std::string& where) {
               "callback registration", where);
     }
     if (expected.callbackRegistrations > 0) {
-        check(phaseCallbackContext.context == nullptr && phaseCallbackContext.callback == &CTickScheduler_OnPhaseActivation,
+        check(phaseCallbackContext.context == nullptr &&
+                  phaseCallbackContext.callback == &CTickScheduler_OnPhaseActivation,
               "phase-callback record", where);
     }
     size_t registrations = 0;

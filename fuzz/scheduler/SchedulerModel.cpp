@@ -221,7 +221,8 @@ Outcome SchedulerModel::setPriority(const Op& op) {
         return resultOf(kSuccess);
     }
     if (record->place != Place::Listed) {
-        message(kError, function, "Tick Handler change priority unsuccessful: Tick Handler " + record->name + " not found");
+        message(kError, function,
+                "Tick Handler change priority unsuccessful: Tick Handler " + record->name + " not found");
         return resultOf(kFailure);
     }
     const uint32_t id = slotRecords[op.slot];
@@ -398,8 +399,8 @@ Outcome SchedulerModel::phase(const Op& op) {
             for (uint32_t id : handlerList) {
                 const ModelRecord& record = allRecords[id];
                 message(kInfo, startTick,
-                        record.name + ": Prio = " + std::to_string(record.prio) + ", tickInterval = " +
-                            std::to_string(static_cast<int32_t>(6u * record.interval)) +
+                        record.name + ": Prio = " + std::to_string(record.prio) +
+                            ", tickInterval = " + std::to_string(static_cast<int32_t>(6u * record.interval)) +
                             ", current interval = " + std::to_string(record.counter));
             }
             // The oscillator is never prepared by phase 11 here, so it

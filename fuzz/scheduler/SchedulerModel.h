@@ -52,7 +52,7 @@ struct Outcome {
     bool skipped = false;  ///< not performed (it would break the rules a client must keep)
     bool hasResult = false;
     uint32_t result = 0;
-    int slot = -1;                  ///< the slot Register, LoadForeignRecord or CopyForeignHandle fills
+    int slot = -1;                   ///< the slot Register, LoadForeignRecord or CopyForeignHandle fills
     uint32_t newRecord = kNoRecord;  ///< the record Register creates
 };
 

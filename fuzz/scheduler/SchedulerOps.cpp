@@ -133,8 +133,8 @@ std::string describe(const Op& op) {
         case OpKind::ArmNested:
             return "arm client " + std::to_string(op.client) + " with { " + describe(op.nested.front()) + " }";
         case OpKind::ArmThrow:
-            return "arm client " + std::to_string(op.client) + " to throw kind " + std::to_string(op.variant) +
-                   " \"" + zyn_fuzz::printable(op.text) + "\"";
+            return "arm client " + std::to_string(op.client) + " to throw kind " + std::to_string(op.variant) + " \"" +
+                   zyn_fuzz::printable(op.text) + "\"";
         case OpKind::TraceLevel:
             return "trace level " + std::to_string(op.a);
         case OpKind::Tick:

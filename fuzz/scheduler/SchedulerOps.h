@@ -62,10 +62,10 @@ struct Op {
     uint8_t slot = kNullSlot;
     uint8_t client = 0;
     uint8_t variant = 0;
-    uint32_t a = 0;  ///< interval, priority, offset, group id, level, phase, written value
-    uint32_t b = 0;  ///< Initialize: module registration result
-    uint32_t c = 0;  ///< Initialize: callback registration result
-    uint32_t d = 0;  ///< Initialize: interface registration result
+    uint32_t a = 0;          ///< interval, priority, offset, group id, level, phase, written value
+    uint32_t b = 0;          ///< Initialize: module registration result
+    uint32_t c = 0;          ///< Initialize: callback registration result
+    uint32_t d = 0;          ///< Initialize: interface registration result
     std::string text;        ///< name buffer or exception text
     std::vector<Op> nested;  ///< ArmNested: the operation to arm
 };

@@ -49,7 +49,8 @@ uint32_t initialize(Module module) {
 }
 
 bool isInitialized(Module module) {
-    return module == Module::Scheduler ? tickScheduler.initialized.load() == 1 : tickSchedulerFastModule.initialized == 1;
+    return module == Module::Scheduler ? tickScheduler.initialized.load() == 1
+                                       : tickSchedulerFastModule.initialized == 1;
 }
 
 void script(Call call, uint32_t value) {

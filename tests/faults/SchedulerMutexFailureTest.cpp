@@ -35,10 +35,14 @@ struct Snapshot {
     bool inTick;
 
     static Snapshot of(const STickHandler* handler) {
-        return Snapshot{tickScheduler.tickHandlers,       handler->enabled.load(),
-                        handler->prio.load(),             handler->currentInterval.load(),
-                        handler->groupMask.load(),        tickScheduler.disabledGroupMask.load(),
-                        tickScheduler.initialized.load(), tickScheduler.tickOscillator.isFrozen(),
+        return Snapshot{tickScheduler.tickHandlers,
+                        handler->enabled.load(),
+                        handler->prio.load(),
+                        handler->currentInterval.load(),
+                        handler->groupMask.load(),
+                        tickScheduler.disabledGroupMask.load(),
+                        tickScheduler.initialized.load(),
+                        tickScheduler.tickOscillator.isFrozen(),
                         tickScheduler.inTick};
     }
 

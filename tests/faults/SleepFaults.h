@@ -14,10 +14,10 @@
 namespace sleep_faults {
 
 enum class Mode {
-    Pass,                ///< the real sleep, its real result
-    FailAfterSleeping,   ///< the real sleep, then `error`
-    FailAtOnce,          ///< no sleep at all, `error`
-    InterruptHalfway,    ///< half the requested sleep, the rest written back, EINTR
+    Pass,               ///< the real sleep, its real result
+    FailAfterSleeping,  ///< the real sleep, then `error`
+    FailAtOnce,         ///< no sleep at all, `error`
+    InterruptHalfway,   ///< half the requested sleep, the rest written back, EINTR
 };
 
 /// The next `count` calls (0: every call until disarmed) behave as `mode`.
