@@ -6,7 +6,7 @@
 // - that loop with one mutex unlock and lock around each call (the floor for
 //   CTickScheduler, which releases its mutex around every handler call).
 // A third floor, the plain loop walking the platform list service as the fast
-// scheduler does (two list calls per handler), shows how much of the fast
+// scheduler does (one list call per handler), shows how much of the fast
 // dispatch is the list service's rather than the module's own.
 // Every handler has interval 1 and the trivial tick function, so every
 // handler is due on every pass. Times are per pass; the per_handler counter
