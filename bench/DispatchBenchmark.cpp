@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "CList.h"
+#include "CTickScheduler.h"
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
-#include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
 #include "TickFunctions.h"
 
@@ -28,9 +28,8 @@ namespace {
 
 void setPerHandlerCounter(benchmark::State& state, int64_t handlers) {
     state.SetItemsProcessed(state.iterations() * handlers);
-    state.counters["per_handler"] = benchmark::Counter(static_cast<double>(handlers),
-                                                       benchmark::Counter::kIsIterationInvariantRate |
-                                                           benchmark::Counter::kInvert);
+    state.counters["per_handler"] = benchmark::Counter(
+        static_cast<double>(handlers), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 /// Records shaped as the schedulers' own, for the floors.

@@ -34,8 +34,8 @@ TEST(GridAnalysis, LatenciesAreMeasuredFromTheEarliestTick) {
 TEST(GridAnalysis, ATickMoreThanHalfAPeriodLateKeepsThePhase) {
     // Tick 3 comes 4.5 ms late: nearest-grid rounding would take it for an
     // early tick of the next grid point.
-    const GridFit fit = fitGrid(synthetic::timestamps({{0, 2000}, {1, 3000}, {2, 2500}, {3, 4502000}, {4, 2000}}),
-                                kPeriodNs);
+    const GridFit fit =
+        fitGrid(synthetic::timestamps({{0, 2000}, {1, 3000}, {2, 2500}, {3, 4502000}, {4, 2000}}), kPeriodNs);
     EXPECT_EQ(fit.latenciesNs, (std::vector<int64_t>{0, 1000, 500, 4500000, 0}));
     EXPECT_EQ(fit.gridIndices, (std::vector<int64_t>{0, 1, 2, 3, 4}));
 }

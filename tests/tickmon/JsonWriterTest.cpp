@@ -61,8 +61,8 @@ TEST(JsonWriter, ExtremeIntegersAreExact) {
 }
 
 TEST(JsonReaderForTests, RefusesInvalidDocuments) {
-    for (const char* bad : {"{\"a\": 1,}", "[1 2]", "{\"a\" 1}", "nan", "[01]", "\"tab\there\"", "{} {}",
-                            "{\"a\":1,\"a\":2}"}) {
+    for (const char* bad :
+         {"{\"a\": 1,}", "[1 2]", "{\"a\" 1}", "nan", "[01]", "\"tab\there\"", "{} {}", "{\"a\":1,\"a\":2}"}) {
         EXPECT_THROW(json_reader::parse(bad), std::runtime_error) << bad;
     }
 }

@@ -33,10 +33,12 @@ TEST(MonitorOptions, DefaultsRunUntilInterruptedWithTheDefaultHandlerSet) {
 }
 
 TEST(MonitorOptions, ReadsEveryOption) {
-    const ParseResult result =
-        parse({"--duration", "10s", "--ticks", "500", "--priority", "0", "--handlers", "12", "--intervals", "1,3,7",
-               "--work", "50us", "--trace-level", "5", "--quiet", "--json", "out.json", "--histogram", "h.txt",
-               "--histogram-buckets", "200", "--plot", "p.png", "--inject-fault"});
+    const ParseResult result = parse({"--duration",    "10s",         "--ticks",    "500",
+                                      "--priority",    "0",           "--handlers", "12",
+                                      "--intervals",   "1,3,7",       "--work",     "50us",
+                                      "--trace-level", "5",           "--quiet",    "--json",
+                                      "out.json",      "--histogram", "h.txt",      "--histogram-buckets",
+                                      "200",           "--plot",      "p.png",      "--inject-fault"});
     ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
     const MonitorOptions& o = result.options;
     EXPECT_EQ(o.durationNs, 10000000000);
@@ -108,8 +110,9 @@ TEST(MonitorOptions, TicksOutOfRangeNamesOptionAndRange) {
 }
 
 TEST(MonitorOptions, HandlersAndIntervalsOutOfRangeNameOptionAndRange) {
-    EXPECT_NE(errorOf({"--handlers", "10001"}).find("--handlers: invalid value '10001'; expected an integer from 0 to 10000"),
-              std::string::npos);
+    EXPECT_NE(
+        errorOf({"--handlers", "10001"}).find("--handlers: invalid value '10001'; expected an integer from 0 to 10000"),
+        std::string::npos);
     for (const char* bad : {"", "0", "1,,2", "1,2,", "1;2", "100001", "a"}) {
         const std::string error = errorOf({"--intervals", bad});
         EXPECT_NE(error.find("--intervals"), std::string::npos) << bad;
@@ -122,13 +125,13 @@ TEST(MonitorOptions, WorkTraceLevelAndBucketsOutOfRangeNameOptionAndRange) {
               std::string::npos);
     EXPECT_NE(errorOf({"--trace-level", "8"}).find("--trace-level: invalid value '8'; expected an integer from 0"),
               std::string::npos);
-    EXPECT_NE(errorOf({"--histogram-buckets", "0"}).find("--histogram-buckets: invalid value '0'"),
-              std::string::npos);
+    EXPECT_NE(errorOf({"--histogram-buckets", "0"}).find("--histogram-buckets: invalid value '0'"), std::string::npos);
 }
 
 TEST(MonitorOptions, PlotNeedsAPngFile) {
-    EXPECT_NE(errorOf({"--plot", "picture.svg"}).find("--plot: invalid value 'picture.svg'; expected a file name "
-                                                      "ending in .png"),
+    EXPECT_NE(errorOf({"--plot", "picture.svg"})
+                  .find("--plot: invalid value 'picture.svg'; expected a file name "
+                        "ending in .png"),
               std::string::npos);
     EXPECT_NE(errorOf({"--plot", ".png"}).find("--plot"), std::string::npos);
 }
@@ -154,9 +157,9 @@ TEST(MonitorOptions, FaultInjectionNeedsAHandler) {
 
 TEST(MonitorOptions, UsageListsEveryOption) {
     const std::string usage = usageText();
-    for (const char* option : {"--duration", "--ticks", "--priority", "--handlers", "--intervals", "--work",
-                               "--trace-level", "--quiet", "--json", "--histogram", "--histogram-buckets", "--plot",
-                               "--inject-fault", "--help"}) {
+    for (const char* option :
+         {"--duration", "--ticks", "--priority", "--handlers", "--intervals", "--work", "--trace-level", "--quiet",
+          "--json", "--histogram", "--histogram-buckets", "--plot", "--inject-fault", "--help"}) {
         EXPECT_NE(usage.find(option), std::string::npos) << option;
     }
 }

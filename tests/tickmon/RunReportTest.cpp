@@ -17,9 +17,9 @@ RunReport sampleReport() {
     report.stopReason = StopReason::Duration;
     report.elapsedNs = 1002000000;
     report.passes = 6;
-    report.ticks = analyzeTicks(
-        synthetic::timestamps({{0, 2000}, {1, 4000}, {2, 2000}, {4, 12000}, {5, 2000}, {6, 3000}}),
-        synthetic::kPeriodNs);
+    report.ticks =
+        analyzeTicks(synthetic::timestamps({{0, 2000}, {1, 4000}, {2, 2000}, {4, 12000}, {5, 2000}, {6, 3000}}),
+                     synthetic::kPeriodNs);
     report.handlers = checkHandlers(6, {{"tickmon-handler-0", 1, 6}, {"tickmon-handler-1", 3, 1}});
     report.thread.found = true;
     report.thread.tid = 4321;

@@ -13,15 +13,18 @@ namespace tickmon {
 namespace {
 
 /// A stat line as the kernel writes it, with fields 14, 15, 40 and 41 set.
-std::string statLine(const std::string& comm, uint64_t utime, uint64_t stime, uint32_t rtPriority,
-                     uint32_t policy) {
+std::string statLine(const std::string& comm, uint64_t utime, uint64_t stime, uint32_t rtPriority, uint32_t policy) {
     std::string line = "4242 (" + comm + ") S";
     for (int field = 4; field <= 52; ++field) {
         uint64_t value = static_cast<uint64_t>(field) * 100;  // recognisable filler
-        if (field == 14) value = utime;
-        if (field == 15) value = stime;
-        if (field == 40) value = rtPriority;
-        if (field == 41) value = policy;
+        if (field == 14)
+            value = utime;
+        if (field == 15)
+            value = stime;
+        if (field == 40)
+            value = rtPriority;
+        if (field == 41)
+            value = policy;
         line += " " + std::to_string(value);
     }
     return line + "\n";

@@ -1,8 +1,8 @@
 // Short real runs of zyn-tickmon: the library started through the reference
 // platform, real 6 ms ticks, and the program's outputs checked as a user's
 // tools would read them.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -91,14 +91,14 @@ bool contains(const std::string& text, const std::string& part) { return text.fi
 
 TEST(TickMonitorRun, ShortRunPassesAndReportsEverySection) {
     TemporaryDirectory files;
-    const ProgramRun run = runTickmon({"--duration", "300ms", "--handlers", "4", "--intervals", "1,2,3", "--work",
-                                       "20us", "--json", files.file("run.json"), "--histogram",
-                                       files.file("run.hist")});
+    const ProgramRun run =
+        runTickmon({"--duration", "300ms", "--handlers", "4", "--intervals", "1,2,3", "--work", "20us", "--json",
+                    files.file("run.json"), "--histogram", files.file("run.hist")});
     ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
-    for (const char* section : {"Tick period (probe handler, interval 1)", "Latency after the 6 ms grid", "p99.9",
-                                "Ticks\n", "missed", "drift", "Handlers (calls made / calls expected",
-                                "tickmon-handler-3    interval 1", "Oscillator thread (from /proc)",
-                                "name      zyn-ts-osc6", "policy    SCHED_", "Self-test: PASS"}) {
+    for (const char* section :
+         {"Tick period (probe handler, interval 1)", "Latency after the 6 ms grid", "p99.9", "Ticks\n", "missed",
+          "drift", "Handlers (calls made / calls expected", "tickmon-handler-3    interval 1",
+          "Oscillator thread (from /proc)", "name      zyn-ts-osc6", "policy    SCHED_", "Self-test: PASS"}) {
         EXPECT_TRUE(contains(run.out, section)) << section << "\n" << run.out;
     }
     EXPECT_FALSE(contains(run.out, "WRONG")) << run.out;
@@ -135,8 +135,8 @@ TEST(TickMonitorRun, JsonRecordIsValidAndConsistent) {
 
 TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {
     TemporaryDirectory files;
-    const ProgramRun run = runTickmon(
-        {"--ticks", "30", "--quiet", "--histogram", files.file("h.txt"), "--histogram-buckets", "6000"});
+    const ProgramRun run =
+        runTickmon({"--ticks", "30", "--quiet", "--histogram", files.file("h.txt"), "--histogram-buckets", "6000"});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
     std::istringstream lines(TemporaryDirectory::read(files.file("h.txt")));
     std::string line;
@@ -152,9 +152,9 @@ TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {
     EXPECT_EQ(buckets, 6000u);
     EXPECT_EQ(counted, 30u);
     EXPECT_EQ(line, "# Total: 000000030");
-    for (const char* prefix : {"# Min Latencies: ", "# Avg Latencies: ", "# Max Latencies: ",
-                               "# Histogram Overflows: 00000", "# Histogram Overflow at cycle number:",
-                               "# Thread 0:"}) {
+    for (const char* prefix :
+         {"# Min Latencies: ", "# Avg Latencies: ", "# Max Latencies: ", "# Histogram Overflows: 00000",
+          "# Histogram Overflow at cycle number:", "# Thread 0:"}) {
         ASSERT_TRUE(std::getline(lines, line));
         EXPECT_EQ(line.rfind(prefix, 0), 0u) << line;
     }
@@ -173,7 +173,8 @@ TEST(TickMonitorRun, TickCountEndsTheRun) {
 TEST(TickMonitorRun, BadValueExitsWithUsageStatusAndOneLine) {
     const ProgramRun run = runTickmon({"--priority", "9"});
     EXPECT_EQ(run.exitStatus, 2);
-    EXPECT_EQ(run.err, "zyn-tickmon: --priority: invalid value '9'; expected an integer from 0 (highest) to 4 (lowest)\n");
+    EXPECT_EQ(run.err,
+              "zyn-tickmon: --priority: invalid value '9'; expected an integer from 0 (highest) to 4 (lowest)\n");
     EXPECT_EQ(run.out, "");
 }
 

@@ -26,8 +26,8 @@ TEST(TimeSpan, ReadsDecimalFractionsExactly) {
 }
 
 TEST(TimeSpan, RefusesWhatIsNotATimeSpan) {
-    for (const char* bad : {"", "s", "-1s", "10x", "10 s", "1.2.3s", "ten", "10sec", "99999999999999999999s",
-                            "9999999999h"}) {
+    for (const char* bad :
+         {"", "s", "-1s", "10x", "10 s", "1.2.3s", "ten", "10sec", "99999999999999999999s", "9999999999h"}) {
         EXPECT_FALSE(parseTimeSpan(bad, kNanosPerSecond).has_value()) << bad;
     }
 }

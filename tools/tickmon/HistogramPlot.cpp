@@ -20,8 +20,8 @@ class TemporaryFile {
 public:
     explicit TemporaryFile(const std::string& contents) {
         const char* directory = std::getenv("TMPDIR");
-        std::string pattern = std::string(directory != nullptr && *directory != '\0' ? directory : "/tmp") +
-                              "/zyn-tickmon-XXXXXX";
+        std::string pattern =
+            std::string(directory != nullptr && *directory != '\0' ? directory : "/tmp") + "/zyn-tickmon-XXXXXX";
         const int fd = mkstemp(pattern.data());
         if (fd < 0) {
             return;
@@ -127,8 +127,8 @@ PlotOutcome plotHistogram(const LatencyHistogram& histogram, const std::string& 
     }
     const int status = runProgram(*gnuplot, script.path());
     if (status != 0) {
-        outcome.message = "--plot: " + *gnuplot + " failed (status " + std::to_string(status) +
-                          "); no picture written to " + pngPath;
+        outcome.message =
+            "--plot: " + *gnuplot + " failed (status " + std::to_string(status) + "); no picture written to " + pngPath;
         return outcome;
     }
     outcome.drawn = true;

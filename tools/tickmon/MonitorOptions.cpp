@@ -38,8 +38,7 @@ std::optional<std::vector<uint32_t>> parseIntervalList(const std::string& text) 
     std::string item;
     std::istringstream items(text);
     while (std::getline(items, item, ',')) {
-        const std::optional<uint64_t> interval =
-            parseUnsignedInRange(item, limits::kMinInterval, limits::kMaxInterval);
+        const std::optional<uint64_t> interval = parseUnsignedInRange(item, limits::kMinInterval, limits::kMaxInterval);
         if (!interval) {
             return std::nullopt;
         }

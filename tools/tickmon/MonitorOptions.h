@@ -11,7 +11,7 @@ namespace tickmon {
 
 /// Accepted ranges, shared by the parser, the help text and the tests.
 namespace limits {
-constexpr int64_t kMinDurationNs = 1000000;                    // 1 ms
+constexpr int64_t kMinDurationNs = 1000000;                         // 1 ms
 constexpr int64_t kMaxDurationNs = 7LL * 24 * 3600 * 1000000000LL;  // 7 days
 constexpr uint64_t kMinTicks = 1;
 constexpr uint64_t kMaxTicks = 100000000;

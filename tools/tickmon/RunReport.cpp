@@ -47,7 +47,8 @@ void appendHeading(std::string& out, const RunReport& report) {
     const MonitorOptions& o = report.options;
     appendf(out, "zyn-tickmon: %.3f s run, %s\n", static_cast<double>(report.elapsedNs) / 1e9,
             stopSentence(report).c_str());
-    appendf(out, "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %.3f us "
+    appendf(out,
+            "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %.3f us "
             "work per call\n",
             static_cast<double>(report.ticks.periodNs) / 1e6, o.priority, o.handlerCount,
             intervalList(o.intervals).c_str(), toUs(o.workNs));
@@ -111,8 +112,9 @@ void appendThread(std::string& out, const RunReport& report) {
     appendf(out, "  name      %s (tid %d)\n", t.name.c_str(), static_cast<int>(t.tid));
     appendf(out, "  policy    %s, priority %u\n", t.policyName.c_str(), t.priority);
     if (t.policy != kSchedRoundRobin) {
-        out += "            (not SCHED_RR: the kernel refused the real-time priority; run as root or with\n"
-               "            CAP_SYS_NICE for real-time ticks)\n";
+        out +=
+            "            (not SCHED_RR: the kernel refused the real-time priority; run as root or with\n"
+            "            CAP_SYS_NICE for real-time ticks)\n";
     }
     if (t.cpuMeasured) {
         appendf(out, "  CPU time  %.3f ms per second (%.3f %%), from %s\n", t.cpuNsPerSecond / 1e6,

@@ -32,9 +32,7 @@ std::string readWholeFile(const std::string& path) {
     return text.str();
 }
 
-std::string taskPath(pid_t tid, const char* file) {
-    return "/proc/self/task/" + std::to_string(tid) + "/" + file;
-}
+std::string taskPath(pid_t tid, const char* file) { return "/proc/self/task/" + std::to_string(tid) + "/" + file; }
 
 }  // namespace
 

@@ -1,10 +1,10 @@
 // A thread as the kernel sees it, read from /proc.
 #pragma once
 
+#include <sys/types.h>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace tickmon {

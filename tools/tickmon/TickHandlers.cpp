@@ -23,8 +23,7 @@ void onLoadTick(void* context) {
 
 void busyWait(int64_t ns) {
     const int64_t until = monotonicNowNs() + ns;
-    while (monotonicNowNs() < until) {
-    }
+    while (monotonicNowNs() < until) {}
 }
 
 TickHandlers::TickHandlers(uint32_t handlerCount, const std::vector<uint32_t>& intervals, int64_t workNs,
@@ -73,8 +72,7 @@ std::vector<HandlerTally> TickHandlers::tallies() const {
     std::vector<HandlerTally> result;
     result.reserve(count);
     for (size_t i = 0; i < count; ++i) {
-        result.push_back(
-            HandlerTally{loadHandlers[i].name, loadHandlers[i].interval, loadHandlers[i].calls.load()});
+        result.push_back(HandlerTally{loadHandlers[i].name, loadHandlers[i].interval, loadHandlers[i].calls.load()});
     }
     return result;
 }
