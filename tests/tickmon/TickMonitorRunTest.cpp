@@ -6,10 +6,14 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "HistogramLines.h"
@@ -35,8 +39,13 @@ struct ProgramRun {
     std::string err;
 };
 
+/// Called while the program runs, with its process id and the file its
+/// standard error goes to.
+using WhileRunning = std::function<void(pid_t child, const std::string& errFile)>;
+
 /// Runs zyn-tickmon with `arguments`; `path` replaces PATH when not empty.
-ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::string& path = "") {
+ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::string& path = "",
+                      const WhileRunning& whileRunning = {}) {
     TemporaryDirectory scratch;
     const std::string outFile = scratch.file("stdout");
     const std::string errFile = scratch.file("stderr");
@@ -78,6 +87,9 @@ ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::stri
     if (spawned != 0) {
         ADD_FAILURE() << "cannot start " << ZYN_TICKMON_PATH;
         return run;
+    }
+    if (whileRunning) {
+        whileRunning(child, errFile);
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -168,6 +180,28 @@ TEST(TickMonitorRun, TickCountEndsTheRun) {
     EXPECT_EQ(doc["stop_reason"].text, "ticks");
     EXPECT_EQ(doc["ticks"]["recorded"].number, 20);
     EXPECT_GE(doc["passes"].number, 20);
+}
+
+TEST(TickMonitorRun, InterruptEndsAnOpenEndedRunWithAReport) {
+    TemporaryDirectory files;
+    // Without --duration or --ticks the run lasts until Ctrl-C. The first
+    // status line shows the run is under way; then comes the interrupt.
+    const ProgramRun run = runTickmon({"--json", files.file("run.json")}, "", [](pid_t child, const std::string& err) {
+        for (int waited = 0; waited < 600; ++waited) {
+            if (contains(TemporaryDirectory::read(err), "ticks ")) {
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        kill(child, SIGINT);
+    });
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_TRUE(contains(run.out, "stopped by an interrupt")) << run.out;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc["stop_reason"].text, "interrupted");
+    EXPECT_EQ(doc["settings"]["duration_ns"].kind, json_reader::Value::Kind::Null);
+    EXPECT_GE(doc["ticks"]["recorded"].number, 1);
+    EXPECT_TRUE(doc["passed"].flag);
 }
 
 TEST(TickMonitorRun, BadValueExitsWithUsageStatusAndOneLine) {
