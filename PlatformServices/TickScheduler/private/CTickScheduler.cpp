@@ -66,6 +66,22 @@ bool isRetired(const CTickScheduler& state, const STickHandler* handler) {
            state.retiredHandlers.end();
 }
 
+/// Before a tick function changes the handler list during a pass: the pass
+/// goes on over the list as it started, so that every handler that stays
+/// registered is counted exactly once and the changed list applies from the
+/// next pass. Copying only then keeps the ordinary pass free of the copy.
+void preservePassOrder(CTickScheduler& state) {
+    if (onTickThreadDuringPass(state) && !state.passWalksCopy) {
+        state.passHandlers.assign(state.tickHandlers.begin(), state.tickHandlers.end());
+        state.passWalksCopy = true;
+    }
+}
+
+/// The handler at `position` of the list the running pass walks.
+STickHandler* passHandlerAt(const CTickScheduler& state, size_t position) {
+    return state.passWalksCopy ? state.passHandlers[position] : state.tickHandlers[position];
+}
+
 /// Keeps the pass copy able to take the whole handler list without
 /// allocating. Must not run while a pass walks that copy.
 void reservePassCopy(CTickScheduler& state) {
@@ -109,10 +125,12 @@ void finishPassBookkeeping(CTickScheduler& state) {
         delete[] record;
     }
     state.retiredHandlers.clear();
+    state.passWalksCopy = false;
     try {
         reservePassCopy(state);
     } catch (const std::bad_alloc&) {
-        // The next pass copies with an allocation instead; nothing is lost.
+        // A later change from a tick function copies with an allocation
+        // instead; nothing is lost.
     }
 }
 
@@ -222,14 +240,16 @@ extern "C" void CTickScheduler_OnTick(void* /*context*/) {
     if (state.tickOscillator.isFrozen()) {
         return;
     }
-    // The pass walks a copy, so that tick functions may register, unregister
-    // and re-prioritise handlers: the list they change applies from the next
-    // pass.
-    state.passHandlers.assign(state.tickHandlers.begin(), state.tickHandlers.end());
+    // Tick functions may register, unregister and re-prioritise handlers;
+    // the first such change makes the pass walk a copy of the list as it
+    // started (preservePassOrder), so positions stay valid by index.
+    const size_t handlerCount = state.tickHandlers.size();
+    state.passWalksCopy = false;
     state.inTick = true;
     state.tickThreadId = pthread_self();
 
-    for (STickHandler* handler : state.passHandlers) {
+    for (size_t position = 0; position < handlerCount; ++position) {
+        STickHandler* const handler = passHandlerAt(state, position);
         if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
             continue;
         }
@@ -281,6 +301,7 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
 
     CTickScheduler& state = tickScheduler;
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    preservePassOrder(state);
     state.tickHandlers.push_back(record.get());
     if (!onTickThreadDuringPass(state)) {
         try {
@@ -345,6 +366,7 @@ extern "C" uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle) 
         // the list as it was.
         state.retiredHandlers.reserve(state.retiredHandlers.size() + 1);
     }
+    preservePassOrder(state);
     if (!removeFromList(state.tickHandlers, handler)) {
         // Only the pointer value was compared; the record is not touched.
         ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_UnregisterTickHandler",
@@ -375,6 +397,7 @@ extern "C" uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_
 
     CTickScheduler& state = tickScheduler;
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
+    preservePassOrder(state);
     if (!removeFromList(state.tickHandlers, handler)) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_SetTickPriority",
                      "Tick Handler change priority unsuccessful: Tick Handler " << handler->name << " not found");

@@ -53,10 +53,14 @@ public:
     /// The thread of the running or last pass.
     pthread_t tickThreadId{};
 
-    /// The handlers the running pass walks, copied from `tickHandlers` when
-    /// the pass starts. Its capacity is kept at least that of `tickHandlers`,
-    /// so taking the copy never allocates.
+    /// The handler list as the running pass started it, copied only when a
+    /// tick function is about to change `tickHandlers` during the pass; the
+    /// pass then walks this copy. Its capacity is kept at least that of
+    /// `tickHandlers`, so taking the copy never allocates.
     std::vector<STickHandler*> passHandlers;
+    /// True once the running pass walks `passHandlers` instead of
+    /// `tickHandlers`.
+    bool passWalksCopy = false;
     /// Records unregistered on the tick thread during a pass: the pass may
     /// still hold them in `passHandlers`, so they are freed when it ends.
     std::vector<STickHandler*> retiredHandlers;
