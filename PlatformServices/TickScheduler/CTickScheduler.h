@@ -51,8 +51,8 @@ ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
 /// state of the module; the handler is due on the next pass.
 /// Results: 0; 32770 when `tickHandler`, `pITickReceiver` or `pszName` is null.
 ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler,
-                                                          const ITickReceiver* pITickReceiver,
-                                                          uint32_t tickInterval, const char* pszName);
+                                                          const ITickReceiver* pITickReceiver, uint32_t tickInterval,
+                                                          const char* pszName);
 
 /// Removes `*handle` from the handler list under the tick lock, frees it and
 /// clears `*handle`. A handle that is not in the list is reported, not freed,

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "InterfaceBroker.h"
 #include "ITickReceiver.h"
+#include "InterfaceBroker.h"
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 
@@ -30,25 +30,26 @@ class ZYN_TS_EXPORT ITickSchedulerFast : public virtual IInterface {
 public:
     /// Every slot null; CTickSchedulerFast_Initialize fills them.
     ITickSchedulerFast();
-    virtual ~ITickSchedulerFast();
+    ~ITickSchedulerFast() override;
 
     /// Creates an enabled handler at the tail of the list; `*outHandle`
     /// receives it. 0; 32770; 32778.
-    uint32_t (*RegisterTickHandler)(STickHandler** outHandle, const ITickReceiver* receiver, const char* name);
+    uint32_t (*RegisterTickHandler)(STickHandler** outHandle, const ITickReceiver* receiver,
+                                    const char* name) = nullptr;
     /// Removes and frees `*handle` under the mutex, then clears it. 0; 32770; 32778; 32780.
-    uint32_t (*UnregisterTickHandler)(STickHandler** handle);
+    uint32_t (*UnregisterTickHandler)(STickHandler** handle) = nullptr;
     /// The same without locking, for use from inside a tick function only. 0; 32770; 32780.
-    uint32_t (*UnregisterTickHandlerFromOnTick)(STickHandler** handle);
+    uint32_t (*UnregisterTickHandlerFromOnTick)(STickHandler** handle) = nullptr;
     /// Sets `enabled` to 1 (no lock). 0; 32770.
-    uint32_t (*EnableTickHandler)(STickHandler* handle);
+    uint32_t (*EnableTickHandler)(STickHandler* handle) = nullptr;
     /// Sets `enabled` to 0 (no lock). 0; 32770.
-    uint32_t (*DisableTickHandler)(STickHandler* handle);
+    uint32_t (*DisableTickHandler)(STickHandler* handle) = nullptr;
     /// Adds the handler to group 0 or 1. 0; 32770; 32782.
-    uint32_t (*AddGroup)(STickHandler* handle, uint32_t groupId);
+    uint32_t (*AddGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Removes the handler from group 0 or 1. 0; 32770; 32782.
-    uint32_t (*RemoveGroup)(STickHandler* handle, uint32_t groupId);
+    uint32_t (*RemoveGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Enables group 0 or 1. 0; 32782.
-    uint32_t (*EnableTickGroup)(uint32_t groupId);
+    uint32_t (*EnableTickGroup)(uint32_t groupId) = nullptr;
     /// Disables group 0 or 1: its members are skipped. 0; 32782.
-    uint32_t (*DisableTickGroup)(uint32_t groupId);
+    uint32_t (*DisableTickGroup)(uint32_t groupId) = nullptr;
 };

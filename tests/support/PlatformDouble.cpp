@@ -225,13 +225,11 @@ using platform_double::state;
 
 // ---- The platform's entry points, as the library sees them ----------------
 
-KivTrace::KivTrace(const char* moduleName, KivTraceLevel defaultLevel, KivTraceHdrOption headerOption)
-    : impl(nullptr) {
+KivTrace::KivTrace(const char* moduleName, KivTraceLevel defaultLevel, KivTraceHdrOption headerOption) : impl(nullptr) {
     auto& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    s.constructions.push_back(platform_double::TraceConstruction{moduleName ? moduleName : "",
-                                                                 static_cast<uint32_t>(defaultLevel),
-                                                                 static_cast<uint32_t>(headerOption)});
+    s.constructions.push_back(platform_double::TraceConstruction{
+        moduleName ? moduleName : "", static_cast<uint32_t>(defaultLevel), static_cast<uint32_t>(headerOption)});
 }
 
 // The double keeps its state in the process-wide record above, not behind
@@ -269,8 +267,8 @@ extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const cha
                                                     uint32_t param3, const uint32_t* phases, uint32_t phaseCount) {
     auto& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    platform_double::CallbackRegistration registration{moduleId, callbackName ? callbackName : "", param1,
-                                                       callbackContext, param2, param3, phases, {}};
+    platform_double::CallbackRegistration registration{
+        moduleId, callbackName ? callbackName : "", param1, callbackContext, param2, param3, phases, {}};
     if (phases != nullptr) {
         registration.phases.assign(phases, phases + phaseCount);
     }

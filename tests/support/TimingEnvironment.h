@@ -25,10 +25,10 @@ inline std::string timingSkipReason() {
 }  // namespace test_environment
 
 /// Skips the current test when timing bounds cannot hold here.
-#define ZYN_TS_SKIP_IF_TIMING_UNRELIABLE()                                       \
-    do {                                                                         \
+#define ZYN_TS_SKIP_IF_TIMING_UNRELIABLE()                                        \
+    do {                                                                          \
         const std::string zynTsSkipReason = test_environment::timingSkipReason(); \
-        if (!zynTsSkipReason.empty()) {                                          \
-            GTEST_SKIP() << zynTsSkipReason;                                     \
-        }                                                                        \
+        if (!zynTsSkipReason.empty()) {                                           \
+            GTEST_SKIP() << zynTsSkipReason;                                      \
+        }                                                                         \
     } while (0)

@@ -48,16 +48,7 @@ static const uint32_t fastPhaseList[] = {kPhaseConfigure, kPhaseAcknowledge, kPh
 
 // The interface's operations are assigned by CTickSchedulerFast_Initialize;
 // until then every slot is null.
-ITickSchedulerFast::ITickSchedulerFast()
-    : RegisterTickHandler(nullptr),
-      UnregisterTickHandler(nullptr),
-      UnregisterTickHandlerFromOnTick(nullptr),
-      EnableTickHandler(nullptr),
-      DisableTickHandler(nullptr),
-      AddGroup(nullptr),
-      RemoveGroup(nullptr),
-      EnableTickGroup(nullptr),
-      DisableTickGroup(nullptr) {}
+ITickSchedulerFast::ITickSchedulerFast() = default;
 
 ITickSchedulerFast::~ITickSchedulerFast() = default;
 
@@ -110,7 +101,7 @@ void dispatchHandlers() {
                          "CTickSchedulerFast_OnTick failed in receiving tick handler");
             return;
         }
-        const STickHandler* const handler = static_cast<const STickHandler*>(element);
+        const auto* const handler = static_cast<const STickHandler*>(element);
         if (isHandlerDue(*handler)) {
             handler->tickReceiver.onTick(handler->tickReceiver.context);
         }

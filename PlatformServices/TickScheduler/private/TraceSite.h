@@ -89,20 +89,20 @@ inline std::ostream& operator<<(std::ostream& out, Hex8 hex) {
 #define ZYN_TS_SITE_HEADER(function) \
     static const KivTraceHeader zynTsSiteHeader { __FILE__, static_cast<uint32_t>(__LINE__), function }
 
-#define ZYN_TS_TRACE(level, function, ...)                                                            \
-    do {                                                                                              \
-        ZYN_TS_SITE_HEADER(function);                                                                 \
+#define ZYN_TS_TRACE(level, function, ...)                                                                          \
+    do {                                                                                                            \
+        ZYN_TS_SITE_HEADER(function);                                                                               \
         ::zyn_ts::traceMessage(level, zynTsSiteHeader, [&](std::ostream& zynTsText) { zynTsText << __VA_ARGS__; }); \
     } while (0)
 
-#define ZYN_TS_ENTER(function)                  \
-    do {                                        \
-        ZYN_TS_SITE_HEADER(function);           \
-        ::zyn_ts::traceEnter(zynTsSiteHeader);  \
+#define ZYN_TS_ENTER(function)                 \
+    do {                                       \
+        ZYN_TS_SITE_HEADER(function);          \
+        ::zyn_ts::traceEnter(zynTsSiteHeader); \
     } while (0)
 
-#define ZYN_TS_ENTER_TEXT(function, ...)                                                                \
-    do {                                                                                                \
-        ZYN_TS_SITE_HEADER(function);                                                                   \
+#define ZYN_TS_ENTER_TEXT(function, ...)                                                                   \
+    do {                                                                                                   \
+        ZYN_TS_SITE_HEADER(function);                                                                      \
         ::zyn_ts::traceEnter(zynTsSiteHeader, [&](std::ostream& zynTsText) { zynTsText << __VA_ARGS__; }); \
     } while (0)
