@@ -12,6 +12,7 @@
 #include "FuzzCheck.h"
 #include "FuzzNames.h"
 #include "PlatformDouble.h"
+#include "SessionSupport.h"
 #include "TraceLedger.h"
 
 namespace fast_fuzz {
@@ -21,7 +22,6 @@ using zyn_fuzz::check;
 using zyn_fuzz::checkEqual;
 using zyn_fuzz::fail;
 
-constexpr size_t kMaxOperations = 512;
 constexpr uint32_t kModuleId = 22001;
 
 class Session;
@@ -65,18 +65,9 @@ private:
 };
 
 Session::Session() : model(ledger) {
-    for (uint32_t i = 0; i < kClients; ++i) {
-        clients[i].session = this;
-        clients[i].index = i;
-    }
+    zyn_fuzz::bindClients(clients, this);
     const ModelRecord& foreign = model.records()[model.foreignRecord()];
-    foreignRecord.tickReceiver = ITickReceiver{nullptr, nullptr};
-    foreignRecord.enabled.store(foreign.enabled);
-    foreignRecord.tickInterval = 0;
-    foreignRecord.prio.store(5);
-    foreignRecord.currentInterval.store(0);
-    std::snprintf(foreignRecord.name, sizeof(foreignRecord.name), "%s", foreign.name.c_str());
-    foreignRecord.groupMask.store(foreign.groupMask);
+    zyn_fuzz::fillForeignHandler(foreignRecord, foreign.enabled, 0, 5, 0, foreign.name, foreign.groupMask);
     addressOf.push_back(&foreignRecord);
 }
 
@@ -88,10 +79,7 @@ void Session::onTick(void* context) {
 void Session::run(const uint8_t* data, size_t size) {
     zyn_fuzz::OperationTrail::current().clear();
     prepareLibrary();
-    zyn_fuzz::ByteReader input(data, size);
-    for (size_t n = 0; n < kMaxOperations && !input.exhausted(); ++n) {
-        perform(decodeOp(input, 0), false);
-    }
+    zyn_fuzz::performOperations(data, size, &decodeOp, [this](const Op& op, bool nested) { perform(op, nested); });
     cleanUp();
 }
 
@@ -131,7 +119,7 @@ std::vector<STickHandler*> Session::listedInLibrary() const {
 
 void Session::perform(const Op& op, bool nested) {
     const std::string name = describe(op);
-    zyn_fuzz::OperationTrail::current().add((nested ? "    from a tick function: " : "") + name);
+    zyn_fuzz::noteOperation(name, nested);
     if (op.kind == OpKind::Tick) {
         tick();
         return;
@@ -145,11 +133,7 @@ void Session::perform(const Op& op, bool nested) {
     if (outcome.hasResult) {
         checkEqual(result, outcome.result, "result of", name);
     }
-    if (outcome.newRecord != kNoRecord) {
-        addressOf.resize(outcome.newRecord + 1, nullptr);
-        addressOf[outcome.newRecord] = slots[static_cast<size_t>(outcome.slot)];
-        check(addressOf[outcome.newRecord] != nullptr, "registration left the handle variable empty", std::string());
-    }
+    zyn_fuzz::noteNewRecord(addressOf, slots, outcome);
     if (outcome.freedRecord != kNoRecord) {
         addressOf[outcome.freedRecord] = nullptr;
     }
@@ -229,18 +213,7 @@ void Session::tick() {
 }
 
 void Session::enterTickFunction(Client& client) {
-    const std::optional<uint32_t> expected = model.nextCall();
-    if (!expected) {
-        fail("the library entered the tick function of client " + std::to_string(client.index) +
-             ", the model expects no further call in this tick");
-    }
-    const ModelRecord& record = model.records()[*expected];
-    if (record.client != client.index) {
-        fail("the library entered the tick function of client " + std::to_string(client.index) +
-             ", the model expects that of client " + std::to_string(record.client) + " (handler \"" +
-             zyn_fuzz::printable(record.name) + "\")");
-    }
-    const std::string where = "on entering the tick function of client " + std::to_string(client.index);
+    const std::string where = zyn_fuzz::expectTickFunction(model.nextCall(), model.records(), client.index, "tick");
     ledger.verify(where);
     compareState(where);
     std::vector<Op> armed;
@@ -261,12 +234,7 @@ void Session::compareState(const std::string& where) {
             compareRecord(id, where);
         }
     }
-    for (size_t slot = 0; slot < kSlots; ++slot) {
-        const uint32_t id = model.slots()[slot];
-        if (slots[slot] != (id == kNoRecord ? nullptr : addressOf[id])) {
-            fail("handle variable " + std::to_string(slot) + " " + where);
-        }
-    }
+    zyn_fuzz::checkHandleVariables(slots, model.slots(), addressOf, where);
     checkEqual(tickSchedulerFastModule.disabledGroupMask.load(), model.disabledGroups(), "disabled groups", where);
     checkEqual(tickSchedulerFastModule.initialized, model.initialized() ? 1u : 0u, "initialized", where);
     const TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
@@ -284,17 +252,13 @@ void Session::compareState(const std::string& where) {
 void Session::compareRecord(uint32_t id, const std::string& where) {
     const ModelRecord& expected = model.records()[id];
     const STickHandler* actual = addressOf[id];
-    const std::string about =
-        "of record " + std::to_string(id) + " \"" + zyn_fuzz::printable(expected.name) + "\" " + where;
+    const std::string about = zyn_fuzz::recordAbout(id, expected.name, where);
     checkEqual(actual->enabled.load(), expected.enabled, "enabled", about);
     checkEqual(actual->groupMask.load(), expected.groupMask, "groupMask", about);
     checkEqual(actual->tickInterval, 0u, "tickInterval", about);
     checkEqual(actual->prio.load(), 5, "prio", about);
     checkEqual(actual->currentInterval.load(), 0u, "currentInterval", about);
-    check(std::memchr(actual->name, '\0', sizeof(actual->name)) != nullptr, "name is not terminated", about);
-    if (std::string(actual->name) != expected.name) {
-        fail("name " + about + ": library has \"" + zyn_fuzz::printable(actual->name) + "\"");
-    }
+    zyn_fuzz::checkRecordName(actual->name, expected.name, about);
     if (expected.place == Place::Listed) {
         check(actual->tickReceiver.context == &clients[expected.client] &&
                   actual->tickReceiver.onTick == &Session::onTick,
@@ -304,11 +268,7 @@ void Session::compareRecord(uint32_t id, const std::string& where) {
 
 void Session::comparePlatformCalls(const std::string& where) {
     const PlatformCalls& expected = model.platformCalls();
-    const auto modules = platform_double::moduleRegistrations();
-    checkEqual(modules.size(), expected.moduleRegistrations, "module registrations", where);
-    for (const auto& module : modules) {
-        check(module.moduleId == kModuleId && module.moduleName == "CTickSchedulerFast", "module registration", where);
-    }
+    zyn_fuzz::checkModuleRegistrations(kModuleId, "CTickSchedulerFast", expected, where);
     const auto callbacks = platform_double::callbackRegistrations();
     checkEqual(callbacks.size(), expected.callbackRegistrations, "callback registrations", where);
     for (const auto& callback : callbacks) {
@@ -320,20 +280,7 @@ void Session::comparePlatformCalls(const std::string& where) {
                   callback.phases == phases,
               "callback registration", where);
     }
-    size_t registrations = 0;
-    size_t withdrawals = 0;
-    for (const auto& call : platform_double::brokerCalls()) {
-        check(call.name == "ITickSchedulerFast", "interface name", where);
-        if (call.registration) {
-            ++registrations;
-            check(call.iface != nullptr, "registered interface object", where);
-        } else {
-            ++withdrawals;
-            check(call.removedOut == nullptr, "interface withdrawal asks for the removed object", where);
-        }
-    }
-    checkEqual(registrations, expected.interfaceRegistrations, "interface registrations", where);
-    checkEqual(withdrawals, expected.interfaceWithdrawals, "interface withdrawals", where);
+    zyn_fuzz::checkInterfaceCalls("ITickSchedulerFast", expected, where);
 }
 
 // Outside a tick the module must never leave its mutex held.

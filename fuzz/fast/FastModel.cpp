@@ -4,6 +4,7 @@
 
 #include "FuzzCheck.h"
 #include "FuzzNames.h"
+#include "ModelSupport.h"
 #include "PlatformResults.h"
 
 namespace fast_fuzz {
@@ -13,32 +14,10 @@ using zyn_fuzz::kOscillatorSource;
 
 namespace {
 
-constexpr uint32_t kError = 1;
-constexpr uint32_t kInfo = 5;
+using namespace zyn_fuzz::codes;
 
-constexpr uint32_t kSuccess = 0;
-constexpr uint32_t kAlreadyInitialized = 4097;
-constexpr uint32_t kFailure = 32768;
-constexpr uint32_t kNullArgument = 32770;
-constexpr uint32_t kModuleRegistrationFailed = 32775;
-constexpr uint32_t kCallbackRegistrationFailed = 32776;
-constexpr uint32_t kPhaseNotHandled = 32779;
-constexpr uint32_t kListRemoveFailed = 32780;
-constexpr uint32_t kGroupIdOutOfBounds = 32782;
-constexpr uint32_t kNotInitialized = 32788;
-
-Outcome resultOf(uint32_t result) {
-    Outcome outcome;
-    outcome.hasResult = true;
-    outcome.result = result;
-    return outcome;
-}
-
-Outcome skipped() {
-    Outcome outcome;
-    outcome.skipped = true;
-    return outcome;
-}
+constexpr auto resultOf = &zyn_fuzz::resultOf<Outcome>;
+constexpr auto skipped = &zyn_fuzz::skipped<Outcome>;
 
 std::string outOfBounds(uint32_t groupId) {
     return "Group ID out of bounds: " + std::to_string(static_cast<int32_t>(groupId));
@@ -58,22 +37,6 @@ FastModel::FastModel(zyn_fuzz::TraceLedger& ledger) : ledger(ledger) {
 
 void FastModel::message(uint32_t level, const std::string& function, const std::string& text) {
     ledger.message(level, kFastSource, function, text);
-}
-
-ModelRecord* FastModel::recordIn(uint8_t slot) {
-    if (slot >= kSlots || slotRecords[slot] == kNoRecord) {
-        return nullptr;
-    }
-    return &allRecords[slotRecords[slot]];
-}
-
-int FastModel::firstFreeSlot() const {
-    for (size_t i = 0; i < kSlots; ++i) {
-        if (slotRecords[i] == kNoRecord) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
 }
 
 std::optional<uint32_t> FastModel::successorOf(uint32_t record) const {
@@ -105,9 +68,9 @@ Outcome FastModel::apply(const Op& op) {
         case OpKind::DisableGroup:
             return changeGroup(op, true);
         case OpKind::WriteEnabled:
-            return writeEnabled(op);
+            return zyn_fuzz::writeEnabled<Outcome>(recordIn(op.slot), op.a);
         case OpKind::LoadForeignRecord:
-            return loadForeignRecord();
+            return zyn_fuzz::fillFreeSlot<Outcome>(slotRecords, foreign);
         case OpKind::ArmNested:
             return Outcome{};
         case OpKind::TraceLevel:
@@ -236,26 +199,6 @@ Outcome FastModel::changeGroup(const Op& op, bool disable) {
         disabledGroupMask &= ~(1u << op.a);
     }
     return resultOf(kSuccess);
-}
-
-Outcome FastModel::writeEnabled(const Op& op) {
-    ModelRecord* record = recordIn(op.slot);
-    if (record == nullptr) {
-        return skipped();
-    }
-    record->enabled = op.a;
-    return Outcome{};
-}
-
-Outcome FastModel::loadForeignRecord() {
-    const int target = firstFreeSlot();
-    if (target < 0) {
-        return skipped();
-    }
-    slotRecords[static_cast<size_t>(target)] = foreign;
-    Outcome outcome;
-    outcome.slot = target;
-    return outcome;
 }
 
 Outcome FastModel::initialize(const Op& op) {

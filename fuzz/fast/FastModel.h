@@ -17,11 +17,13 @@
 #include <vector>
 
 #include "FastOps.h"
+#include "ModelSupport.h"
 #include "TraceLedger.h"
 
 namespace fast_fuzz {
 
-constexpr uint32_t kNoRecord = UINT32_MAX;
+using zyn_fuzz::kNoRecord;
+using zyn_fuzz::PlatformCalls;
 
 enum class Place { Listed, Foreign, Freed };
 
@@ -40,13 +42,6 @@ struct Outcome {
     int slot = -1;
     uint32_t newRecord = kNoRecord;
     uint32_t freedRecord = kNoRecord;
-};
-
-struct PlatformCalls {
-    size_t moduleRegistrations = 0;
-    size_t callbackRegistrations = 0;
-    size_t interfaceRegistrations = 0;
-    size_t interfaceWithdrawals = 0;
 };
 
 class FastModel {
@@ -81,14 +76,12 @@ private:
     Outcome addGroup(const Op& op);
     Outcome removeGroup(const Op& op);
     Outcome changeGroup(const Op& op, bool disable);
-    Outcome writeEnabled(const Op& op);
-    Outcome loadForeignRecord();
     Outcome initialize(const Op& op);
     Outcome phase(const Op& op);
     void uninitialize();
 
-    ModelRecord* recordIn(uint8_t slot);
-    int firstFreeSlot() const;
+    ModelRecord* recordIn(uint8_t slot) { return zyn_fuzz::recordIn(allRecords, slotRecords, slot); }
+    int firstFreeSlot() const { return zyn_fuzz::firstFreeSlot(slotRecords); }
     std::optional<uint32_t> successorOf(uint32_t record) const;
     /// One CList_GetNext as the double answers it.
     bool deliversNull();

@@ -13,6 +13,7 @@
 #include "PlatformDouble.h"
 #include "SchedulerModel.h"
 #include "SchedulerOps.h"
+#include "SessionSupport.h"
 #include "TraceLedger.h"
 
 namespace sched_fuzz {
@@ -22,7 +23,6 @@ using zyn_fuzz::check;
 using zyn_fuzz::checkEqual;
 using zyn_fuzz::fail;
 
-constexpr size_t kMaxOperations = 512;
 constexpr uint32_t kModuleId = 22000;
 
 class Session;
@@ -68,18 +68,10 @@ private:
 };
 
 Session::Session() : model(ledger) {
-    for (uint32_t i = 0; i < kClients; ++i) {
-        clients[i].session = this;
-        clients[i].index = i;
-    }
+    zyn_fuzz::bindClients(clients, this);
     const ModelRecord& foreign = model.records()[model.foreignRecord()];
-    foreignRecord.tickReceiver = ITickReceiver{nullptr, nullptr};
-    foreignRecord.enabled.store(foreign.enabled);
-    foreignRecord.tickInterval = foreign.interval;
-    foreignRecord.prio.store(foreign.prio);
-    foreignRecord.currentInterval.store(foreign.counter);
-    std::snprintf(foreignRecord.name, sizeof(foreignRecord.name), "%s", foreign.name.c_str());
-    foreignRecord.groupMask.store(foreign.groupMask);
+    zyn_fuzz::fillForeignHandler(foreignRecord, foreign.enabled, foreign.interval, foreign.prio, foreign.counter,
+                                 foreign.name, foreign.groupMask);
     addressOf.push_back(&foreignRecord);
 }
 
@@ -91,10 +83,7 @@ void Session::onTick(void* context) {
 void Session::run(const uint8_t* data, size_t size) {
     zyn_fuzz::OperationTrail::current().clear();
     prepareLibrary();
-    zyn_fuzz::ByteReader input(data, size);
-    for (size_t n = 0; n < kMaxOperations && !input.exhausted(); ++n) {
-        perform(decodeOp(input, 0), false);
-    }
+    zyn_fuzz::performOperations(data, size, &decodeOp, [this](const Op& op, bool nested) { perform(op, nested); });
     cleanUp();
 }
 
@@ -136,7 +125,7 @@ void Session::cleanUp() {
 
 void Session::perform(const Op& op, bool nested) {
     const std::string name = describe(op);
-    zyn_fuzz::OperationTrail::current().add((nested ? "    from a tick function: " : "") + name);
+    zyn_fuzz::noteOperation(name, nested);
     if (op.kind == OpKind::Tick) {
         tick();
         return;
@@ -150,11 +139,7 @@ void Session::perform(const Op& op, bool nested) {
     if (outcome.hasResult) {
         checkEqual(result, outcome.result, "result of", name);
     }
-    if (outcome.newRecord != kNoRecord) {
-        addressOf.resize(outcome.newRecord + 1, nullptr);
-        addressOf[outcome.newRecord] = slots[static_cast<size_t>(outcome.slot)];
-        check(addressOf[outcome.newRecord] != nullptr, "registration left the handle variable empty", std::string());
-    }
+    zyn_fuzz::noteNewRecord(addressOf, slots, outcome);
     ledger.verify("after " + name);
     compareState("after " + name);
 }
@@ -237,18 +222,7 @@ void Session::tick() {
 }
 
 void Session::enterTickFunction(Client& client) {
-    const std::optional<uint32_t> expected = model.nextCall();
-    if (!expected) {
-        fail("the library entered the tick function of client " + std::to_string(client.index) +
-             ", the model expects no further call in this pass");
-    }
-    const ModelRecord& record = model.records()[*expected];
-    if (record.client != client.index) {
-        fail("the library entered the tick function of client " + std::to_string(client.index) +
-             ", the model expects that of client " + std::to_string(record.client) + " (handler \"" +
-             zyn_fuzz::printable(record.name) + "\")");
-    }
-    const std::string where = "on entering the tick function of client " + std::to_string(client.index);
+    const std::string where = zyn_fuzz::expectTickFunction(model.nextCall(), model.records(), client.index, "pass");
     ledger.verify(where);
     compareState(where);
 
@@ -306,12 +280,7 @@ void Session::compareState(const std::string& where) {
             compareRecord(id, where);
         }
     }
-    for (size_t slot = 0; slot < kSlots; ++slot) {
-        const uint32_t id = model.slots()[slot];
-        if (slots[slot] != (id == kNoRecord ? nullptr : addressOf[id])) {
-            fail("handle variable " + std::to_string(slot) + " " + where);
-        }
-    }
+    zyn_fuzz::checkHandleVariables(slots, model.slots(), addressOf, where);
     checkEqual(tickScheduler.disabledGroupMask.load(), model.disabledGroups(), "disabled groups", where);
     checkEqual(tickScheduler.initialized.load(), model.initialized() ? 1u : 0u, "initialized", where);
     check(tickScheduler.tickOscillator.isFrozen() == model.frozen(), "frozen flag", where);
@@ -325,17 +294,13 @@ void Session::compareState(const std::string& where) {
 void Session::compareRecord(uint32_t id, const std::string& where) {
     const ModelRecord& expected = model.records()[id];
     const STickHandler* actual = addressOf[id];
-    const std::string about =
-        "of record " + std::to_string(id) + " \"" + zyn_fuzz::printable(expected.name) + "\" " + where;
+    const std::string about = zyn_fuzz::recordAbout(id, expected.name, where);
     checkEqual(actual->enabled.load(), expected.enabled, "enabled", about);
     checkEqual(actual->tickInterval, expected.interval, "tickInterval", about);
     checkEqual(actual->prio.load(), expected.prio, "prio", about);
     checkEqual(actual->currentInterval.load(), expected.counter, "currentInterval", about);
     checkEqual(actual->groupMask.load(), expected.groupMask, "groupMask", about);
-    check(std::memchr(actual->name, '\0', sizeof(actual->name)) != nullptr, "name is not terminated", about);
-    if (std::string(actual->name) != expected.name) {
-        fail("name " + about + ": library has \"" + zyn_fuzz::printable(actual->name) + "\"");
-    }
+    zyn_fuzz::checkRecordName(actual->name, expected.name, about);
     if (expected.place != Place::Foreign) {
         check(actual->tickReceiver.context == &clients[expected.client] &&
                   actual->tickReceiver.onTick == &Session::onTick,
@@ -345,11 +310,7 @@ void Session::compareRecord(uint32_t id, const std::string& where) {
 
 void Session::comparePlatformCalls(const std::string& where) {
     const PlatformCalls& expected = model.platformCalls();
-    const auto modules = platform_double::moduleRegistrations();
-    checkEqual(modules.size(), expected.moduleRegistrations, "module registrations", where);
-    for (const auto& module : modules) {
-        check(module.moduleId == kModuleId && module.moduleName == "CTickScheduler", "module registration", where);
-    }
+    zyn_fuzz::checkModuleRegistrations(kModuleId, "CTickScheduler", expected, where);
     const auto callbacks = platform_double::callbackRegistrations();
     checkEqual(callbacks.size(), expected.callbackRegistrations, "callback registrations", where);
     for (const auto& callback : callbacks) {
@@ -364,20 +325,7 @@ void Session::comparePlatformCalls(const std::string& where) {
                   phaseCallbackContext.callback == &CTickScheduler_OnPhaseActivation,
               "phase-callback record", where);
     }
-    size_t registrations = 0;
-    size_t withdrawals = 0;
-    for (const auto& call : platform_double::brokerCalls()) {
-        check(call.name == "ITickScheduler", "interface name", where);
-        if (call.registration) {
-            ++registrations;
-            check(call.iface != nullptr, "registered interface object", where);
-        } else {
-            ++withdrawals;
-            check(call.removedOut == nullptr, "interface withdrawal asks for the removed object", where);
-        }
-    }
-    checkEqual(registrations, expected.interfaceRegistrations, "interface registrations", where);
-    checkEqual(withdrawals, expected.interfaceWithdrawals, "interface withdrawals", where);
+    zyn_fuzz::checkInterfaceCalls("ITickScheduler", expected, where);
 }
 
 }  // namespace

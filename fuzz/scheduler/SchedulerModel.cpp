@@ -4,6 +4,7 @@
 
 #include "FuzzCheck.h"
 #include "FuzzNames.h"
+#include "ModelSupport.h"
 #include "PlatformResults.h"
 
 namespace sched_fuzz {
@@ -13,33 +14,10 @@ using zyn_fuzz::kSchedulerSource;
 
 namespace {
 
-constexpr uint32_t kError = 1;
-constexpr uint32_t kWarning = 2;
-constexpr uint32_t kInfo = 5;
+using namespace zyn_fuzz::codes;
 
-constexpr uint32_t kSuccess = 0;
-constexpr uint32_t kAlreadyInitialized = 4097;
-constexpr uint32_t kFailure = 32768;
-constexpr uint32_t kNullArgument = 32770;
-constexpr uint32_t kOutOfRange = 32771;
-constexpr uint32_t kModuleRegistrationFailed = 32775;
-constexpr uint32_t kCallbackRegistrationFailed = 32776;
-constexpr uint32_t kPhaseNotHandled = 32779;
-constexpr uint32_t kGroupIdOutOfBounds = 32782;
-constexpr uint32_t kNotInitialized = 32788;
-
-Outcome resultOf(uint32_t result) {
-    Outcome outcome;
-    outcome.hasResult = true;
-    outcome.result = result;
-    return outcome;
-}
-
-Outcome skipped() {
-    Outcome outcome;
-    outcome.skipped = true;
-    return outcome;
-}
+constexpr auto resultOf = &zyn_fuzz::resultOf<Outcome>;
+constexpr auto skipped = &zyn_fuzz::skipped<Outcome>;
 
 std::string channelText(uint32_t groupId) { return "channel " + std::to_string(groupId + 1); }
 
@@ -58,22 +36,6 @@ SchedulerModel::SchedulerModel(zyn_fuzz::TraceLedger& ledger) : ledger(ledger) {
 
 void SchedulerModel::message(uint32_t level, const std::string& function, const std::string& text) {
     ledger.message(level, kSchedulerSource, function, text);
-}
-
-ModelRecord* SchedulerModel::recordIn(uint8_t slot) {
-    if (slot >= kSlots || slotRecords[slot] == kNoRecord) {
-        return nullptr;
-    }
-    return &allRecords[slotRecords[slot]];
-}
-
-int SchedulerModel::firstFreeSlot() const {
-    for (size_t i = 0; i < kSlots; ++i) {
-        if (slotRecords[i] == kNoRecord) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
 }
 
 void SchedulerModel::removeFromList(uint32_t record) {
@@ -114,9 +76,9 @@ Outcome SchedulerModel::apply(const Op& op) {
         case OpKind::Unfreeze:
             return freeze(false);
         case OpKind::WriteEnabled:
-            return writeEnabled(op);
+            return zyn_fuzz::writeEnabled<Outcome>(recordIn(op.slot), op.a);
         case OpKind::LoadForeignRecord:
-            return loadForeignRecord();
+            return zyn_fuzz::fillFreeSlot<Outcome>(slotRecords, foreign);
         case OpKind::CopyForeignHandle:
             return copyForeignHandle(op);
         case OpKind::ArmNested:
@@ -305,26 +267,6 @@ Outcome SchedulerModel::freeze(bool on) {
     ledger.entry(kOscillatorSource, on ? "freeze" : "unfreeze");
     isFrozen = on;
     return resultOf(kSuccess);
-}
-
-Outcome SchedulerModel::writeEnabled(const Op& op) {
-    ModelRecord* record = recordIn(op.slot);
-    if (record == nullptr) {
-        return skipped();
-    }
-    record->enabled = op.a;
-    return Outcome{};
-}
-
-Outcome SchedulerModel::loadForeignRecord() {
-    const int target = firstFreeSlot();
-    if (target < 0) {
-        return skipped();
-    }
-    slotRecords[static_cast<size_t>(target)] = foreign;
-    Outcome outcome;
-    outcome.slot = target;
-    return outcome;
 }
 
 Outcome SchedulerModel::copyForeignHandle(const Op& op) {

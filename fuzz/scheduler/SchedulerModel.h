@@ -20,12 +20,14 @@
 #include <string>
 #include <vector>
 
+#include "ModelSupport.h"
 #include "SchedulerOps.h"
 #include "TraceLedger.h"
 
 namespace sched_fuzz {
 
-constexpr uint32_t kNoRecord = UINT32_MAX;
+using zyn_fuzz::kNoRecord;
+using zyn_fuzz::PlatformCalls;
 
 /// Where a record is as far as the module is concerned.
 enum class Place {
@@ -54,14 +56,6 @@ struct Outcome {
     uint32_t result = 0;
     int slot = -1;                   ///< the slot Register, LoadForeignRecord or CopyForeignHandle fills
     uint32_t newRecord = kNoRecord;  ///< the record Register creates
-};
-
-/// Counts of the calls the module must have made to the platform.
-struct PlatformCalls {
-    size_t moduleRegistrations = 0;
-    size_t callbackRegistrations = 0;
-    size_t interfaceRegistrations = 0;
-    size_t interfaceWithdrawals = 0;
 };
 
 class SchedulerModel {
@@ -109,15 +103,13 @@ private:
     Outcome enableGroup(const Op& op);
     Outcome disableGroup(const Op& op);
     Outcome freeze(bool on);
-    Outcome writeEnabled(const Op& op);
-    Outcome loadForeignRecord();
     Outcome copyForeignHandle(const Op& op);
     Outcome initialize(const Op& op);
     Outcome phase(const Op& op);
     void uninitialize();
 
-    ModelRecord* recordIn(uint8_t slot);
-    int firstFreeSlot() const;
+    ModelRecord* recordIn(uint8_t slot) { return zyn_fuzz::recordIn(allRecords, slotRecords, slot); }
+    int firstFreeSlot() const { return zyn_fuzz::firstFreeSlot(slotRecords); }
     void removeFromList(uint32_t record);
     void advance(ModelRecord& record);
     void finishCall();

@@ -12,12 +12,13 @@
 #include <vector>
 
 #include "ByteReader.h"
+#include "HarnessLimits.h"
 
 namespace sched_fuzz {
 
-constexpr size_t kSlots = 12;
-constexpr uint8_t kNullSlot = kSlots;
-constexpr size_t kClients = 8;
+using zyn_fuzz::kClients;
+using zyn_fuzz::kNullSlot;
+using zyn_fuzz::kSlots;
 
 /// The operations that may also run inside a tick function come first.
 enum class OpKind : uint8_t {
@@ -49,10 +50,9 @@ enum class OpKind : uint8_t {
 constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::TraceLevel) + 1;
 constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
 
-/// Null-argument variants of Register.
-constexpr uint8_t kNullHandleVariable = 1;
-constexpr uint8_t kNullReceiver = 2;
-constexpr uint8_t kNullName = 4;
+using zyn_fuzz::kNullHandleVariable;
+using zyn_fuzz::kNullName;
+using zyn_fuzz::kNullReceiver;
 
 /// What an armed tick function throws.
 enum class ThrowKind : uint8_t { None, RuntimeError, RangeError, LogicError, Int };
