@@ -1,9 +1,11 @@
 // Unregistering fast tick handlers outside a tick: freeing, the handle
 // variable, list failures and their message, and the unlocked variant.
 
+#include <future>
 #include <string>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "FastSchedulerFixture.h"
 
 namespace {
@@ -122,13 +124,19 @@ TEST_F(FastUnregister, LockedVariantReleasesTheMutex) {
 }
 
 TEST_F(FastUnregister, UnlockedVariantDoesNotTakeTheMutex) {
-    // Held as the dispatch would hold it around a tick function.
+    // Held as the dispatch would hold it around a tick function. The call runs
+    // on a thread of its own: a variant that took the mutex blocks there, and
+    // the test reports it after a bounded wait instead of deadlocking itself.
     registerThree();
     ASSERT_EQ(pthread_mutex_lock(&module().tickMutex), 0);
 
-    const uint32_t result = CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&audio.handle);
+    std::future<uint32_t> call = std::async(
+        std::launch::async, [this] { return CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&audio.handle); });
+    const bool returnedWhileHeld = call.wait_for(test_support::kStuckAfter) == std::future_status::ready;
     pthread_mutex_unlock(&module().tickMutex);
+    const uint32_t result = call.get();
 
+    EXPECT_TRUE(returnedWhileHeld) << "the unlocked variant waited for the mutex the tick pass holds";
     EXPECT_EQ(result, TickResult::Success);
     EXPECT_EQ(audio.handle, nullptr);
     EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, c.handle}));

@@ -317,7 +317,7 @@ TEST_F(LifecycleTest, PhaseFourteenWithoutPhaseElevenFailsWithTwoErrorLines) {
 
 TEST_F(LifecycleTest, HandlersRegisteredBeforeInitializeAreListedAndCalledAfterTheStart) {
     Probe early("Early", &log);
-    Latch called;
+    Latch called("the first tick after the oscillator started");
     early.action = [&called] { called.open(); };
     STickHandler* handle = registerProbe(early, 1);
     ASSERT_EQ(initialize(), TickResult::Success);

@@ -23,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
 #include "ModuleState.h"
@@ -153,28 +154,9 @@ protected:
 
 // ---- Threads ------------------------------------------------------------------
 
-/// A one-shot gate: wait() blocks until open() has been called.
-class Latch {
-public:
-    void open() {
-        std::lock_guard<std::mutex> lock(mutex);
-        opened = true;
-        changed.notify_all();
-    }
-    void wait() {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [this] { return opened; });
-    }
-    bool isOpen() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return opened;
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool opened = false;
-};
+/// A one-shot gate whose wait fails the run within seconds instead of
+/// hanging until CTest's timeout.
+using test_support::Latch;
 
 inline pid_t currentThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
