@@ -15,14 +15,15 @@ namespace {
 using Calls = std::vector<std::string>;
 
 // Guards against a hang only: a correct scheduler answers at once, a broken
-// one would block forever. Never used to measure anything.
-constexpr std::chrono::seconds kHangGuard{30};
+// one would block until the pass ends. Never used to measure anything.
+constexpr std::chrono::seconds kHangGuard = test_support::kStuckAfter;
 
 /// A pass held open on its own thread: a handler that announces that it runs
 /// and then blocks until released.
 class HeldPass {
 public:
-    explicit HeldPass(CallLog* log) : gate("Gate", log) {
+    explicit HeldPass(CallLog* log)
+        : gate("Gate", log), entered("the held pass reaching its gate handler"), release("the end of the held pass") {
         gate.action = [this] {
             entered.open();
             release.wait();
@@ -43,7 +44,7 @@ public:
         ticker = std::thread([this] {
             tickThreadId.store(currentThreadId());
             tick();
-            passEnded.store(true);
+            passReturned.store(true);
         });
         entered.wait();
     }
@@ -51,7 +52,8 @@ public:
     void finish(EventClock& clock) {
         releasedAt = clock.now();
         release.open();
-        ticker.join();
+        test_support::joinWhenFinished(
+            ticker, [this] { return passReturned.load(); }, "the held pass returning once released");
     }
 
     Probe gate;
@@ -59,7 +61,7 @@ public:
     Latch release;
     std::thread ticker;
     std::atomic<pid_t> tickThreadId{0};
-    std::atomic<bool> passEnded{false};
+    std::atomic<bool> passReturned{false};
     uint64_t releasedAt = 0;
 };
 
@@ -75,7 +77,10 @@ public:
             done.store(true);
         });
     }
-    void join() { thread.join(); }
+    void join() {
+        test_support::joinWhenFinished(
+            thread, [this] { return done.load(); }, "a client call returning after the pass ended");
+    }
 
     std::thread thread;
     std::atomic<pid_t> tid{0};
@@ -219,6 +224,138 @@ TEST_F(TickLockTest, ClientEnableWaitsUntilTheRunningPassHasEnded) {
     EXPECT_EQ(log.take(), (Calls{"Gate"}));
 }
 
+// ---- Every client change of the list or the masks waits for the pass ----------
+// The pass is parked in the gate handler; "After" comes behind it in the list.
+// Each operation must block until the pass has ended: had it gone through, the
+// pass would have seen a changed list or mask, and the client would have
+// returned before the release.
+
+TEST_F(TickLockTest, ClientUnregisterWaitsAndTheRunningPassStillCallsTheRecord) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [&] { return CTickScheduler_UnregisterTickHandler(&afterHandle); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "UnregisterTickHandler returned while the pass was running";
+    EXPECT_EQ(handlerList().size(), 2u) << "removed from the list while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    EXPECT_EQ(afterHandle, nullptr);
+    // The record was neither freed nor removed under the pass: it ran in it.
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
+    EXPECT_EQ(handlerList().size(), 1u);
+}
+
+TEST_F(TickLockTest, ClientPriorityChangeWaitsAndKeepsTheOrderOfTheRunningPass) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    const std::vector<STickHandler*> orderAtStart = handlerList();
+    ASSERT_NE(afterHandle->prio.load(), 0);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [&] { return CTickScheduler_SetTickPriority(afterHandle, 0); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "SetTickPriority returned while the pass was running";
+    EXPECT_EQ(handlerList(), orderAtStart) << "reordered while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
+    // Moved in front only after the pass.
+    EXPECT_EQ(handlerList().front(), afterHandle);
+    tick();
+    EXPECT_EQ(log.take(), (Calls{"After", "Gate"}));
+}
+
+TEST_F(TickLockTest, ClientDisableWaitsAndTheRunningPassStillCallsTheHandler) {
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [&] { return CTickScheduler_DisableTickHandler(afterHandle); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "DisableTickHandler returned while the pass was running";
+    EXPECT_EQ(afterHandle->enabled.load(), 1u) << "disabled while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
+    EXPECT_EQ(afterHandle->enabled.load(), 0u);
+}
+
+TEST_F(TickLockTest, ClientRemoveGroupWaitsForTheRunningPass) {
+    constexpr uint32_t kGroup = 1;
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    ASSERT_EQ(CTickScheduler_AddGroup(afterHandle, kGroup), TickResult::Success);
+    const uint32_t maskInGroup = afterHandle->groupMask.load();
+    ASSERT_NE(maskInGroup, 0u);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [&] { return CTickScheduler_RemoveGroup(afterHandle, kGroup); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "RemoveGroup returned while the pass was running";
+    EXPECT_EQ(afterHandle->groupMask.load(), maskInGroup) << "group mask changed while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    EXPECT_EQ(afterHandle->groupMask.load(), 0u);
+}
+
+TEST_F(TickLockTest, ClientDisableOfAValidGroupWaitsAndTheRunningPassStillCallsItsMembers) {
+    constexpr uint32_t kGroup = 1;
+    EventClock clock;
+    HeldPass pass(&log);
+    Probe after("After", &log);
+    pass.registerGate();
+    STickHandler* afterHandle = registerProbe(after, 1);
+    ASSERT_EQ(CTickScheduler_AddGroup(afterHandle, kGroup), TickResult::Success);
+    ASSERT_EQ(disabledGroups(), 0u);
+    pass.startAndWaitForGate();
+
+    Client client;
+    client.start(clock, [] { return CTickScheduler_DisableTickGroup(kGroup); });
+    waitUntilBlockedOrDone(client.tid, client.done);
+    EXPECT_FALSE(client.done.load()) << "DisableTickGroup returned while the pass was running";
+    EXPECT_EQ(disabledGroups(), 0u) << "group disabled while the pass was running";
+    pass.finish(clock);
+    client.join();
+
+    EXPECT_EQ(client.result, TickResult::Success);
+    EXPECT_GT(client.returnedAt, pass.releasedAt);
+    // Disabled only after the pass: its member ran in it, and not in the next.
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
+    EXPECT_NE(disabledGroups(), 0u);
+    tick();
+    EXPECT_EQ(log.take(), (Calls{"Gate"}));
+}
+
 TEST_F(TickLockTest, SeveralWaitingClientsAreAllWokenAtTheEndOfThePass) {
     EventClock clock;
     HeldPass pass(&log);
@@ -269,7 +406,7 @@ TEST_F(TickLockTest, TickFunctionFreezeOnTheOscillatorThreadReturnsAtOnce) {
     // The same on the real oscillator thread: a tick function freezes the
     // scheduler, which would deadlock if the tick thread had to wait.
     Probe freezer("Freezer", &log);
-    Latch frozen;
+    Latch frozen("the tick function's call to Freeze");
     std::atomic<uint32_t> result{0xFFFFFFFFu};
     freezer.action = [&] {
         if (!frozen.isOpen()) {
@@ -298,7 +435,6 @@ TEST_F(TickLockTest, DisableOfABadGroupDoesNotWaitForTheRunningPass) {
     std::future<uint32_t> refused = std::async(std::launch::async, [] { return CTickScheduler_DisableTickGroup(5); });
     const bool answered = refused.wait_for(kHangGuard) == std::future_status::ready;
     EXPECT_TRUE(answered) << "DisableTickGroup(5) waited for the pass";
-    EXPECT_FALSE(pass.passEnded.load());
     pass.finish(clock);
     EXPECT_EQ(refused.get(), TickResult::GroupIdOutOfBounds);
 }
@@ -347,7 +483,6 @@ TEST_F(TickLockTest, StartOffsetDoesNotWaitForTheRunningPass) {
         std::async(std::launch::async, [otherHandle] { return CTickScheduler_SetStartOffset(otherHandle, 4); });
     const bool answered = written.wait_for(kHangGuard) == std::future_status::ready;
     EXPECT_TRUE(answered) << "SetStartOffset waited for the pass";
-    EXPECT_FALSE(pass.passEnded.load());
     pass.finish(clock);
     EXPECT_EQ(written.get(), TickResult::Success);
     // Written before the pass reached the handler, which then advanced it.
