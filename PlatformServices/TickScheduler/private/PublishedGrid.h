@@ -3,7 +3,7 @@
 // TickOscillator's layout is part of the exported interface, so the grid is
 // not kept in the object: the library holds a fixed table of slots, one per
 // oscillator that has started a thread, found by the oscillator's address.
-// Each slot is a sequence lock over relaxed atomics: the oscillator thread
+// Each slot is a sequence lock over atomic fields: the oscillator thread
 // and the owner's threads write it (rarely: at start, stop and initialize),
 // any thread reads it without a lock and retries only while a write is under
 // way. Nothing here allocates.
