@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "TickResultCodes.h"
+
 namespace soak {
 
 uint64_t monotonicNs() {
@@ -10,23 +12,48 @@ uint64_t monotonicNs() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-void PassClock::onTick(void* context) {
-    auto* clock = static_cast<PassClock*>(context);
-    const uint64_t now = monotonicNs();
-    GridRecord& record = clock->record;
+bool sameGrid(const STickGrid& a, const STickGrid& b) {
+    return a.generation == b.generation && a.originNs == b.originNs && a.periodNs == b.periodNs;
+}
+
+void PassClock::placeOnGrid(int64_t nowNs) {
+    STickGrid grid{};
+    grid.size = sizeof grid;
+    if (gridQuery(&grid) != TickResult::Success || grid.running != 1 || grid.periodNs <= 0) {
+        ++record.unpublished;
+        return;
+    }
     if (record.passes == 0) {
-        record.firstNs = now;
+        record.grid = grid;
+    } else if (!sameGrid(grid, record.grid)) {
+        ++record.gridChanges;
+    }
+    // Counted from the published origin, so nothing accumulates: a pass that
+    // is late by any amount lands on the right grid point or a later one.
+    const int64_t sinceOrigin = nowNs - record.grid.originNs;
+    const int64_t point = sinceOrigin >= 0 ? sinceOrigin / record.grid.periodNs : -1;
+    record.beforePointOne += point < 1 ? 1 : 0;
+    if (record.passes == 0) {
+        record.firstPoint = point;
     } else {
-        const uint64_t gap = now - record.lastNs;
-        // A gap rounds to a whole number of periods; more than one means the
-        // grid points in between were passed over, not delivered late. A late
-        // pass followed by a punctual one gives a long and a short gap, which
-        // round to the same sum as two regular ones.
-        const uint64_t periods = (gap + clock->periodNs / 2) / clock->periodNs;
-        record.gridSteps += periods;
-        record.skippedPeriods += periods > 1 ? periods - 1 : 0;
+        if (point <= record.lastPoint) {
+            ++record.sharedPoints;
+        } else {
+            record.skippedPoints += static_cast<uint64_t>(point - record.lastPoint - 1);
+        }
+        const int64_t gap = nowNs - record.lastNs;
         record.longestGapNs = gap > record.longestGapNs ? gap : record.longestGapNs;
     }
+    record.lastPoint = point;
+}
+
+void PassClock::onTick(void* context) {
+    auto* clock = static_cast<PassClock*>(context);
+    const auto now = static_cast<int64_t>(monotonicNs());
+    if (clock->gridQuery != nullptr) {
+        clock->placeOnGrid(now);
+    }
+    GridRecord& record = clock->record;
     record.lastNs = now;
     ++record.passes;
     clock->pass.store(record.passes, std::memory_order_release);

@@ -1,29 +1,44 @@
 // The metronome of one scheduler: a handler that runs first in every tick
 // pass and numbers the passes, so that client threads can tell which passes
-// an operation of theirs fell between; and a record of when the passes ran,
-// to check that they stay on the oscillator's grid.
+// an operation of theirs fell between; and a record of the grid points the
+// passes ran on, counted from the origin the oscillator publishes, to check
+// that they stay on its grid.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
 #include "ITickReceiver.h"
+#include "TickGrid.h"
 
 namespace soak {
 
-/// Timing of the passes, kept by the tick thread, read after it has stopped.
+/// Where the passes fell on the published grid, kept by the tick thread,
+/// read after it has stopped. Each pass belongs to the last grid point at or
+/// before it: (now - origin) / period.
 struct GridRecord {
     uint64_t passes = 0;
-    uint64_t firstNs = 0;
-    uint64_t lastNs = 0;
-    uint64_t gridSteps = 0;       ///< the gaps between passes, each rounded to whole periods, summed
-    uint64_t skippedPeriods = 0;  ///< grid points passed over (gaps of two periods or more)
-    uint64_t longestGapNs = 0;
+    /// The grid published when the first pass ran.
+    STickGrid grid{};
+    int64_t firstPoint = 0;
+    int64_t lastPoint = 0;
+    uint64_t skippedPoints = 0;   ///< grid points between passes without one
+    uint64_t beforePointOne = 0;  ///< passes before grid point 1 (early: no tick is due at the origin)
+    uint64_t sharedPoints = 0;    ///< passes on a grid point that already had one
+    uint64_t gridChanges = 0;     ///< passes that found another grid than the first pass (a restart)
+    uint64_t unpublished = 0;     ///< passes on which the query did not report a running grid
+    int64_t longestGapNs = 0;
+    int64_t lastNs = 0;
 };
+
+/// The grid query of a scheduler (CTickScheduler_GetTickGrid or
+/// CTickSchedulerFast_GetTickGrid).
+using GridQuery = uint32_t (*)(STickGrid*);
 
 class PassClock {
 public:
-    explicit PassClock(uint32_t periodNs) : periodNs(periodNs) {}
+    /// `query` null: the passes are numbered, their grid is not checked.
+    explicit PassClock(GridQuery query) : gridQuery(query) {}
 
     ITickReceiver receiver() { return ITickReceiver{this, &PassClock::onTick}; }
 
@@ -32,17 +47,20 @@ public:
 
     /// Only once the oscillator has stopped or the metronome is unregistered.
     const GridRecord& grid() const { return record; }
-    uint32_t period() const { return periodNs; }
 
 private:
     static void onTick(void* context);
+    void placeOnGrid(int64_t nowNs);
 
-    const uint32_t periodNs;
+    const GridQuery gridQuery;
     std::atomic<uint64_t> pass{0};
     GridRecord record;
 };
 
 /// Now on the monotonic clock, in nanoseconds.
 uint64_t monotonicNs();
+
+/// The same origin, period and generation.
+bool sameGrid(const STickGrid& a, const STickGrid& b);
 
 }  // namespace soak

@@ -91,7 +91,7 @@ Schedulers startUp() {
 /// handlers at once as the soak will ever have, all removing themselves in
 /// the same pass.
 void warmUp(const SchedulerApi& api, size_t handlers) {
-    PassClock idle(1);
+    PassClock idle(nullptr);
     std::vector<std::unique_ptr<HandlerSlot>> slots;
     if (!api.fast) {
         check(api.scheduler->Freeze() == TickResult::Success, "Freeze failed");
@@ -140,7 +140,7 @@ void warmUpThreads(size_t count) {
 }
 
 struct Metronome {
-    explicit Metronome(uint32_t periodNs) : clock(periodNs) {}
+    explicit Metronome(GridQuery query) : clock(query) {}
     PassClock clock;
     STickHandler* handle = nullptr;
 };
@@ -156,31 +156,35 @@ void startMetronome(const SchedulerApi& api, Metronome& metronome) {
     }
 }
 
-/// The gaps between passes, in whole periods, must add up to the span from
-/// the first to the last pass: a loop that drifts falls behind its grid, and
-/// its gaps, each a period and a little, add up to less.
-bool checkGrid(const char* name, const GridRecord& grid, uint32_t periodNs) {
+/// Every pass on a grid point of its own, none before grid point 1, all on
+/// the grid the oscillator published at its start: counted from the
+/// published origin, so the check is exact whatever the length of the run.
+bool checkGrid(const char* name, const GridRecord& grid, int64_t periodNs) {
     if (grid.passes < 2) {
         Violations::instance().report("%s: only %" PRIu64 " passes", name, grid.passes);
         return false;
     }
-    const double span = static_cast<double>(grid.lastNs - grid.firstNs);
-    const auto expected = static_cast<int64_t>(std::llround(span / periodNs)) + 1;
-    const int64_t accounted = static_cast<int64_t>(grid.gridSteps) + 1;
-    const int64_t drift = expected - accounted;
-    // Rounding each gap can go wrong only when a pass is more than half a
-    // period later than the one before it; those errors mostly cancel. A
-    // drifting loop is off by its overhead every period, far more than this.
-    const int64_t tolerance = 2 + static_cast<int64_t>(grid.passes / 10000);
-    std::printf("%-9s passes %" PRIu64 ", grid points passed over %" PRIu64 ", grid points in %.3f s: %" PRId64
-                ", difference %" PRId64 " (allowed %" PRId64 "), longest gap %.3f ms\n",
-                name, grid.passes, grid.skippedPeriods, span / 1e9, expected, drift, tolerance,
-                static_cast<double>(grid.longestGapNs) / 1e6);
-    if (std::llabs(drift) > tolerance) {
-        Violations::instance().report("%s: %" PRId64 " passes off its grid", name, drift);
-        return false;
-    }
-    return true;
+    std::printf("%-9s passes %" PRIu64 " on grid points %" PRId64 " to %" PRId64
+                " of a %.3f ms grid, generation %" PRIu64 ": points without a pass %" PRIu64 ", longest gap %.3f ms\n",
+                name, grid.passes, grid.firstPoint, grid.lastPoint, static_cast<double>(grid.grid.periodNs) / 1e6,
+                grid.grid.generation, grid.skippedPoints, static_cast<double>(grid.longestGapNs) / 1e6);
+    bool passed = true;
+    const auto fail = [&](uint64_t count, const char* what) {
+        if (count != 0) {
+            Violations::instance().report("%s: %" PRIu64 " %s", name, count, what);
+            passed = false;
+        }
+    };
+    fail(grid.unpublished, "passes found no running grid");
+    fail(grid.gridChanges, "passes found another grid than the first pass");
+    fail(grid.beforePointOne, "passes before grid point 1");
+    fail(grid.sharedPoints, "passes on a grid point that already had one");
+    fail(grid.grid.periodNs != periodNs ? 1 : 0, "grid with a wrong period");
+    // Every pass but the gaps is on its own point: the points from the first
+    // to the last are the passes plus the points without one.
+    const auto pointsSpanned = static_cast<uint64_t>(grid.lastPoint - grid.firstPoint + 1);
+    fail(pointsSpanned != grid.passes + grid.skippedPoints ? 1 : 0, "grid points miscounted");
+    return passed;
 }
 
 struct Client {
@@ -208,8 +212,8 @@ int runSoak(const SoakOptions& options) {
     warmUp(scheduler, 1 + 3 * ChurnClient::capacity());
     warmUp(fast, 1 + 2 * ChurnClient::capacity());
 
-    Metronome schedulerMetronome(kSchedulerPeriodNs);
-    Metronome fastMetronome(kFastPeriodNs);
+    Metronome schedulerMetronome(&CTickScheduler_GetTickGrid);
+    Metronome fastMetronome(&CTickSchedulerFast_GetTickGrid);
     startMetronome(scheduler, schedulerMetronome);
     startMetronome(fast, fastMetronome);
     waitFor([&] { return schedulerMetronome.clock.current() > 10 && fastMetronome.clock.current() > 10; },

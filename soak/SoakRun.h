@@ -3,8 +3,9 @@
 // it), churns handlers from several client threads for the chosen time, and
 // checks at the end: no violation seen by the clients (wrong or missed calls,
 // calls after unregistration, unexpected results), no error or warning
-// traced, every pass on its oscillator's grid with no drift, and the heap
-// back at its starting level once every churned handler is gone.
+// traced, every pass on a grid point of its own counted from the origin its
+// oscillator published, and the heap back at its starting level once every
+// churned handler is gone.
 #pragma once
 
 #include <cstdint>

@@ -17,7 +17,9 @@
 ///
 /// Tick k is due at start + k x period, where start is the instant the thread
 /// began. A late wake-up or a long tick callback never shortens later periods:
-/// grid points that have passed are skipped, not delivered in a burst.
+/// grid points that have passed are skipped, not delivered in a burst. The
+/// thread publishes its start instant before its first tick, outside the
+/// object; the owning schedulers answer for it (TickGrid.h).
 ///
 /// Threads: the owner calls the operations; the oscillator thread runs `run`
 /// and reads `running`, `frozen`, `receiver`, `delay` and `compensation` on

@@ -13,6 +13,9 @@ namespace TickResult {
 constexpr uint32_t Success = 0;
 /// The module was already initialised; nothing was done (not an error).
 constexpr uint32_t AlreadyInitialized = 4097;  // 0x1001
+/// The tick grid query filled its record, and the oscillator does not run
+/// (not an error; see TickGrid.h).
+constexpr uint32_t GridNotRunning = 4098;  // 0x1002
 /// General failure.
 constexpr uint32_t Failure = 32768;  // 0x8000
 /// A required pointer or handle is null; for the oscillator, a bad delay.

@@ -10,6 +10,7 @@
 #include "ITickScheduler.h"
 #include "ITickSchedulerFast.h"
 #include "STickHandler.h"
+#include "TickGrid.h"
 #include "TickOscillator.h"
 #include "TickResultCodes.h"
 #include "TickSchedulerExport.h"

@@ -20,6 +20,9 @@ using elf_inspection::Symbol;
 const std::string kLibrary = ZYN_TS_SHARED_LIBRARY_PATH;
 const std::string kAbiVersion = ZYN_TS_ABI_VERSION;
 const std::string kVersionNode = "ZYN_TICK_SCHEDULER_" + kAbiVersion;
+/// The node of the additions of the first minor version; it inherits
+/// kVersionNode, which stays as it was released.
+const std::string kGridVersionNode = kVersionNode + ".1";
 
 const SharedObject& library() {
     static const SharedObject object = elf_inspection::readSharedObject(kLibrary);
@@ -47,6 +50,12 @@ const std::set<std::string>& cFunctions() {
         "CTickSchedulerFast_Initialize",
         "CTickSchedulerFast_Uninitialize",
     };
+    return names;
+}
+
+/// The tick grid queries, added under kGridVersionNode.
+const std::set<std::string>& gridFunctions() {
+    static const std::set<std::string> names = {"CTickScheduler_GetTickGrid", "CTickSchedulerFast_GetTickGrid"};
     return names;
 }
 
@@ -99,6 +108,7 @@ const std::set<std::string>& iInterfaceAllowed() {
 
 std::set<std::string> requiredExports() {
     std::set<std::string> names = cFunctions();
+    names.insert(gridFunctions().begin(), gridFunctions().end());
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -144,13 +154,23 @@ TEST(SharedLibrary, SonameCarriesTheAbiMajorVersion) {
     EXPECT_EQ("libZynTickScheduler.so.1", library().soname) << "the first ABI is major version 1";
 }
 
-TEST(SharedLibrary, ExportsAreBoundToTheAbiVersionNode) {
-    EXPECT_EQ(std::vector<std::string>{kVersionNode}, library().versionNodes);
+TEST(SharedLibrary, DefinesTheAbiVersionNodeAndTheGridNode) {
+    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode}), library().versionNodes);
+}
+
+TEST(SharedLibrary, GridQueriesAreBoundToTheGridNodeAndEverythingElseToTheAbiNode) {
+    const std::vector<std::string>& nodes = library().versionNodes;
+    size_t gridBound = 0;
     for (const Symbol& symbol : library().dynamicSymbols) {
-        if (symbol.defined && symbol.global && symbol.name != kVersionNode) {
-            EXPECT_EQ(kVersionNode, symbol.version) << demangle(symbol.name);
+        const bool isNode = std::find(nodes.begin(), nodes.end(), symbol.name) != nodes.end();
+        if (!symbol.defined || !symbol.global || isNode) {
+            continue;
         }
+        const bool isGridQuery = gridFunctions().count(symbol.name) != 0;
+        EXPECT_EQ(isGridQuery ? kGridVersionNode : kVersionNode, symbol.version) << demangle(symbol.name);
+        gridBound += isGridQuery ? 1 : 0;
     }
+    EXPECT_EQ(gridFunctions().size(), gridBound);
 }
 
 TEST(ExportedSymbols, TickOscillatorIsExportedWithItsTypeInformation) {

@@ -1,5 +1,6 @@
-// What the shared library exports of the fast module: its start-up and
-// shut-down by name, its interface class, and nothing else.
+// What the shared library exports of the fast module: its start-up,
+// shut-down and tick grid query by name, its interface class, and nothing
+// else.
 
 #include <elf.h>
 #include <link.h>
@@ -67,9 +68,10 @@ protected:
     std::set<std::string> exported;
 };
 
-TEST_F(FastExports, OnlyInitializeAndUninitializeAreExportedByName) {
+TEST_F(FastExports, OnlyStartUpShutDownAndTheGridQueryAreExportedByName) {
     EXPECT_EQ(withPrefix(exported, "CTickSchedulerFast_"),
-              (std::vector<std::string>{"CTickSchedulerFast_Initialize", "CTickSchedulerFast_Uninitialize"}));
+              (std::vector<std::string>{"CTickSchedulerFast_GetTickGrid", "CTickSchedulerFast_Initialize",
+                                        "CTickSchedulerFast_Uninitialize"}));
 }
 
 TEST_F(FastExports, ModuleStateStaysInsideTheLibrary) {

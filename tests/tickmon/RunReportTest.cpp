@@ -18,8 +18,8 @@ RunReport sampleReport() {
     report.elapsedNs = 1002000000;
     report.passes = 6;
     report.ticks =
-        analyzeTicks(synthetic::timestamps({{0, 2000}, {1, 4000}, {2, 2000}, {4, 12000}, {5, 2000}, {6, 3000}}),
-                     synthetic::kPeriodNs);
+        analyzeTicks(synthetic::timestamps({{1, 2000}, {2, 4000}, {3, 2000}, {5, 12000}, {6, 2000}, {7, 3000}}),
+                     PublishedGrid{synthetic::kOriginNs, synthetic::kPeriodNs, 4});
     report.handlers = checkHandlers(6, {{"tickmon-handler-0", 1, 6}, {"tickmon-handler-1", 3, 1}});
     report.thread.found = true;
     report.thread.tid = 4321;
@@ -44,12 +44,18 @@ TEST(RunReport, TextShowsEveryFigure) {
     EXPECT_TRUE(contains(text, "  expected      6000.000 us\n")) << text;
     EXPECT_TRUE(contains(text, "  min           5990.000 us\n")) << text;
     EXPECT_TRUE(contains(text, "  max          12010.000 us\n")) << text;
-    EXPECT_TRUE(contains(text, "  p99             10.000 us\n")) << text;
-    EXPECT_TRUE(contains(text, "  max             10.000 us\n")) << text;
+    EXPECT_TRUE(contains(text, "  p99             12.000 us\n")) << text;
+    EXPECT_TRUE(contains(text, "  max             12.000 us\n")) << text;
     EXPECT_TRUE(contains(text, "  recorded             6\n")) << text;
     EXPECT_TRUE(contains(text, "  expected             7  (grid points")) << text;
-    EXPECT_TRUE(contains(text, "  missed               1\n")) << text;
-    EXPECT_TRUE(contains(text, "  drift")) << text;
+    EXPECT_TRUE(contains(text, "  missed               1  (grid points without a tick)\n")) << text;
+    EXPECT_FALSE(contains(text, "drift")) << text;
+    EXPECT_TRUE(contains(text, "  origin    123456.789012 s")) << text;
+    EXPECT_TRUE(contains(text, "  period        6000.000 us\n")) << text;
+    EXPECT_TRUE(contains(text, "  generation           4\n")) << text;
+    EXPECT_TRUE(contains(text, "  no tick before its grid point              ok   (0 early)")) << text;
+    EXPECT_TRUE(contains(text, "  no grid point with more than one tick      ok   (0 extra)")) << text;
+    EXPECT_TRUE(contains(text, "  every handler called as its interval says  FAIL\n")) << text;
     EXPECT_TRUE(contains(text, "tickmon-handler-1    interval 3               1 / 2          WRONG")) << text;
     EXPECT_TRUE(contains(text, "tickmon-handler-0    interval 1               6 / 6          ok")) << text;
     EXPECT_TRUE(contains(text, "  name      zyn-ts-osc6 (tid 4321)\n")) << text;
@@ -65,9 +71,21 @@ TEST(RunReport, TextSaysPassWhenEveryHandlerIsRight) {
     EXPECT_TRUE(contains(formatReport(report), "Self-test: PASS"));
 }
 
+TEST(RunReport, TextNamesTheGridItemThatFailed) {
+    RunReport report = sampleReport();
+    report.ticks = analyzeTicks(synthetic::timestamps({{1, 2000}, {1, 5000000}, {2, 2000}}),
+                                PublishedGrid{synthetic::kOriginNs, synthetic::kPeriodNs, 1});
+    report.passed = false;
+    const std::string text = formatReport(report);
+    EXPECT_TRUE(contains(text, "  no tick before its grid point              ok   (0 early)")) << text;
+    EXPECT_TRUE(contains(text, "  no grid point with more than one tick      FAIL (1 extra)")) << text;
+    EXPECT_TRUE(contains(text, "Self-test: FAIL")) << text;
+}
+
 TEST(RunReport, JsonHoldsEveryFigureAndTheSettings) {
     const json_reader::Value doc = json_reader::parse(formatJson(sampleReport()));
     EXPECT_EQ(doc["tool"].text, "zyn-tickmon");
+    EXPECT_EQ(doc["version"].number, 2);
     EXPECT_EQ(doc["settings"]["duration_ns"].number, 1e9);
     EXPECT_EQ(doc["settings"]["ticks"].kind, json_reader::Value::Kind::Null);
     EXPECT_EQ(doc["settings"]["priority"].number, 2);
@@ -82,11 +100,17 @@ TEST(RunReport, JsonHoldsEveryFigureAndTheSettings) {
     for (const char* field : {"min", "mean", "p50", "p99", "p99_9", "max"}) {
         EXPECT_TRUE(doc["latency_ns"].has(field)) << field;
     }
-    EXPECT_EQ(doc["latency_ns"]["max"].number, 10000);
+    EXPECT_EQ(doc["latency_ns"]["min"].number, 2000);
+    EXPECT_EQ(doc["latency_ns"]["max"].number, 12000);
     EXPECT_EQ(doc["ticks"]["recorded"].number, 6);
     EXPECT_EQ(doc["ticks"]["expected"].number, 7);
     EXPECT_EQ(doc["ticks"]["missed"].number, 1);
-    EXPECT_TRUE(doc["ticks"].has("drift_ns"));
+    EXPECT_EQ(doc["ticks"]["before_their_grid_point"].number, 0);
+    EXPECT_EQ(doc["ticks"]["on_a_grid_point_already_ticked"].number, 0);
+    EXPECT_FALSE(doc["ticks"].has("drift_ns"));
+    EXPECT_EQ(doc["grid"]["origin_ns"].number, static_cast<double>(synthetic::kOriginNs));
+    EXPECT_EQ(doc["grid"]["period_ns"].number, 6e6);
+    EXPECT_EQ(doc["grid"]["generation"].number, 4);
     ASSERT_EQ(doc["handlers"].items.size(), 2u);
     EXPECT_EQ(doc["handlers"].items[1]["name"].text, "tickmon-handler-1");
     EXPECT_EQ(doc["handlers"].items[1]["expected"].number, 2);

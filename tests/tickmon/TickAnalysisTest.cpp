@@ -2,19 +2,31 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
+#include "LiveStatus.h"
 #include "SyntheticTicks.h"
 
 namespace tickmon {
 namespace {
 
+using synthetic::kOriginNs;
 using synthetic::kPeriodNs;
+
+const PublishedGrid kGrid{kOriginNs, kPeriodNs, 3};
+
+/// Ticks on points 1..count, tick on point k late by latencyOf(k).
+template <typename LatencyOf>
+std::vector<int64_t> fromPointOne(int64_t count, LatencyOf latencyOf) {
+    auto ticks = synthetic::consecutive(count, [&](int64_t i) { return latencyOf(i + 1); });
+    for (synthetic::Tick& tick : ticks) {
+        tick.gridIndex += 1;
+    }
+    return synthetic::timestamps(ticks);
+}
 
 TEST(TickAnalysis, PeriodStatisticsOfKnownTimestamps) {
     // Latencies 0, 2, 0, 2, ... us: periods alternate 6002 and 5998 us.
-    const auto ticks = synthetic::consecutive(101, [](int64_t i) -> int64_t { return i % 2 == 0 ? 0 : 2000; });
-    const TickAnalysis analysis = analyzeTicks(synthetic::timestamps(ticks), kPeriodNs);
+    const TickAnalysis analysis =
+        analyzeTicks(fromPointOne(101, [](int64_t k) -> int64_t { return k % 2 == 0 ? 2000 : 0; }), kGrid);
     EXPECT_EQ(analysis.period.count, 100u);
     EXPECT_DOUBLE_EQ(analysis.period.min, 5998000.0);
     EXPECT_DOUBLE_EQ(analysis.period.max, 6002000.0);
@@ -23,55 +35,61 @@ TEST(TickAnalysis, PeriodStatisticsOfKnownTimestamps) {
     EXPECT_EQ(analysis.periodNs, kPeriodNs);
 }
 
-TEST(TickAnalysis, LatencySummaryOfKnownTimestamps) {
-    // Latencies 5 + (i mod 1000) us for 1000 ticks: after the earliest, 0..999 us.
-    const auto ticks = synthetic::consecutive(1000, [](int64_t i) -> int64_t { return 5000 + (i * 7 % 1000) * 1000; });
-    const TickAnalysis analysis = analyzeTicks(synthetic::timestamps(ticks), kPeriodNs);
+TEST(TickAnalysis, LatencySummaryIsMeasuredFromEachGridPoint) {
+    // Latencies 5 + (k x 7 mod 1000) us: 5 to 1004 us after their grid points.
+    const TickAnalysis analysis =
+        analyzeTicks(fromPointOne(1000, [](int64_t k) -> int64_t { return 5000 + (k * 7 % 1000) * 1000; }), kGrid);
     EXPECT_EQ(analysis.latency.count, 1000u);
-    EXPECT_EQ(analysis.latency.min, 0);
-    EXPECT_DOUBLE_EQ(analysis.latency.mean, 499500.0);
-    EXPECT_EQ(analysis.latency.p50, 499000);
-    EXPECT_EQ(analysis.latency.p99, 989000);
-    EXPECT_EQ(analysis.latency.p999, 998000);
-    EXPECT_EQ(analysis.latency.max, 999000);
+    EXPECT_EQ(analysis.latency.min, 5000);
+    EXPECT_DOUBLE_EQ(analysis.latency.mean, 504500.0);
+    EXPECT_EQ(analysis.latency.p50, 504000);
+    EXPECT_EQ(analysis.latency.p99, 994000);
+    EXPECT_EQ(analysis.latency.p999, 1003000);
+    EXPECT_EQ(analysis.latency.max, 1004000);
     ASSERT_EQ(analysis.latenciesNs.size(), 1000u);
-    EXPECT_EQ(analysis.latenciesNs[1], 7000);
+    EXPECT_EQ(analysis.latenciesNs[1], 5000 + 14000);
 }
 
-TEST(TickAnalysis, CountsMissedGridPoints) {
+TEST(TickAnalysis, CountsGridPointsWithoutATickFromPointOne) {
     const std::vector<int64_t> timestamps =
-        synthetic::timestamps({{0, 1000}, {1, 1200}, {2, 1000}, {5, 1100}, {6, 1000}, {9, 1000}});
-    const TickAnalysis analysis = analyzeTicks(timestamps, kPeriodNs);
+        synthetic::timestamps({{1, 1000}, {2, 1200}, {3, 1000}, {6, 1100}, {7, 1000}, {10, 1000}});
+    const TickAnalysis analysis = analyzeTicks(timestamps, kGrid);
     EXPECT_EQ(analysis.recordedTicks, 6u);
     EXPECT_EQ(analysis.expectedTicks, 10u);
     EXPECT_EQ(analysis.missedTicks, 4u);
-    EXPECT_LT(std::fabs(analysis.drift.ns), 1.0);
+    EXPECT_TRUE(gridSelfTestPassed(analysis));
 }
 
-TEST(TickAnalysis, AnExactRunHasNothingMissedAndNoDrift) {
-    const auto ticks = synthetic::consecutive(500, [](int64_t i) -> int64_t { return 4000 + (i % 3) * 100; });
-    const TickAnalysis analysis = analyzeTicks(synthetic::timestamps(ticks), kPeriodNs);
-    EXPECT_EQ(analysis.recordedTicks, 500u);
-    EXPECT_EQ(analysis.expectedTicks, 500u);
-    EXPECT_EQ(analysis.missedTicks, 0u);
-    EXPECT_LT(std::fabs(analysis.drift.ns), 1.0);
-    EXPECT_EQ(analysis.latency.max, 200);
+TEST(TickAnalysis, AnEarlyTickOrASharedGridPointFailsTheGridSelfTest) {
+    const TickAnalysis early = analyzeTicks(synthetic::timestamps({{0, 3000}, {1, 1000}}), kGrid);
+    EXPECT_EQ(early.ticksBeforeTheirGridPoint, 1u);
+    EXPECT_FALSE(gridSelfTestPassed(early));
+
+    const TickAnalysis shared = analyzeTicks(synthetic::timestamps({{1, 1000}, {1, 5000000}, {2, 1000}}), kGrid);
+    EXPECT_EQ(shared.ticksOnAGridPointAlreadyTicked, 1u);
+    EXPECT_FALSE(gridSelfTestPassed(shared));
+}
+
+TEST(TickAnalysis, FinalStatusLineShowsTheReportsFigures) {
+    const TickAnalysis analysis =
+        analyzeTicks(synthetic::timestamps({{1, 13400}, {2, 25900}, {4, 14000}, {5, 100000}}), kGrid);
+    const StatusFigures figures = statusFigures(analysis.tally, 0, 0);
+    EXPECT_EQ(figures.ticks, analysis.recordedTicks);
+    EXPECT_EQ(figures.missed, analysis.missedTicks);
+    EXPECT_EQ(figures.latency.minUs, static_cast<uint64_t>(analysis.latency.min / 1000));
+    EXPECT_EQ(figures.latency.avgUs, static_cast<uint64_t>(analysis.latency.mean / 1000));
+    EXPECT_EQ(figures.latency.maxUs, static_cast<uint64_t>(analysis.latency.max / 1000));
+    EXPECT_EQ(figures.missed, 1u);
+    EXPECT_EQ(figures.latency.minUs, 13u);
 }
 
 TEST(TickAnalysis, NoTimestampsGiveAnEmptyAnalysis) {
-    const TickAnalysis analysis = analyzeTicks({}, kPeriodNs);
+    const TickAnalysis analysis = analyzeTicks({}, kGrid);
     EXPECT_EQ(analysis.recordedTicks, 0u);
     EXPECT_EQ(analysis.expectedTicks, 0u);
     EXPECT_EQ(analysis.latency.count, 0u);
     EXPECT_EQ(analysis.period.count, 0u);
-}
-
-TEST(TickAnalysis, OneTimestampIsOneExpectedTick) {
-    const TickAnalysis analysis = analyzeTicks({synthetic::kOriginNs}, kPeriodNs);
-    EXPECT_EQ(analysis.recordedTicks, 1u);
-    EXPECT_EQ(analysis.expectedTicks, 1u);
-    EXPECT_EQ(analysis.missedTicks, 0u);
-    EXPECT_EQ(analysis.latency.max, 0);
+    EXPECT_EQ(analysis.grid.generation, 3u);
 }
 
 }  // namespace

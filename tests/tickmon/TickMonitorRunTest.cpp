@@ -122,8 +122,9 @@ TEST(TickMonitorRun, ShortRunPassesAndReportsEverySection) {
     ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
     for (const char* section :
          {"Tick period (probe handler, interval 1)", "Latency after the 6 ms grid", "p99.9", "Ticks\n", "missed",
-          "Handlers (calls made / calls expected", "tickmon-handler-3    interval 1", "Oscillator thread (from /proc)",
-          "name      zyn-ts-osc6", "policy    SCHED_", "Self-test: PASS"}) {
+          "Grid (published by the scheduler)", "Handlers (calls made / calls expected",
+          "tickmon-handler-3    interval 1", "Oscillator thread (from /proc)", "name      zyn-ts-osc6",
+          "policy    SCHED_", "Self-test: PASS"}) {
         EXPECT_TRUE(contains(run.out, section)) << section << "\n" << run.out;
     }
     EXPECT_FALSE(contains(run.out, "WRONG")) << run.out;
@@ -158,13 +159,22 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
     EXPECT_GE(recorded, 1.0);
     EXPECT_LE(recorded, gridPoints) << "wall time " << run.wallNs << " ns";
     EXPECT_LE(passes, gridPoints) << "wall time " << run.wallNs << " ns";
-    // The grid the analysis fitted puts no two ticks on one grid point, and
+    // The published grid puts no two ticks on one grid point, and
     // spans no more grid points than the run had.
     const double gridPointsSpanned = doc["ticks"]["expected"].number;
     EXPECT_GE(gridPointsSpanned, recorded);
     EXPECT_LE(gridPointsSpanned, gridPoints);
     // Never early: no tick comes before its grid point.
     EXPECT_GE(doc["latency_ns"]["min"].number, 0.0);
+    // The exact grid the scheduler published: every grid point of the run is
+    // either ticked or missed, none early, none twice.
+    EXPECT_EQ(doc["version"].number, 2);
+    EXPECT_EQ(doc["grid"]["period_ns"].number, kGridPeriodNs);
+    EXPECT_EQ(doc["grid"]["generation"].number, 1);
+    EXPECT_GT(doc["grid"]["origin_ns"].number, 0);
+    EXPECT_EQ(gridPointsSpanned, recorded + doc["ticks"]["missed"].number);
+    EXPECT_EQ(doc["ticks"]["before_their_grid_point"].number, 0);
+    EXPECT_EQ(doc["ticks"]["on_a_grid_point_already_ticked"].number, 0);
 
     // Each handler of interval k is called on every k-th pass, counted by its
     // own tick function; the passes are counted by the probe.
@@ -310,6 +320,31 @@ TEST(TickMonitorRun, StatusLinesArePlainWhenNotOnATerminal) {
     }
     EXPECT_GE(statusLines, 1) << run.err;
     EXPECT_FALSE(contains(run.err, "\r")) << run.err;
+}
+
+TEST(TickMonitorRun, LastStatusLineShowsTheReportsFigures) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "1200ms", "--handlers", "0", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    std::istringstream lines(run.err);
+    std::string line;
+    std::string last;
+    while (std::getline(lines, line)) {
+        if (line.rfind("ticks ", 0) == 0) {
+            last = line;
+        }
+    }
+    ASSERT_FALSE(last.empty()) << run.err;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    const auto wholeUs = [](double ns) { return std::to_string(static_cast<uint64_t>(ns / 1000.0)); };
+    const std::string figures = "latency min " + wholeUs(doc["latency_ns"]["min"].number) + " avg " +
+                                wholeUs(doc["latency_ns"]["mean"].number) + " max " +
+                                wholeUs(doc["latency_ns"]["max"].number) + " us  missed " +
+                                std::to_string(static_cast<uint64_t>(doc["ticks"]["missed"].number));
+    EXPECT_EQ(last.rfind("ticks " + std::to_string(static_cast<uint64_t>(doc["ticks"]["recorded"].number)) + " ", 0),
+              0u)
+        << last;
+    EXPECT_TRUE(contains(last, figures)) << last << "\nexpected: " << figures;
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ void appendPeriod(std::string& out, const RunReport& report) {
 
 void appendLatency(std::string& out, const RunReport& report) {
     const LatencySummary& l = report.ticks.latency;
-    appendf(out, "\nLatency after the %.0f ms grid (phase estimated from the run: the earliest tick is 0)\n",
+    appendf(out, "\nLatency after the %.0f ms grid (from the grid point each tick was due on)\n",
             static_cast<double>(report.ticks.periodNs) / 1e6);
     appendf(out, "  min       %12.3f us\n", toUs(l.min));
     appendf(out, "  mean      %12.3f us\n", toUs(l.mean));
@@ -81,14 +81,34 @@ void appendTicks(std::string& out, const RunReport& report) {
     const TickAnalysis& t = report.ticks;
     out += "\nTicks\n";
     appendf(out, "  recorded  %12" PRIu64 "\n", t.recordedTicks);
-    appendf(out, "  expected  %12" PRIu64 "  (grid points from the first tick to the last)\n", t.expectedTicks);
-    appendf(out, "  missed    %12" PRIu64 "\n", t.missedTicks);
-    appendf(out, "  drift     %+12.5f ticks  (%+.3f us over the run, %+.4f ppm)\n", t.drift.ticks, toUs(t.drift.ns),
-            t.drift.ppm);
+    appendf(out, "  expected  %12" PRIu64 "  (grid points from the first due one to the last tick's)\n",
+            t.expectedTicks);
+    appendf(out, "  missed    %12" PRIu64 "  (grid points without a tick)\n", t.missedTicks);
     if (report.lostTimestamps > 0) {
         appendf(out, "  lost      %12" PRIu64 "  timestamps (the monitor fell behind; not counted above)\n",
                 report.lostTimestamps);
     }
+}
+
+void appendGrid(std::string& out, const RunReport& report) {
+    const PublishedGrid& g = report.ticks.grid;
+    out += "\nGrid (published by the scheduler)\n";
+    appendf(out, "  origin    %12.6f s  (CLOCK_MONOTONIC, grid point 0)\n", static_cast<double>(g.originNs) / 1e9);
+    appendf(out, "  period    %12.3f us\n", toUs(g.periodNs));
+    appendf(out, "  generation%12" PRIu64 "\n", g.generation);
+}
+
+const char* verdict(bool ok) { return ok ? "ok" : "FAIL"; }
+
+void appendSelfTest(std::string& out, const RunReport& report) {
+    const TickAnalysis& t = report.ticks;
+    out += "\nSelf-test\n";
+    appendf(out, "  %-42s %-4s (%" PRIu64 " early)\n", "no tick before its grid point",
+            verdict(t.ticksBeforeTheirGridPoint == 0), t.ticksBeforeTheirGridPoint);
+    appendf(out, "  %-42s %-4s (%" PRIu64 " extra)\n", "no grid point with more than one tick",
+            verdict(t.ticksOnAGridPointAlreadyTicked == 0), t.ticksOnAGridPointAlreadyTicked);
+    appendf(out, "  %-42s %s\n", "every handler called as its interval says", verdict(allHandlersOk(report.handlers)));
+    out += report.passed ? "Self-test: PASS\n" : "Self-test: FAIL\n";
 }
 
 void appendHandlers(std::string& out, const RunReport& report) {
@@ -144,10 +164,10 @@ std::string formatReport(const RunReport& report) {
     appendPeriod(out, report);
     appendLatency(out, report);
     appendTicks(out, report);
+    appendGrid(out, report);
     appendHandlers(out, report);
     appendThread(out, report);
-    out += report.passed ? "\nSelf-test: PASS (every handler was called as often as its interval requires)\n"
-                         : "\nSelf-test: FAIL (a handler was called a wrong number of times)\n";
+    appendSelfTest(out, report);
     return out;
 }
 
@@ -196,9 +216,13 @@ void writeTicks(JsonWriter& json, const TickAnalysis& t) {
     json.key("recorded").value(t.recordedTicks);
     json.key("expected").value(t.expectedTicks);
     json.key("missed").value(t.missedTicks);
-    json.key("drift_ticks").value(t.drift.ticks);
-    json.key("drift_ns").value(t.drift.ns);
-    json.key("drift_ppm").value(t.drift.ppm);
+    json.key("before_their_grid_point").value(t.ticksBeforeTheirGridPoint);
+    json.key("on_a_grid_point_already_ticked").value(t.ticksOnAGridPointAlreadyTicked);
+    json.endObject();
+    json.key("grid").beginObject();
+    json.key("origin_ns").value(t.grid.originNs);
+    json.key("period_ns").value(t.grid.periodNs);
+    json.key("generation").value(t.grid.generation);
     json.endObject();
 }
 
@@ -235,6 +259,7 @@ std::string formatJson(const RunReport& report) {
     JsonWriter json;
     json.beginObject();
     json.key("tool").value("zyn-tickmon");
+    json.key("version").value(kJsonRecordVersion);
     writeSettings(json, report.options);
     json.key("stop_reason").value(stopReasonName(report.stopReason));
     json.key("elapsed_ns").value(report.elapsedNs);

@@ -30,6 +30,11 @@ struct OscillatorThreadReport {
 
 enum class StopReason { Duration, Ticks, Interrupted };
 
+/// The layout version of the JSON record. 2: latency and missed grid points
+/// measured from the published grid, a "grid" object, no drift estimate.
+/// Records without the field are version 1.
+constexpr int64_t kJsonRecordVersion = 2;
+
 struct RunReport {
     MonitorOptions options;
     StopReason stopReason = StopReason::Duration;
@@ -42,7 +47,8 @@ struct RunReport {
     TickAnalysis ticks;
     std::vector<HandlerVerdict> handlers;
     OscillatorThreadReport thread;
-    /// Every handler called as often as its interval requires.
+    /// Every handler called as often as its interval requires, no tick
+    /// before its grid point and no grid point with more than one tick.
     bool passed = false;
 };
 

@@ -4,6 +4,7 @@
 #include "CTickSchedulerFast.h"
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
+#include "TickGrid.h"
 #include "TickResultCodes.h"
 
 namespace tickmon {
@@ -48,6 +49,18 @@ bool SchedulerSession::runPhase(uint32_t phase, std::string& error) {
             return false;
         }
     }
+    return true;
+}
+
+bool SchedulerSession::publishedGrid(PublishedGrid& grid) const {
+    STickGrid record{};
+    record.size = sizeof record;
+    if (CTickScheduler_GetTickGrid(&record) != TickResult::Success || record.running != 1) {
+        return false;
+    }
+    grid.originNs = record.originNs;
+    grid.periodNs = record.periodNs;
+    grid.generation = record.generation;
     return true;
 }
 

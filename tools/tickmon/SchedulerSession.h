@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ETickPriority.h"
+#include "GridTally.h"
 #include "ITickScheduler.h"
 
 namespace tickmon {
@@ -24,6 +25,10 @@ public:
     /// Runs phase `phase` through the module manager; false with `error` set
     /// when a module of the library returns an error.
     bool runPhase(uint32_t phase, std::string& error);
+
+    /// The grid CTickScheduler's oscillator published, read through the
+    /// exported query; false while the oscillator does not run.
+    bool publishedGrid(PublishedGrid& grid) const;
 
     /// Runs the shut-down phase 16 once; later calls do nothing.
     void shutDown();

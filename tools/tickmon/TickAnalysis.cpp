@@ -4,29 +4,27 @@
 
 namespace tickmon {
 
-LatencySummary summarizeLatencies(std::vector<int64_t> latenciesNs) {
+LatencySummary summarizeLatencies(std::vector<int64_t> latenciesNs, const GridTally& tally) {
     LatencySummary summary;
     if (latenciesNs.empty()) {
         return summary;
     }
     std::sort(latenciesNs.begin(), latenciesNs.end());
     summary.count = latenciesNs.size();
-    summary.min = latenciesNs.front();
-    summary.max = latenciesNs.back();
-    summary.mean = summarize(latenciesNs).mean;
+    summary.min = tally.minLatencyNs();
+    summary.max = tally.maxLatencyNs();
+    summary.mean = tally.meanLatencyNs();
     summary.p50 = nearestRankPercentile(latenciesNs, 0.5);
     summary.p99 = nearestRankPercentile(latenciesNs, 0.99);
     summary.p999 = nearestRankPercentile(latenciesNs, 0.999);
     return summary;
 }
 
-TickAnalysis analyzeTicks(const std::vector<int64_t>& timestamps, int64_t periodNs) {
+TickAnalysis analyzeTicks(const std::vector<int64_t>& timestamps, const PublishedGrid& grid) {
     TickAnalysis analysis;
-    analysis.periodNs = periodNs;
+    analysis.grid = grid;
+    analysis.periodNs = grid.periodNs;
     analysis.recordedTicks = timestamps.size();
-    if (timestamps.empty()) {
-        return analysis;
-    }
     std::vector<int64_t> periods;
     periods.reserve(timestamps.size());
     for (size_t i = 1; i < timestamps.size(); ++i) {
@@ -34,16 +32,23 @@ TickAnalysis analyzeTicks(const std::vector<int64_t>& timestamps, int64_t period
     }
     analysis.period = summarize(periods);
 
-    GridFit fit = fitGrid(timestamps, periodNs);
-    analysis.expectedTicks = static_cast<uint64_t>(fit.gridIndices.back() - fit.gridIndices.front()) + 1;
-    // Two ticks on one grid point cannot come from the oscillator, which
-    // sleeps at least to the next point; they would count as none missed.
-    analysis.missedTicks =
-        analysis.expectedTicks > analysis.recordedTicks ? analysis.expectedTicks - analysis.recordedTicks : 0;
-    analysis.drift = estimateDrift(timestamps, fit.latenciesNs, periodNs);
-    analysis.latency = summarizeLatencies(fit.latenciesNs);
-    analysis.latenciesNs = std::move(fit.latenciesNs);
+    GridTally tally(grid);
+    analysis.latenciesNs.reserve(timestamps.size());
+    for (const int64_t t : timestamps) {
+        tally.add(t);
+        analysis.latenciesNs.push_back(latencyAfterGridPoint(tally, t));
+    }
+    analysis.expectedTicks = static_cast<uint64_t>(tally.lastGridPoint());
+    analysis.missedTicks = tally.missed();
+    analysis.ticksBeforeTheirGridPoint = tally.ticksBeforeTheFirstGridPoint();
+    analysis.ticksOnAGridPointAlreadyTicked = tally.ticksOnAGridPointAlreadyTicked();
+    analysis.latency = summarizeLatencies(analysis.latenciesNs, tally);
+    analysis.tally = tally;
     return analysis;
+}
+
+bool gridSelfTestPassed(const TickAnalysis& analysis) {
+    return analysis.ticksBeforeTheirGridPoint == 0 && analysis.ticksOnAGridPointAlreadyTicked == 0;
 }
 
 }  // namespace tickmon

@@ -29,6 +29,9 @@ namespace tickmon {
 namespace {
 
 constexpr int64_t kPeriodNs = 6 * kNanosPerMilli;
+/// How long the oscillator thread may take to publish its grid after the
+/// start: it does so before its first sleep.
+constexpr int64_t kGridPublishTimeoutNs = 2 * kNanosPerSecond;
 constexpr const char* kOscillatorThreadName = "zyn-ts-osc6";
 /// Timestamps the ring holds between two drains: about six minutes of ticks.
 constexpr size_t kRingCapacity = 65536;
@@ -121,9 +124,11 @@ public:
         std::fflush(stderr);
     }
 
-    void finish() {
-        if (printedInPlace) {
-            std::fprintf(stderr, "\r\033[K");
+    /// The last line, with the figures of the report, left standing.
+    void finish(const StatusFigures& figures) {
+        print(figures);
+        if (active && terminal) {
+            std::fprintf(stderr, "\n");
             std::fflush(stderr);
         }
     }
@@ -168,18 +173,23 @@ struct RunLoopResult {
     int64_t elapsedNs = 0;
 };
 
-/// Drains timestamps, prints the status and stops on the first of: the
-/// duration, the tick count, an interrupt.
-RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, TickHandlers& handlers,
-                      std::vector<int64_t>& timestamps, int64_t startNs) {
-    LiveLatency live(kPeriodNs);
-    StatusPrinter status(!options.quiet);
-    FaultInjection fault(options.injectFault, handlers);
-    int64_t nextStatusNs = startNs + kStatusEveryNs;
+int64_t plannedRunNs(const MonitorOptions& options) {
     int64_t totalNs = options.durationNs.value_or(0);
     if (totalNs == 0 && options.ticks) {
         totalNs = static_cast<int64_t>(*options.ticks) * kPeriodNs;
     }
+    return totalNs;
+}
+
+/// Drains timestamps, prints the status and stops on the first of: the
+/// duration, the tick count, an interrupt.
+RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, TickHandlers& handlers,
+                      std::vector<int64_t>& timestamps, int64_t startNs, const PublishedGrid& grid,
+                      StatusPrinter& status) {
+    GridTally live(grid);
+    FaultInjection fault(options.injectFault, handlers);
+    int64_t nextStatusNs = startNs + kStatusEveryNs;
+    const int64_t totalNs = plannedRunNs(options);
     RunLoopResult result;
     for (;;) {
         const size_t before = timestamps.size();
@@ -191,7 +201,7 @@ RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, 
         result.elapsedNs = now - startNs;
         const bool faultDone = fault.step(scheduler);
         if (now >= nextStatusNs) {
-            status.print(StatusFigures{live.ticks(), result.elapsedNs, totalNs, live.latency(), live.missed()});
+            status.print(statusFigures(live, result.elapsedNs, totalNs));
             nextStatusNs += kStatusEveryNs;
         }
         if (interrupted != 0) {
@@ -208,8 +218,31 @@ RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, 
         }
         sleepNs(kPollNs);
     }
-    status.finish();
     return result;
+}
+
+/// Waits until the oscillator thread has published its grid.
+bool waitForPublishedGrid(const SchedulerSession& session, PublishedGrid& grid) {
+    const int64_t giveUpNs = monotonicNowNs() + kGridPublishTimeoutNs;
+    while (!session.publishedGrid(grid)) {
+        if (monotonicNowNs() >= giveUpNs) {
+            return false;
+        }
+        sleepNs(kNanosPerMilli);
+    }
+    return true;
+}
+
+void reportSelfTestFailure(const RunReport& report) {
+    if (!allHandlersOk(report.handlers)) {
+        std::fprintf(stderr, "zyn-tickmon: self-test failed: a handler was called a wrong number of times\n");
+    }
+    if (report.ticks.ticksBeforeTheirGridPoint != 0) {
+        std::fprintf(stderr, "zyn-tickmon: self-test failed: a tick came before its grid point\n");
+    }
+    if (report.ticks.ticksOnAGridPointAlreadyTicked != 0) {
+        std::fprintf(stderr, "zyn-tickmon: self-test failed: a grid point got more than one tick\n");
+    }
 }
 
 void writeOutputs(const MonitorOptions& options, const RunReport& report, OutputFiles& files) {
@@ -281,11 +314,17 @@ int runMonitor(const MonitorOptions& options) {
             return failStartUp(error, session);
         }
     }
+    PublishedGrid grid;
+    if (!waitForPublishedGrid(session, grid)) {
+        handlers.unregisterAll(scheduler);
+        return failStartUp("the scheduler published no tick grid", session);
+    }
     OscillatorThreadWatch threadWatch(kOscillatorThreadName);
     threadWatch.begin(kNanosPerSecond);
 
     std::vector<int64_t> timestamps;
-    const RunLoopResult loop = runLoop(options, scheduler, handlers, timestamps, startNs);
+    StatusPrinter status(!options.quiet);
+    const RunLoopResult loop = runLoop(options, scheduler, handlers, timestamps, startNs, grid, status);
 
     RunReport report;
     report.thread = threadWatch.finish();
@@ -305,11 +344,12 @@ int runMonitor(const MonitorOptions& options) {
     report.stopReason = loop.reason;
     report.elapsedNs = loop.elapsedNs;
     report.lostTimestamps = handlers.probe().recorder.lost();
-    report.ticks = analyzeTicks(timestamps, kPeriodNs);
-    report.passed = allHandlersOk(report.handlers);
+    report.ticks = analyzeTicks(timestamps, grid);
+    report.passed = allHandlersOk(report.handlers) && gridSelfTestPassed(report.ticks);
+    status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options)));
     writeOutputs(options, report, files);
     if (!report.passed) {
-        std::fprintf(stderr, "zyn-tickmon: self-test failed: a handler was called a wrong number of times\n");
+        reportSelfTestFailure(report);
         return exit_status::kSelfTestFailed;
     }
     return exit_status::kPassed;

@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "PublishedGrid.h"
 #include "ThreadUtilities.h"
 #include "TickOscillator.h"
 #include "TickResultCodes.h"
@@ -29,6 +30,10 @@ int32_t schedulingPriorityFor(ETickPriority priority) {
     }
 }
 
+int64_t periodNanoseconds(ETickDelay delay) {
+    return static_cast<int64_t>(delay) * static_cast<int64_t>(kNanosecondsPerMillisecond);
+}
+
 }  // namespace
 
 TickOscillator::TickOscillator() = default;
@@ -38,6 +43,7 @@ TickOscillator::~TickOscillator() {
     if (thread.joinable()) {
         thread.join();
     }
+    zyn_ts::releaseGrid(*this);
 }
 
 uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) {
@@ -59,6 +65,9 @@ uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) 
     delay.store(eDelay, std::memory_order_relaxed);
     frozen.store(false, std::memory_order_relaxed);
     initialized = true;
+    // A running thread keeps its start instant and applies the new period
+    // from its next sleep: the published grid changes its period only.
+    zyn_ts::publishGridPeriod(*this, periodNanoseconds(eDelay));
     return TickResult::Success;
 }
 
@@ -95,6 +104,7 @@ uint32_t TickOscillator::stop() {
     if (thread.joinable()) {
         thread.join();
     }
+    zyn_ts::publishGridStopped(*this);
     return TickResult::Success;
 }
 
@@ -192,6 +202,11 @@ void TickOscillator::run() {
     timespec resolution{};
     clock_gettime(CLOCK_MONOTONIC, &startInstant);
     clock_getres(CLOCK_MONOTONIC, &resolution);
+    // Published before the first sleep, hence before the first tick: a tick
+    // function always finds the grid it is called on.
+    if (!zyn_ts::publishGridStart(*this, startInstant, periodNanoseconds(delay.load(std::memory_order_relaxed)))) {
+        ZYN_TS_TRACE(KIV_TRACE_WARNING, "run", "No free slot to publish the tick grid");
+    }
     ZYN_TS_TRACE(KIV_TRACE_INFO, "run",
                  "  Starting oscillator with delay " << static_cast<uint32_t>(delay.load(std::memory_order_relaxed))
                                                      << " ms, resolution " << resolution.tv_nsec << " ns");
