@@ -166,8 +166,8 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
     EXPECT_LE(gridPointsSpanned, gridPoints);
     // Never early: no tick comes before its grid point.
     EXPECT_GE(doc["latency_ns"]["min"].number, 0.0);
-    // The exact grid the scheduler published, and its grid points
-    // none ticked early, none twice.
+    // The grid the scheduler published: none of its grid points got a tick
+    // early or twice.
     EXPECT_EQ(doc["version"].number, 2);
     EXPECT_EQ(doc["grid"]["period_ns"].number, kGridPeriodNs);
     EXPECT_EQ(doc["grid"]["generation"].number, 1);
