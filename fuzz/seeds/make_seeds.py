@@ -93,6 +93,11 @@ class Scheduler:
     def phase(selector):
         return bytes([Scheduler.PHASE, selector])
 
+    @staticmethod
+    def raw_phase(value):
+        """Selectors from 200 up take the phase code from the next four bytes."""
+        return bytes([Scheduler.PHASE, 200]) + struct.pack("<I", value)
+
 
 class Fast:
     (UNREGISTER_FROM_TICK, ENABLE, DISABLE, ADD_GROUP, REMOVE_GROUP, ENABLE_GROUP, DISABLE_GROUP, WRITE_ENABLED,
@@ -244,6 +249,24 @@ def scheduler_seeds():
         .add(bytes([S.LEVEL, 5])).add(S.with_slot(S.WRITE_ENABLED, 0, small(2))).add(S.tick())
         .add(S.with_slot(S.WRITE_ENABLED, 0, small(0))).add(S.tick())
         .add(bytes([S.LEVEL, 7])).add(S.unregister(0)).data)
+
+    # Phase 11 configures the oscillator; phase 14 then starts its thread,
+    # which the target parks. A second start is refused while it runs; phase
+    # 16 stops it, and a new start needs no new phase 11.
+    seeds["oscillator-start"] = (
+        S().add(S.initialize(small(1)))
+        .add(S.register(0, small(1), short_name("ticking")))
+        .add(S.phase(S_PHASE_14)).add(bytes([S.FREEZE]))
+        .add(S.raw_phase(11)).add(S.phase(S_PHASE_14)).add(S.tick(2))
+        .add(S.phase(S_PHASE_14)).add(S.phase(S_PHASE_16))
+        .add(S.initialize(small(4))).add(S.phase(S_PHASE_14)).add(S.tick())
+        .add(bytes([S.UNINITIALIZE])).data)
+
+    # An input that ends with the thread running: the next input starts from
+    # a stopped, unconfigured oscillator all the same.
+    seeds["oscillator-left-running"] = (
+        S().add(S.initialize(small(0))).add(S.raw_phase(11)).add(S.phase(S_PHASE_14))
+        .add(S.register(0, small(1), short_name("late"))).add(S.tick(2)).data)
     return seeds
 
 
