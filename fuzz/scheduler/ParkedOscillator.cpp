@@ -20,9 +20,10 @@ struct Parking {
     ITickReceiver* heldReceiver = nullptr;
 };
 
+// Never destroyed: a thread may still be parked while the process exits.
 Parking& parking() {
-    static Parking instance;
-    return instance;
+    static Parking* const instance = new Parking;
+    return *instance;
 }
 
 // How often the parked thread looks whether the oscillator was stopped: the

@@ -131,6 +131,9 @@ void Session::cleanUp() {
         }
     }
     check(tickScheduler.tickHandlers.empty(), "clean-up left handlers in the list", std::string());
+    // No oscillator thread outlives its input.
+    (void)tickScheduler.tickOscillator.stop();
+    ParkedOscillator::restoreReceiver(tickScheduler.tickOscillator);
     platform_double::reset();
     ledger.discard();
 }
