@@ -289,6 +289,23 @@ def fast_seeds():
         .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 2)))
         .add(F.tick(2)).data)
 
+    # Removing the handler the walk comes to next: the next one, the next
+    # that is also the last, itself and then the next, the next and then
+    # itself.
+    seeds["remove-ahead-from-a-tick"] = (
+        F().add(F.register(0, short_name("first"))).add(F.register(1, short_name("second")))
+        .add(F.register(2, short_name("third"))).add(F.register(3, short_name("fourth")))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 1)))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 3)))
+        .add(F.tick(2))
+        .add(F.register(1, short_name("again"))).add(F.register(3, short_name("last")))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 2)))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 1)))
+        .add(F.tick(2))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 3)))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 0)))
+        .add(F.tick(2)).data)
+
     seeds["groups"] = (
         F().add(F.register(0, short_name("g0"))).add(F.register(1, short_name("g1")))
         .add(F.register(2, short_name("both"))).add(F.register(3, short_name("none")))
