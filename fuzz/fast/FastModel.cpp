@@ -130,17 +130,17 @@ Outcome FastModel::unregisterHandler(const Op& op, const std::string& function) 
     }
     const uint32_t id = slotRecords[op.slot];
     const bool listed = id != kNoRecord && allRecords[id].place == Place::Listed;
-    if (listed && ticking && cursor && *cursor == id) {
-        // The list's cursor stands on this element: the list does not allow
-        // removing it during the walk.
-        return skipped();
-    }
     if (!listed) {
         message(kError, function,
                 "Failed to remove Tick Handler from list, error: " + zyn_fuzz::hex8(removeMissingResult));
         return resultOf(kListRemoveFailed);
     }
     ModelRecord& record = allRecords[id];
+    if (ticking && cursor && *cursor == id) {
+        // The walk's cursor stands on this element: the list moves it on to
+        // the element after it, or past the end.
+        cursor = successorOf(id);
+    }
     handlerList.erase(std::find(handlerList.begin(), handlerList.end(), id));
     message(kInfo, function, "Tick Handler " + record.name + " unregistered successfully");
     record.place = Place::Freed;
@@ -276,8 +276,14 @@ void FastModel::beginTick() {
 
 std::optional<uint32_t> FastModel::nextCall() {
     while (ticking && !walkDone) {
-        if (deliversNull() || !cursor) {
+        if (deliversNull()) {
             message(kError, "CTickSchedulerFast_OnTick", "CTickSchedulerFast_OnTick failed in receiving tick handler");
+            walkDone = true;
+            break;
+        }
+        if (!cursor) {
+            // Every element after the last one delivered was removed during
+            // the walk: the list reports the end, and the walk is complete.
             walkDone = true;
             break;
         }

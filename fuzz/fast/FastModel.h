@@ -6,8 +6,9 @@
 // A tick runs in step with the library: beginTick(), then nextCall() each
 // time a tick function is entered, then finishTick(). The dispatch walks the
 // live list with a cursor that has already moved past the element it
-// delivered, so a tick function may remove itself or any element other than
-// the one the cursor stands on.
+// delivered, so a tick function may remove itself or any other element; when
+// it removes the one the cursor stands on, the cursor moves on to the element
+// after it.
 #pragma once
 
 #include <array>

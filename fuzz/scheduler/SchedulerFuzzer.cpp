@@ -2,14 +2,17 @@
 // each on the library and on the reference model, and aborts on the first
 // difference in a result, a trace line, a call of a tick function or the
 // module's state. Ticks are driven by calling the module's tick dispatch
-// directly, so the whole run is single-threaded and deterministic.
+// directly; the oscillator thread that phase 14 starts stays parked and
+// never ticks (ParkedOscillator.h), so every run is deterministic.
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 #include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
 #include "FuzzCheck.h"
 #include "FuzzNames.h"
+#include "ParkedOscillator.h"
 #include "PlatformDouble.h"
 #include "SchedulerModel.h"
 #include "SchedulerOps.h"
@@ -24,6 +27,8 @@ using zyn_fuzz::checkEqual;
 using zyn_fuzz::fail;
 
 constexpr uint32_t kModuleId = 22000;
+// A started oscillator thread parks at once; only a stuck thread takes this.
+constexpr unsigned kParkingSeconds = 10;
 
 class Session;
 
@@ -56,6 +61,7 @@ private:
     STickHandler* handleIn(uint8_t slot) const { return slot == kNullSlot ? nullptr : slots[slot]; }
     std::string listDescription(const std::vector<STickHandler*>& handlers) const;
     void compareState(const std::string& where);
+    void compareOscillator(const std::string& where);
     void compareRecord(uint32_t id, const std::string& where);
     void comparePlatformCalls(const std::string& where);
 
@@ -96,8 +102,14 @@ void Session::prepareLibrary() {
     CTickScheduler_EnableTickGroup(1);
     CTickScheduler_Unfreeze();
     check(tickScheduler.tickHandlers.empty(), "an earlier input left handlers registered", std::string());
-    check(!tickScheduler.tickOscillator.isInitialized(), "the oscillator must never be prepared in this target",
-          std::string());
+    // An oscillator that an earlier phase 11 configured is made new, as the
+    // library left it at load: the oscillator has no way back to that state.
+    TickOscillator& oscillator = tickScheduler.tickOscillator;
+    ParkedOscillator::restoreReceiver(oscillator);
+    if (oscillator.isInitialized()) {
+        oscillator.~TickOscillator();
+        new (&oscillator) TickOscillator();
+    }
     platform_double::reset();
     ledger.discard();
 }
@@ -119,6 +131,9 @@ void Session::cleanUp() {
         }
     }
     check(tickScheduler.tickHandlers.empty(), "clean-up left handlers in the list", std::string());
+    // No oscillator thread outlives its input.
+    (void)tickScheduler.tickOscillator.stop();
+    ParkedOscillator::restoreReceiver(tickScheduler.tickOscillator);
     platform_double::reset();
     ledger.discard();
 }
@@ -139,6 +154,10 @@ void Session::perform(const Op& op, bool nested) {
     if (outcome.hasResult) {
         checkEqual(result, outcome.result, "result of", name);
     }
+    if (op.kind == OpKind::Phase && op.a == 14 && result == 0) {
+        check(ParkedOscillator::waitUntilParked(kParkingSeconds), "the oscillator thread did not start", name);
+    }
+    ParkedOscillator::restoreReceiver(tickScheduler.tickOscillator);
     zyn_fuzz::noteNewRecord(addressOf, slots, outcome);
     ledger.verify("after " + name);
     compareState("after " + name);
@@ -285,10 +304,23 @@ void Session::compareState(const std::string& where) {
     checkEqual(tickScheduler.initialized.load(), model.initialized() ? 1u : 0u, "initialized", where);
     check(tickScheduler.tickOscillator.isFrozen() == model.frozen(), "frozen flag", where);
     check(tickScheduler.inTick == model.inPass(), "pass marker", where);
+    compareOscillator(where);
     if (model.tickPriority()) {
         checkEqual(static_cast<int32_t>(tickScheduler.tickPriority), *model.tickPriority(), "tick priority", where);
     }
     comparePlatformCalls(where);
+}
+
+void Session::compareOscillator(const std::string& where) {
+    const TickOscillator& oscillator = tickScheduler.tickOscillator;
+    check(oscillator.isRunning() == model.oscillatorStarted(), "oscillator thread", where);
+    check(oscillator.isInitialized() == model.oscillatorReady(), "oscillator configuration", where);
+    if (model.oscillatorReady()) {
+        const ITickReceiver* const receiver = oscillator.getReceiver();
+        check(oscillator.getDelay() == TICK_DELAY_6MS && receiver != nullptr &&
+                  receiver->onTick == &CTickScheduler_OnTick && receiver->context == &tickScheduler,
+              "oscillator configuration", where);
+    }
 }
 
 void Session::compareRecord(uint32_t id, const std::string& where) {

@@ -1,5 +1,7 @@
 #include "SchedulerModel.h"
 
+#include <ctime>
+
 #include <algorithm>
 
 #include "FuzzCheck.h"
@@ -312,8 +314,33 @@ Outcome SchedulerModel::initialize(const Op& op) {
     return resultOf(kSuccess);
 }
 
+bool SchedulerModel::startOscillator() {
+    const std::string startTick = "CTickScheduler_PhaseModuleStartTick";
+    ledger.entry(kOscillatorSource, "start");
+    if (!oscillatorConfigured) {
+        // The platform's wording for an oscillator that phase 11 never set up.
+        ledger.message(kError, kOscillatorSource, "start", "TickOscillator is already initialized");
+    } else if (oscillatorRunning) {
+        ledger.message(kWarning, kOscillatorSource, "start", "Thread is already running");
+    } else {
+        // What the new thread writes before it parks in its first sleep.
+        timespec resolution{};
+        clock_getres(CLOCK_MONOTONIC, &resolution);
+        ledger.entry(kOscillatorSource, "run");
+        ledger.message(
+            kInfo, kOscillatorSource, "run",
+            "  Starting oscillator with delay 6 ms, resolution " + std::to_string(resolution.tv_nsec) + " ns");
+        oscillatorRunning = true;
+        return true;
+    }
+    message(kError, startTick, "Failed to start TickOscillator");
+    message(kError, "CTickScheduler_OnPhaseActivation", "Phase not handled: 14");
+    return false;
+}
+
 void SchedulerModel::uninitialize() {
     ledger.entry(kOscillatorSource, "stop");
+    oscillatorRunning = false;
     isInitialized = false;
     ++calls.interfaceWithdrawals;
     for (uint32_t id : handlerList) {
@@ -345,14 +372,16 @@ Outcome SchedulerModel::phase(const Op& op) {
                             ", tickInterval = " + std::to_string(static_cast<int32_t>(6u * record.interval)) +
                             ", current interval = " + std::to_string(record.counter));
             }
-            // The oscillator is never prepared by phase 11 here, so it
-            // refuses to start.
-            ledger.entry(kOscillatorSource, "start");
-            ledger.message(kError, kOscillatorSource, "start", "TickOscillator is already initialized");
-            message(kError, startTick, "Failed to start TickOscillator");
-            message(kError, function, "Phase not handled: 14");
-            return resultOf(kFailure);
+            return startOscillator() ? resultOf(kSuccess) : resultOf(kFailure);
         }
+        case 11:
+            // The oscillator takes the 6 ms period and the stored priority;
+            // a new configuration also ends a freeze.
+            ledger.entry(kOscillatorSource, "initialize",
+                         "eDelay=6, ePriority=" + std::to_string(storedPriority.value_or(0)));
+            oscillatorConfigured = true;
+            isFrozen = false;
+            return resultOf(kSuccess);
         default:
             message(kError, function, "Phase not handled: " + std::to_string(op.a));
             return resultOf(kPhaseNotHandled);

@@ -90,6 +90,10 @@ public:
     /// The priority Initialize stored, once an Initialize of this input has
     /// succeeded.
     std::optional<int32_t> tickPriority() const { return storedPriority; }
+    /// True once phase 11 has configured the oscillator in this input.
+    bool oscillatorReady() const { return oscillatorConfigured; }
+    /// True while the thread that phase 14 started has not been stopped.
+    bool oscillatorStarted() const { return oscillatorRunning; }
     const PlatformCalls& platformCalls() const { return calls; }
 
 private:
@@ -106,6 +110,8 @@ private:
     Outcome copyForeignHandle(const Op& op);
     Outcome initialize(const Op& op);
     Outcome phase(const Op& op);
+    /// Phase 14's start of the oscillator; false when it refuses.
+    bool startOscillator();
     void uninitialize();
 
     ModelRecord* recordIn(uint8_t slot) { return zyn_fuzz::recordIn(allRecords, slotRecords, slot); }
@@ -124,6 +130,8 @@ private:
     bool isInitialized = false;
     bool isFrozen = false;
     std::optional<int32_t> storedPriority;
+    bool oscillatorConfigured = false;
+    bool oscillatorRunning = false;
     PlatformCalls calls;
 
     bool passRunning = false;

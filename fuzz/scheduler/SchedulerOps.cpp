@@ -10,15 +10,15 @@ using zyn_fuzz::kMaxArmDepth;
 namespace {
 
 uint32_t decodePhase(ByteReader& input) {
-    // 11 would initialise the oscillator; phase 14 could then start a real
-    // thread. Ticks here are driven by the target itself, so 11 is left out.
+    // Phase 11 configures the oscillator, after which phase 14 starts its
+    // thread; the target parks that thread (ParkedOscillator.h). 11 comes
+    // from the raw values only, so the stored inputs keep their meaning.
     static const uint32_t phases[] = {13, 14, 16, 12, 15, 0, 17, 10, UINT32_MAX};
     const uint8_t selector = input.byte();
     if (selector < 200) {
         return phases[selector % (sizeof(phases) / sizeof(phases[0]))];
     }
-    const uint32_t any = input.u32();
-    return any == 11 ? 12 : any;
+    return input.u32();
 }
 
 OpKind decodeKind(ByteReader& input, int depth) {

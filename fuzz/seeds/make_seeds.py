@@ -93,6 +93,11 @@ class Scheduler:
     def phase(selector):
         return bytes([Scheduler.PHASE, selector])
 
+    @staticmethod
+    def raw_phase(value):
+        """Selectors from 200 up take the phase code from the next four bytes."""
+        return bytes([Scheduler.PHASE, 200]) + struct.pack("<I", value)
+
 
 class Fast:
     (UNREGISTER_FROM_TICK, ENABLE, DISABLE, ADD_GROUP, REMOVE_GROUP, ENABLE_GROUP, DISABLE_GROUP, WRITE_ENABLED,
@@ -244,6 +249,24 @@ def scheduler_seeds():
         .add(bytes([S.LEVEL, 5])).add(S.with_slot(S.WRITE_ENABLED, 0, small(2))).add(S.tick())
         .add(S.with_slot(S.WRITE_ENABLED, 0, small(0))).add(S.tick())
         .add(bytes([S.LEVEL, 7])).add(S.unregister(0)).data)
+
+    # Phase 11 configures the oscillator; phase 14 then starts its thread,
+    # which the target parks. A second start is refused while it runs; phase
+    # 16 stops it, and a new start needs no new phase 11.
+    seeds["oscillator-start"] = (
+        S().add(S.initialize(small(1)))
+        .add(S.register(0, small(1), short_name("ticking")))
+        .add(S.phase(S_PHASE_14)).add(bytes([S.FREEZE]))
+        .add(S.raw_phase(11)).add(S.phase(S_PHASE_14)).add(S.tick(2))
+        .add(S.phase(S_PHASE_14)).add(S.phase(S_PHASE_16))
+        .add(S.initialize(small(4))).add(S.phase(S_PHASE_14)).add(S.tick())
+        .add(bytes([S.UNINITIALIZE])).data)
+
+    # An input that ends with the thread running: the next input starts from
+    # a stopped, unconfigured oscillator all the same.
+    seeds["oscillator-left-running"] = (
+        S().add(S.initialize(small(0))).add(S.raw_phase(11)).add(S.phase(S_PHASE_14))
+        .add(S.register(0, small(1), short_name("late"))).add(S.tick(2)).data)
     return seeds
 
 
@@ -264,6 +287,23 @@ def fast_seeds():
         .add(F.tick(3))
         .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 2)))
         .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 2)))
+        .add(F.tick(2)).data)
+
+    # Removing the handler the walk comes to next: the next one, the next
+    # that is also the last, itself and then the next, the next and then
+    # itself.
+    seeds["remove-ahead-from-a-tick"] = (
+        F().add(F.register(0, short_name("first"))).add(F.register(1, short_name("second")))
+        .add(F.register(2, short_name("third"))).add(F.register(3, short_name("fourth")))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 1)))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 3)))
+        .add(F.tick(2))
+        .add(F.register(1, short_name("again"))).add(F.register(3, short_name("last")))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 2)))
+        .add(F.arm(2, F.with_slot(F.UNREGISTER_FROM_TICK, 1)))
+        .add(F.tick(2))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 3)))
+        .add(F.arm(0, F.with_slot(F.UNREGISTER_FROM_TICK, 0)))
         .add(F.tick(2)).data)
 
     seeds["groups"] = (

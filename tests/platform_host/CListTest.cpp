@@ -25,6 +25,8 @@ protected:
         for (void* element : left) {
             CList_Remove(&list, element);
         }
+        // Every node is gone once no iteration is left unfinished.
+        EXPECT_EQ(list.head, nullptr);
     }
 
     void push(int& element) { ASSERT_EQ(CList_PushTail(&list, &element), result::Success); }
@@ -96,6 +98,7 @@ TEST_F(CListTest, IterationStartsWithCursorOnHead) {
     void* element = nullptr;
     EXPECT_EQ(CList_GetNext(&list, &element, &cursor), result::Success);
     EXPECT_EQ(element, &a);
+    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
 }
 
 TEST_F(CListTest, EndOfListComesTogetherWithTheLastElement) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "ThreadUtilities.h"
 
@@ -15,9 +16,12 @@ namespace {
 
 constexpr uint32_t kDefaultMissingRemoveResult = 32771;
 
+// A node that a cursor stands on is not freed by CList_Remove: it stays in the
+// chain as a tombstone (null element) until the last cursor leaves it.
 struct ListNode {
     void* element;
     ListNode* next;
+    uint32_t cursors;
 };
 
 struct State {
@@ -41,6 +45,10 @@ struct State {
     uint32_t missingRemoveResult = kDefaultMissingRemoveResult;
     uint32_t getNextNullCountdown = 0;
     std::vector<ListFunction> listCalls;
+    // Tombstones and the list holding each. An iteration that never ends (a
+    // tick function that throws) leaves one behind; CList_Construct frees
+    // those of its list without reading the old record.
+    std::vector<std::pair<const CList*, ListNode*>> tombstones;
 
     int setSchedulingResult = 0;
     int setNameResult = 0;
@@ -200,7 +208,9 @@ std::vector<ListFunction> listCalls() { return copyUnderLock(state().listCalls);
 std::vector<void*> listElements(CList* list) {
     std::vector<void*> elements;
     for (auto* node = static_cast<ListNode*>(list->head); node != nullptr; node = node->next) {
-        elements.push_back(node->element);
+        if (node->element != nullptr) {
+            elements.push_back(node->element);
+        }
     }
     return elements;
 }
@@ -313,14 +323,89 @@ IInterface* InterfaceBroker::getInterface(const std::string& name) {
     return found == s.interfaces.end() ? nullptr : found->second;
 }
 
-// The list keeps nodes {element, next}; head and tail point to nodes and the
-// cursor points to the node to deliver next, so removing the element just
-// delivered never disturbs an iteration.
+// The list keeps nodes {element, next, cursors}; head and tail point to nodes
+// and the cursor points to the node to deliver next. Any element can be
+// removed during an iteration: the node a cursor stands on becomes a
+// tombstone that the cursor's next CList_GetNext steps over and frees.
 using platform_double::ListFunction;
 using platform_double::ListNode;
 
+namespace {
+
+// Result of CList_GetNext when the script makes it fail: an error, so that the
+// caller cannot take it for the end of the list.
+constexpr uint32_t kScriptedGetNextFailure = 32768;
+
+ListNode* headOf(const CList* list) { return static_cast<ListNode*>(list->head); }
+
+ListNode* firstLiveFrom(ListNode* node) {
+    while (node != nullptr && node->element == nullptr) {
+        node = node->next;
+    }
+    return node;
+}
+
+void unlink(CList* list, ListNode* node) {
+    ListNode* previous = nullptr;
+    for (ListNode* at = headOf(list); at != node; at = at->next) {
+        previous = at;
+    }
+    if (previous != nullptr) {
+        previous->next = node->next;
+    } else {
+        list->head = node->next;
+    }
+    if (list->tail == node) {
+        list->tail = previous;
+    }
+}
+
+CListCursor standOn(ListNode* node) {
+    if (node != nullptr) {
+        ++node->cursors;
+    }
+    return node;
+}
+
+void buryTombstone(const CList* list, ListNode* node) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().tombstones.emplace_back(list, node);
+}
+
+void freeTombstone(ListNode* node) {
+    {
+        std::lock_guard<std::mutex> lock(state().mutex);
+        auto& all = state().tombstones;
+        all.erase(std::remove_if(all.begin(), all.end(), [node](const auto& entry) { return entry.second == node; }),
+                  all.end());
+    }
+    delete node;
+}
+
+void freeTombstonesOf(const CList* list) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    auto& all = state().tombstones;
+    const auto kept =
+        std::stable_partition(all.begin(), all.end(), [list](const auto& entry) { return entry.first != list; });
+    for (auto at = kept; at != all.end(); ++at) {
+        delete at->second;
+    }
+    all.erase(kept, all.end());
+}
+
+void leave(CList* list, ListNode* node) {
+    --node->cursors;
+    if (node->cursors == 0 && node->element == nullptr) {
+        unlink(list, node);
+        freeTombstone(node);
+    }
+}
+
+}  // namespace
+
 extern "C" uint32_t CList_Construct(CList* list) {
     platform_double::recordListCall(ListFunction::Construct);
+    freeTombstonesOf(list);
     list->head = nullptr;
     list->tail = nullptr;
     list->count = 0;
@@ -329,7 +414,7 @@ extern "C" uint32_t CList_Construct(CList* list) {
 
 extern "C" uint32_t CList_PushTail(CList* list, void* element) {
     platform_double::recordListCall(ListFunction::PushTail);
-    auto* node = new ListNode{element, nullptr};
+    auto* node = new ListNode{element, nullptr, 0};
     if (list->tail != nullptr) {
         static_cast<ListNode*>(list->tail)->next = node;
     } else {
@@ -342,21 +427,18 @@ extern "C" uint32_t CList_PushTail(CList* list, void* element) {
 
 extern "C" uint32_t CList_Remove(CList* list, void* element) {
     platform_double::recordListCall(ListFunction::Remove);
-    ListNode* previous = nullptr;
-    for (auto* node = static_cast<ListNode*>(list->head); node != nullptr; previous = node, node = node->next) {
-        if (node->element != element || element == nullptr) {
+    for (auto* node = headOf(list); node != nullptr && element != nullptr; node = node->next) {
+        if (node->element != element) {
             continue;
         }
-        if (previous != nullptr) {
-            previous->next = node->next;
-        } else {
-            list->head = node->next;
-        }
-        if (list->tail == node) {
-            list->tail = previous;
-        }
         --list->count;
-        delete node;
+        if (node->cursors > 0) {
+            node->element = nullptr;
+            buryTombstone(list, node);
+        } else {
+            unlink(list, node);
+            delete node;
+        }
         return 0;
     }
     std::lock_guard<std::mutex> lock(state().mutex);
@@ -365,16 +447,16 @@ extern "C" uint32_t CList_Remove(CList* list, void* element) {
 
 extern "C" uint32_t CList_IsEmpty(CList* list) {
     platform_double::recordListCall(ListFunction::IsEmpty);
-    return list->head == nullptr ? 1u : 0u;
+    return list->count == 0 ? 1u : 0u;
 }
 
 extern "C" uint32_t CList_StartIterationFromHead(CList* list, CListCursor* cursor) {
     platform_double::recordListCall(ListFunction::StartIterationFromHead);
-    *cursor = list->head;
-    return list->head == nullptr ? CLIST_END_OF_LIST : 0u;
+    *cursor = standOn(firstLiveFrom(headOf(list)));
+    return *cursor == nullptr ? CLIST_END_OF_LIST : 0u;
 }
 
-extern "C" uint32_t CList_GetNext(CList* /*list*/, void** element, CListCursor* cursor) {
+extern "C" uint32_t CList_GetNext(CList* list, void** element, CListCursor* cursor) {
     platform_double::recordListCall(ListFunction::GetNext);
     bool deliverNull = false;
     {
@@ -384,14 +466,28 @@ extern "C" uint32_t CList_GetNext(CList* /*list*/, void** element, CListCursor* 
             deliverNull = --s.getNextNullCountdown == 0;
         }
     }
-    auto* node = static_cast<ListNode*>(*cursor);
-    if (node == nullptr || deliverNull) {
-        *element = nullptr;
+    *element = nullptr;
+    auto* const standing = static_cast<ListNode*>(*cursor);
+    if (deliverNull) {
+        // The failure ends the iteration, so its cursor keeps no node.
+        if (standing != nullptr) {
+            leave(list, standing);
+        }
+        *cursor = nullptr;
+        return kScriptedGetNextFailure;
+    }
+    if (standing == nullptr) {
         return CLIST_END_OF_LIST;
     }
-    *element = node->element;
-    *cursor = node->next;
-    return node->next == nullptr ? CLIST_END_OF_LIST : 0u;
+    ListNode* const delivered = firstLiveFrom(standing);
+    leave(list, standing);
+    if (delivered == nullptr) {
+        *cursor = nullptr;
+        return CLIST_END_OF_LIST;
+    }
+    *element = delivered->element;
+    *cursor = standOn(firstLiveFrom(delivered->next));
+    return *cursor == nullptr ? CLIST_END_OF_LIST : 0u;
 }
 
 namespace os_extension {

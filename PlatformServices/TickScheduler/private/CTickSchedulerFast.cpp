@@ -96,6 +96,11 @@ void dispatchHandlers() {
     for (;;) {
         // The end status comes together with the last element.
         const uint32_t status = CList_GetNext(list, &element, &cursor);
+        if (element == nullptr && status == CLIST_END_OF_LIST) {
+            // Every handler after the last one called was removed by a tick
+            // function during this walk: the walk is complete.
+            return;
+        }
         if (element == nullptr) {
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnTick",
                          "CTickSchedulerFast_OnTick failed in receiving tick handler");

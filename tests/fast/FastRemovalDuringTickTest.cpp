@@ -1,0 +1,74 @@
+// Removal of any handler from inside a tick function, on the test double's
+// list: who is called, what is left in the list, and that the walk reports no
+// failure when the handlers after the current one were all removed.
+
+#include <string>
+#include <vector>
+
+#include "FastSchedulerFixture.h"
+#include "RemovalDuringTick.h"
+
+namespace {
+
+using fast_test::messagesOf;
+
+class FastRemovalDuringTick : public fast_test::FastSchedulerTest {
+protected:
+    void TearDown() override {
+        // No scenario is a failure of the list: the walk never reports one.
+        EXPECT_EQ(messagesOf("CTickSchedulerFast_OnTick"), std::vector<std::string>{});
+        fast_test::FastSchedulerTest::TearDown();
+    }
+};
+
+TEST_F(FastRemovalDuringTick, RemovingTheNextHandlerSkipsItAndGoesOn) {
+    fast_removal::removingTheNextHandlerSkipsItAndGoesOn();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingTheNextHandlerWhenItIsTheLastEndsTheWalk) {
+    fast_removal::removingTheNextHandlerWhenItIsTheLastEndsTheWalk();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingTheLastHandlerFromTheFirst) {
+    fast_removal::removingTheLastHandlerFromTheFirst();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingAnEarlierHandlerTakesEffectFromTheNextTick) {
+    fast_removal::removingAnEarlierHandlerTakesEffectFromTheNextTick();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingItselfAndThenTheNext) { fast_removal::removingItselfAndThenTheNext(); }
+
+TEST_F(FastRemovalDuringTick, RemovingTheNextAndThenItself) { fast_removal::removingTheNextAndThenItself(); }
+
+TEST_F(FastRemovalDuringTick, RemovingSeveralHandlersInARowAfterItself) {
+    fast_removal::removingSeveralHandlersInARowAfterItself();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingEveryOtherHandlerLeavesOnlyItself) {
+    fast_removal::removingEveryOtherHandlerLeavesOnlyItself();
+}
+
+TEST_F(FastRemovalDuringTick, RemovingAlternateHandlersFromTheFirst) {
+    fast_removal::removingAlternateHandlersFromTheFirst();
+}
+
+TEST_F(FastRemovalDuringTick, LastHandlerRemovingEveryHandlerItselfIncluded) {
+    fast_removal::lastHandlerRemovingEveryHandlerItselfIncluded();
+}
+
+TEST_F(FastRemovalDuringTick, FirstHandlerRemovingEveryHandlerItselfIncluded) {
+    fast_removal::firstHandlerRemovingEveryHandlerItselfIncluded();
+}
+
+TEST_F(FastRemovalDuringTick, RemovalsByTwoHandlersInOneTick) { fast_removal::removalsByTwoHandlersInOneTick(); }
+
+TEST_F(FastRemovalDuringTick, ListHoldsExactlyTheHandlersLeftAfterTheTick) {
+    fast_removal::RemoverRow row(4);
+    row.when(1, {2, 1});
+    row.tick();
+    EXPECT_EQ(fast_test::handlersInList().size(), 2u);
+    EXPECT_EQ(fast_test::module().handlerList.count, 2u);
+}
+
+}  // namespace
