@@ -8,8 +8,9 @@
 // A third floor, the plain loop walking the platform list service as the fast
 // scheduler does (one list call per handler), shows how much of the fast
 // dispatch is the list service's rather than the module's own.
-// Every handler has interval 1 and the trivial tick function, so every
-// handler is due on every pass. Times are per pass; the per_handler counter
+// Each scheduler is measured with its handler statistics off (the default)
+// and on (every call timed on CLOCK_MONOTONIC). Every handler has interval 1
+// and the trivial tick function, so every handler is due on every pass. Times are per pass; the per_handler counter
 // is the time per due handler.
 #include <benchmark/benchmark.h>
 
@@ -23,6 +24,7 @@
 #include "CTickSchedulerFastModule.h"
 #include "CTickSchedulerModule.h"
 #include "TickFunctions.h"
+#include "TickStatistics.h"
 
 namespace {
 
@@ -113,7 +115,11 @@ void BM_Floor_UnlockLockCalls(benchmark::State& state) {
     freeRecords(records);
 }
 
+template <bool Timed>
 void BM_CTickScheduler_OnTick(benchmark::State& state) {
+    if (Timed) {
+        CTickScheduler_EnableStatistics(0);
+    }
     uint64_t counter = 0;
     const ITickReceiver receiver = bench::countingReceiver(&counter);
     std::vector<STickHandler*> handles(static_cast<size_t>(state.range(0)), nullptr);
@@ -130,9 +136,14 @@ void BM_CTickScheduler_OnTick(benchmark::State& state) {
     for (STickHandler*& handle : handles) {
         CTickScheduler_UnregisterTickHandler(&handle);
     }
+    CTickScheduler_DisableStatistics();
 }
 
+template <bool Timed>
 void BM_CTickSchedulerFast_OnTick(benchmark::State& state) {
+    if (Timed) {
+        CTickSchedulerFast_EnableStatistics(0);
+    }
     uint64_t counter = 0;
     const ITickReceiver receiver = bench::countingReceiver(&counter);
     std::vector<STickHandler*> handles(static_cast<size_t>(state.range(0)), nullptr);
@@ -149,6 +160,7 @@ void BM_CTickSchedulerFast_OnTick(benchmark::State& state) {
     for (STickHandler*& handle : handles) {
         CTickSchedulerFast_UnregisterTickHandler(&handle);
     }
+    CTickSchedulerFast_DisableStatistics();
 }
 
 void handlerCounts(benchmark::internal::Benchmark* benchmark) {
@@ -160,9 +172,13 @@ void handlerCounts(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(BM_Floor_PlainCalls)->Apply(handlerCounts);
 BENCHMARK(BM_Floor_ListWalkCalls)->Apply(handlerCounts);
-BENCHMARK(BM_CTickSchedulerFast_OnTick)->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_CTickSchedulerFast_OnTick, false)->Name("BM_CTickSchedulerFast_OnTick")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_CTickSchedulerFast_OnTick, true)
+    ->Name("BM_CTickSchedulerFast_OnTick_Timed")
+    ->Apply(handlerCounts);
 BENCHMARK(BM_Floor_UnlockLockCalls)->Apply(handlerCounts);
-BENCHMARK(BM_CTickScheduler_OnTick)->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_CTickScheduler_OnTick, false)->Name("BM_CTickScheduler_OnTick")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_CTickScheduler_OnTick, true)->Name("BM_CTickScheduler_OnTick_Timed")->Apply(handlerCounts);
 
 }  // namespace
 

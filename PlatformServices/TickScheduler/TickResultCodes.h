@@ -38,6 +38,9 @@ constexpr uint32_t MutexFailure = 32778;  // 0x800A
 constexpr uint32_t PhaseNotHandled = 32779;  // 0x800B
 /// A handler could not be removed from the fast handler list.
 constexpr uint32_t ListRemoveFailed = 32780;  // 0x800C
+/// A statistics query named a handler that is not registered with the
+/// scheduler asked.
+constexpr uint32_t UnknownHandler = 32781;  // 0x800D
 /// A tick group id other than 0 or 1.
 constexpr uint32_t GroupIdOutOfBounds = 32782;  // 0x800E
 /// A phase callback arrived while the module is not initialised.

@@ -23,6 +23,8 @@ const std::string kVersionNode = "ZYN_TICK_SCHEDULER_" + kAbiVersion;
 /// The node of the additions of the first minor version; it inherits
 /// kVersionNode, which stays as it was released.
 const std::string kGridVersionNode = kVersionNode + ".1";
+/// The node of the handler statistics; it inherits kGridVersionNode.
+const std::string kStatisticsVersionNode = kVersionNode + ".2";
 
 const SharedObject& library() {
     static const SharedObject object = elf_inspection::readSharedObject(kLibrary);
@@ -56,6 +58,19 @@ const std::set<std::string>& cFunctions() {
 /// The tick grid queries, added under kGridVersionNode.
 const std::set<std::string>& gridFunctions() {
     static const std::set<std::string> names = {"CTickScheduler_GetTickGrid", "CTickSchedulerFast_GetTickGrid"};
+    return names;
+}
+
+/// The handler statistics switches and queries, added under
+/// kStatisticsVersionNode.
+const std::set<std::string>& statisticsFunctions() {
+    static const std::set<std::string> names = {
+        "CTickScheduler_EnableStatistics",         "CTickScheduler_DisableStatistics",
+        "CTickScheduler_ResetStatistics",          "CTickScheduler_GetHandlerStatistics",
+        "CTickScheduler_GetSchedulerStatistics",   "CTickSchedulerFast_EnableStatistics",
+        "CTickSchedulerFast_DisableStatistics",    "CTickSchedulerFast_ResetStatistics",
+        "CTickSchedulerFast_GetHandlerStatistics", "CTickSchedulerFast_GetSchedulerStatistics",
+    };
     return names;
 }
 
@@ -109,6 +124,7 @@ const std::set<std::string>& iInterfaceAllowed() {
 std::set<std::string> requiredExports() {
     std::set<std::string> names = cFunctions();
     names.insert(gridFunctions().begin(), gridFunctions().end());
+    names.insert(statisticsFunctions().begin(), statisticsFunctions().end());
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -154,23 +170,30 @@ TEST(SharedLibrary, SonameCarriesTheAbiMajorVersion) {
     EXPECT_EQ("libZynTickScheduler.so.1", library().soname) << "the first ABI is major version 1";
 }
 
-TEST(SharedLibrary, DefinesTheAbiVersionNodeAndTheGridNode) {
-    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode}), library().versionNodes);
+TEST(SharedLibrary, DefinesTheAbiVersionNodeTheGridNodeAndTheStatisticsNode) {
+    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode}),
+              library().versionNodes);
 }
 
-TEST(SharedLibrary, GridQueriesAreBoundToTheGridNodeAndEverythingElseToTheAbiNode) {
+TEST(SharedLibrary, GridQueriesAndStatisticsAreBoundToTheirNodesAndEverythingElseToTheAbiNode) {
     const std::vector<std::string>& nodes = library().versionNodes;
     size_t gridBound = 0;
+    size_t statisticsBound = 0;
     for (const Symbol& symbol : library().dynamicSymbols) {
         const bool isNode = std::find(nodes.begin(), nodes.end(), symbol.name) != nodes.end();
         if (!symbol.defined || !symbol.global || isNode) {
             continue;
         }
         const bool isGridQuery = gridFunctions().count(symbol.name) != 0;
-        EXPECT_EQ(isGridQuery ? kGridVersionNode : kVersionNode, symbol.version) << demangle(symbol.name);
+        const bool isStatistics = statisticsFunctions().count(symbol.name) != 0;
+        const std::string& expectedNode =
+            isGridQuery ? kGridVersionNode : (isStatistics ? kStatisticsVersionNode : kVersionNode);
+        EXPECT_EQ(expectedNode, symbol.version) << demangle(symbol.name);
         gridBound += isGridQuery ? 1 : 0;
+        statisticsBound += isStatistics ? 1 : 0;
     }
     EXPECT_EQ(gridFunctions().size(), gridBound);
+    EXPECT_EQ(statisticsFunctions().size(), statisticsBound);
 }
 
 TEST(ExportedSymbols, TickOscillatorIsExportedWithItsTypeInformation) {

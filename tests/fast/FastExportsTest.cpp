@@ -68,9 +68,12 @@ protected:
     std::set<std::string> exported;
 };
 
-TEST_F(FastExports, OnlyStartUpShutDownAndTheGridQueryAreExportedByName) {
+TEST_F(FastExports, OnlyStartUpShutDownTheGridQueryAndTheStatisticsAreExportedByName) {
     EXPECT_EQ(withPrefix(exported, "CTickSchedulerFast_"),
-              (std::vector<std::string>{"CTickSchedulerFast_GetTickGrid", "CTickSchedulerFast_Initialize",
+              (std::vector<std::string>{"CTickSchedulerFast_DisableStatistics", "CTickSchedulerFast_EnableStatistics",
+                                        "CTickSchedulerFast_GetHandlerStatistics",
+                                        "CTickSchedulerFast_GetSchedulerStatistics", "CTickSchedulerFast_GetTickGrid",
+                                        "CTickSchedulerFast_Initialize", "CTickSchedulerFast_ResetStatistics",
                                         "CTickSchedulerFast_Uninitialize"}));
 }
 

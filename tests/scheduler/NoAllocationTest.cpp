@@ -8,6 +8,8 @@
 #include <string>
 
 #include "SchedulerFixture.h"
+#include "ScriptedClock.h"
+#include "TickStatistics.h"
 
 namespace {
 
@@ -149,6 +151,30 @@ TEST_F(NoAllocationTest, OnlyThePassInWhichTheListGrewAllocates) {
     const uint64_t counted = allocationsDuring([] { tick(100); });
     EXPECT_EQ(counted, 0u);
     EXPECT_EQ(added.front().calls.load(), 100);
+}
+
+TEST_F(NoAllocationTest, TimedPassesAllocateNothing) {
+    const test_support::ScriptedClock clock;
+    add("every", 1);
+    add("second", 2);
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    const uint64_t counted = allocationsDuring([] { tick(1000); });
+    EXPECT_EQ(counted, 0u);
+    EXPECT_EQ(probes[0].calls.load(), 1000);
+}
+
+TEST_F(NoAllocationTest, OverrunsLeftOutByTheRateLimitAllocateNothing) {
+    const test_support::ScriptedClock clock;
+    add("slow", 1);
+    probes.back().action = [] { test_support::ScriptedClock::advance(7 * test_support::ScriptedClock::kMs); };
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    tick();  // the one overrun message of this second
+    const uint64_t counted = allocationsDuring([] { tick(100); });
+    EXPECT_EQ(counted, 0u);
+    STickSchedulerStatistics figures{};
+    figures.size = sizeof(figures);
+    ASSERT_EQ(CTickScheduler_GetSchedulerStatistics(&figures), TickResult::Success);
+    EXPECT_EQ(figures.overruns, 101u);
 }
 
 }  // namespace

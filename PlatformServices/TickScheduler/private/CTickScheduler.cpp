@@ -17,6 +17,7 @@
 #include "CTickSchedulerModule.h"
 #include "ITickScheduler.h"
 #include "InterfaceBroker.h"
+#include "StatisticsClock.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -109,6 +110,32 @@ void callTickFunction(const STickHandler& handler) {
     } catch (...) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnTick", "Failed to execute TickHandler " << handler.name);
     }
+}
+
+/// The same, timed: the pass records the call's duration once it holds the
+/// mutex again. The entry is looked up before the call, since the call may
+/// unregister its own handler; the entry outlives the pass in any case.
+void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass, const STickHandler& handler,
+                           std::unique_lock<std::mutex>& lock) {
+    zyn_ts::HandlerTiming* const entry = state.statistics.entryFor(&handler);
+    lock.unlock();
+    const int64_t startNs = zyn_ts::statisticsNowNs();
+    callTickFunction(handler);
+    const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
+    lock.lock();
+    state.statistics.recordCall(pass, entry, callNs);
+}
+
+/// One line per overrun that the rate limit lets through.
+void traceOverrun(const zyn_ts::OverrunReport& report) {
+    if (!report.due) {
+        return;
+    }
+    ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_OnTick",
+                 "CTickScheduler pass took " << report.passNs / 1000 << " us, period " << report.periodNs / 1000
+                                             << " us; longest TickHandler " << report.culprit << " took "
+                                             << report.culpritNs / 1000 << " us; " << report.suppressed
+                                             << " earlier overruns not reported");
 }
 
 /// The counter runs 0 .. tickInterval - 1; a counter at or above the interval
@@ -247,6 +274,12 @@ extern "C" void CTickScheduler_OnTick(void* /*context*/) {
     state.passWalksCopy = false;
     state.inTick = true;
     state.tickThreadId = pthread_self();
+    // Decided once per pass: switching during the pass applies to the next.
+    const bool timed = state.statistics.isOn();
+    zyn_ts::PassTiming pass;
+    if (timed) {
+        state.statistics.beginPass(pass);
+    }
 
     for (size_t position = 0; position < handlerCount; ++position) {
         STickHandler* const handler = passHandlerAt(state, position);
@@ -254,9 +287,13 @@ extern "C" void CTickScheduler_OnTick(void* /*context*/) {
             continue;
         }
         if (isDue(state, *handler)) {
-            lock.unlock();
-            callTickFunction(*handler);
-            lock.lock();
+            if (timed) {
+                callTimedTickFunction(state, pass, *handler, lock);
+            } else {
+                lock.unlock();
+                callTickFunction(*handler);
+                lock.lock();
+            }
             // The tick function may have unregistered its own handler.
             if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
                 continue;
@@ -265,6 +302,9 @@ extern "C" void CTickScheduler_OnTick(void* /*context*/) {
         advanceCounter(*handler);
     }
 
+    if (timed) {
+        traceOverrun(state.statistics.endPass(pass));
+    }
     finishPassBookkeeping(state);
     state.inTick = false;
     state.tickDone.notify_all();
@@ -311,6 +351,7 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
             throw;
         }
     }
+    state.statistics.addHandler(record.get());
     *tickHandler = record.release();
     return TickResult::Success;
 }
@@ -374,6 +415,7 @@ extern "C" uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle) 
     } else {
         ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_UnregisterTickHandler",
                      "Tick Handler " << handler->name << " unregistered successfully");
+        state.statistics.removeHandler(handler);
         if (duringPass) {
             // The running pass may still hold the record; it is freed when
             // the pass ends.
@@ -531,6 +573,10 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     state.initialized.store(1, std::memory_order_relaxed);
     // Read only now, when every registration has succeeded.
     state.tickPriority = *priority;
+    {
+        std::lock_guard<std::mutex> statisticsLock(state.tickMutex);
+        state.statistics.applyEnvironment();
+    }
     return TickResult::Success;
 }
 
@@ -605,5 +651,6 @@ extern "C" void CTickScheduler_Uninitialize(void) {
         // emptied, under the mutex so that a concurrent registration is safe.
         std::lock_guard<std::mutex> listLock(state.tickMutex);
         state.tickHandlers.clear();
+        state.statistics.removeAllHandlers();
     }
 }

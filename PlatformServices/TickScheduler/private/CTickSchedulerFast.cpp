@@ -8,6 +8,7 @@
 #include "CTickSchedulerFastModule.h"
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
+#include "StatisticsClock.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -37,6 +38,9 @@ constexpr char kUnregisterFromOnTickName[] = "CTickSchedulerFast_UnregisterTickH
 
 }  // namespace
 
+// Early, like the other module's state: a static constructor elsewhere may
+// register a handler before this file's ordinary statics exist.
+__attribute__((init_priority(102))) zyn_ts::DispatchStatistics fastDispatchStatistics{zyn_ts::kNsPerMs};
 CTickSchedulerFast tickSchedulerFastModule;
 
 // The receiver given to the oscillator at phase 11.
@@ -70,6 +74,7 @@ uint32_t removeAndFree(STickHandler** handle) {
         return TickResult::ListRemoveFailed;
     }
     ZYN_TS_TRACE(KIV_TRACE_INFO, Function, "Tick Handler " << nameOf(record) << " unregistered successfully");
+    fastDispatchStatistics.removeHandler(record);
     delete record;
     *handle = nullptr;
     return TickResult::Success;
@@ -82,11 +87,34 @@ bool isHandlerDue(const STickHandler& handler) {
             tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
 }
 
+/// Calls the handler and records how long it took. The entry is looked up
+/// before the call: the call may unregister and free its own record, whose
+/// entry stays until the pass ends.
+void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
+    zyn_ts::HandlerTiming* const entry = fastDispatchStatistics.entryFor(&handler);
+    const int64_t startNs = zyn_ts::statisticsNowNs();
+    handler.tickReceiver.onTick(handler.tickReceiver.context);
+    fastDispatchStatistics.recordCall(pass, entry, zyn_ts::statisticsNowNs() - startNs);
+}
+
+/// One line per overrun that the rate limit lets through.
+void traceOverrun(const zyn_ts::OverrunReport& report) {
+    if (!report.due) {
+        return;
+    }
+    ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickSchedulerFast_OnTick",
+                 "CTickSchedulerFast pass took " << report.passNs / 1000 << " us, period " << report.periodNs / 1000
+                                                 << " us; longest tick handler " << report.culprit << " took "
+                                                 << report.culpritNs / 1000 << " us; " << report.suppressed
+                                                 << " earlier overruns not reported");
+}
+
 /// Walks the handler list once and calls each due handler; `tickMutex` is
 /// held by the caller. The cursor has already moved past the element it
 /// delivers, so a handler may remove itself (unlocked variant) and the walk
 /// goes on with the next one; a record is never touched after its call.
-void dispatchHandlers() {
+/// `pass` is null unless the statistics time this pass.
+void dispatchHandlers(zyn_ts::PassTiming* pass) {
     CList* const list = &tickSchedulerFastModule.handlerList;
     CListCursor cursor = nullptr;
     void* element = nullptr;
@@ -106,7 +134,11 @@ void dispatchHandlers() {
         }
         const auto* const handler = static_cast<const STickHandler*>(element);
         if (isHandlerDue(*handler)) {
-            handler->tickReceiver.onTick(handler->tickReceiver.context);
+            if (pass != nullptr) {
+                callTimed(*pass, *handler);
+            } else {
+                handler->tickReceiver.onTick(handler->tickReceiver.context);
+            }
         }
         if (status == CLIST_END_OF_LIST) {
             return;
@@ -171,6 +203,7 @@ extern "C" uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHan
         return TickResult::MutexFailure;
     }
     (void)CList_PushTail(&module.handlerList, record);
+    fastDispatchStatistics.addHandler(record);
     if (pthread_mutex_unlock(&module.tickMutex) != 0) {
         // The record is in the list and will be called, but the client is not
         // given its handle: it sees the failure and must not assume the
@@ -236,7 +269,14 @@ extern "C" void CTickSchedulerFast_OnTick(void* /*context*/) {
         return;
     }
     if (CList_IsEmpty(&module.handlerList) == 0) {
-        dispatchHandlers();
+        if (fastDispatchStatistics.isOn()) {
+            zyn_ts::PassTiming pass;
+            fastDispatchStatistics.beginPass(pass);
+            dispatchHandlers(&pass);
+            traceOverrun(fastDispatchStatistics.endPass(pass));
+        } else {
+            dispatchHandlers(nullptr);
+        }
     }
     (void)pthread_mutex_unlock(&module.tickMutex);
 }
@@ -338,6 +378,10 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     (void)CList_Construct(&module.handlerList);
     module.disabledGroupMask.store(0, std::memory_order_relaxed);
     module.initialized = 1;
+    if (pthread_mutex_lock(&module.tickMutex) == 0) {
+        fastDispatchStatistics.applyEnvironment();
+        (void)pthread_mutex_unlock(&module.tickMutex);
+    }
     return TickResult::Success;
 }
 

@@ -17,6 +17,7 @@
 #include <cstdint>
 
 #include "CList.h"
+#include "DispatchStatistics.h"
 #include "ITickReceiver.h"
 #include "STickHandler.h"
 #include "TickOscillator.h"
@@ -46,6 +47,11 @@ public:
 
 /// The module instance.
 extern ZYN_TS_INTERNAL CTickSchedulerFast tickSchedulerFastModule;
+
+/// The fast module's handler timing, guarded by `tickMutex`. Kept beside the
+/// module object rather than in it, so that the module's members stay as
+/// they are; constructed before and destroyed after it.
+extern ZYN_TS_INTERNAL zyn_ts::DispatchStatistics fastDispatchStatistics;
 
 extern "C" {
 

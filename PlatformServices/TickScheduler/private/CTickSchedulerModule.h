@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "CModuleManager.h"
+#include "DispatchStatistics.h"
 #include "ETickPriority.h"
 #include "ITickReceiver.h"
 #include "STickHandler.h"
@@ -64,6 +65,11 @@ public:
     /// Records unregistered on the tick thread during a pass: the pass may
     /// still hold them in `passHandlers`, so they are freed when it ends.
     std::vector<STickHandler*> retiredHandlers;
+
+    /// Handler timing and overrun attribution, off until switched on.
+    /// Declared last: the destructor stops the oscillator before any member
+    /// goes.
+    zyn_ts::DispatchStatistics statistics{6 * zyn_ts::kNsPerMs};
 };
 
 /// The module state.

@@ -1,0 +1,195 @@
+#include "DispatchStatistics.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "StatisticsClock.h"
+
+namespace zyn_ts {
+
+namespace {
+
+constexpr const char* kEnvironmentSwitch = "ZYN_TICK_STATISTICS";
+/// A persistently slow handler may not flood the trace.
+constexpr int64_t kOverrunReportIntervalNs = 1000 * kNsPerMs;
+
+/// The record's name is always NUL-terminated within its 32 bytes.
+void copyName(char (&target)[32], const char (&source)[32]) {
+    std::memcpy(target, source, sizeof(target));
+    target[sizeof(target) - 1] = '\0';
+}
+
+}  // namespace
+
+DispatchStatistics::DispatchStatistics(int64_t periodNs) : periodNs(periodNs), handlerBudgetNs(periodNs) {}
+
+void DispatchStatistics::switchOn(uint64_t budgetNs) {
+    handlerBudgetNs = budgetNs == 0 ? periodNs : static_cast<int64_t>(std::min<uint64_t>(budgetNs, INT64_MAX));
+    on.store(true, std::memory_order_relaxed);
+}
+
+void DispatchStatistics::switchOff() { on.store(false, std::memory_order_relaxed); }
+
+void DispatchStatistics::applyEnvironment() {
+    // Read only by Initialize, which the platform calls before any phase on
+    // one thread; nothing in the library changes the environment.
+    const char* value = std::getenv(kEnvironmentSwitch);  // NOLINT(concurrency-mt-unsafe)
+    if (value != nullptr && value[0] != '\0' && std::strcmp(value, "0") != 0) {
+        switchOn(0);
+    }
+}
+
+void DispatchStatistics::reset() {
+    for (auto& entry : handlers) {
+        HandlerTiming& timing = entry.second;
+        timing.calls = 0;
+        timing.overBudget = 0;
+        timing.totalNs = 0;
+        timing.minNs = 0;
+        timing.maxNs = 0;
+        timing.lastNs = 0;
+    }
+    passes = 0;
+    overruns = 0;
+    longestPassNs = 0;
+    longestPassCulpritNs = 0;
+    longestPassCulprit[0] = '\0';
+    overrunReported = false;
+    lastOverrunReportNs = 0;
+    overrunsSinceReport = 0;
+}
+
+void DispatchStatistics::addHandler(const STickHandler* handler) {
+    try {
+        HandlerTiming& timing = handlers[handler];
+        timing = HandlerTiming{};
+        copyName(timing.name, handler->name);
+    } catch (const std::bad_alloc&) {
+        // The handler runs as usual; only its figures are missing.
+    }
+}
+
+void DispatchStatistics::removeHandler(const STickHandler* handler) {
+    const auto found = handlers.find(handler);
+    if (found == handlers.end()) {
+        return;
+    }
+    if (passOpen) {
+        // The pass may be timing this very handler's call.
+        if (!found->second.removed) {
+            found->second.removed = true;
+            ++removedDuringPass;
+        }
+        return;
+    }
+    handlers.erase(found);
+}
+
+void DispatchStatistics::removeAllHandlers() {
+    handlers.clear();
+    removedDuringPass = 0;
+}
+
+void DispatchStatistics::beginPass(PassTiming& pass) {
+    passOpen = true;
+    pass.startNs = statisticsNowNs();
+}
+
+HandlerTiming* DispatchStatistics::entryFor(const STickHandler* handler) {
+    const auto found = handlers.find(handler);
+    return found == handlers.end() || found->second.removed ? nullptr : &found->second;
+}
+
+void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const {
+    if (entry == nullptr) {
+        return;
+    }
+    entry->minNs = entry->calls == 0 ? callNs : std::min(entry->minNs, callNs);
+    entry->maxNs = std::max(entry->maxNs, callNs);
+    entry->lastNs = callNs;
+    entry->totalNs += callNs;
+    ++entry->calls;
+    if (callNs > handlerBudgetNs) {
+        ++entry->overBudget;
+    }
+    if (callNs > pass.longestCallNs) {
+        pass.longestCallNs = callNs;
+        std::memcpy(pass.longestCallName, entry->name, sizeof(pass.longestCallName));
+    }
+}
+
+OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
+    const int64_t endNs = statisticsNowNs();
+    const int64_t passNs = endNs - pass.startNs;
+    countPass(pass, passNs);
+    if (removedDuringPass != 0) {
+        for (auto entry = handlers.begin(); entry != handlers.end();) {
+            entry = entry->second.removed ? handlers.erase(entry) : std::next(entry);
+        }
+        removedDuringPass = 0;
+    }
+    passOpen = false;
+    if (passNs <= periodNs) {
+        return OverrunReport{};
+    }
+    ++overruns;
+    return rateLimitedReport(pass, passNs, endNs);
+}
+
+void DispatchStatistics::countPass(const PassTiming& pass, int64_t passNs) {
+    ++passes;
+    if (passNs > longestPassNs) {
+        longestPassNs = passNs;
+        longestPassCulpritNs = std::max<int64_t>(pass.longestCallNs, 0);
+        std::memcpy(longestPassCulprit, pass.longestCallName, sizeof(longestPassCulprit));
+    }
+}
+
+OverrunReport DispatchStatistics::rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs) {
+    if (overrunReported && nowNs - lastOverrunReportNs < kOverrunReportIntervalNs) {
+        ++overrunsSinceReport;
+        return OverrunReport{};
+    }
+    OverrunReport report;
+    report.due = true;
+    report.passNs = passNs;
+    report.periodNs = periodNs;
+    report.culpritNs = std::max<int64_t>(pass.longestCallNs, 0);
+    std::memcpy(report.culprit, pass.longestCallName, sizeof(report.culprit));
+    report.suppressed = overrunsSinceReport;
+    overrunReported = true;
+    lastOverrunReportNs = nowNs;
+    overrunsSinceReport = 0;
+    return report;
+}
+
+bool DispatchStatistics::copyHandler(const STickHandler* handler, STickHandlerStatistics& out) const {
+    const auto found = handlers.find(handler);
+    if (found == handlers.end() || found->second.removed) {
+        return false;
+    }
+    const HandlerTiming& timing = found->second;
+    out.reserved = 0;
+    out.calls = timing.calls;
+    out.overBudget = timing.overBudget;
+    out.totalNs = timing.totalNs;
+    out.minNs = timing.minNs;
+    out.maxNs = timing.maxNs;
+    out.lastNs = timing.lastNs;
+    return true;
+}
+
+void DispatchStatistics::copyScheduler(STickSchedulerStatistics& out) const {
+    out.enabled = isOn() ? 1u : 0u;
+    out.passes = passes;
+    out.overruns = overruns;
+    out.periodNs = periodNs;
+    out.handlerBudgetNs = handlerBudgetNs;
+    out.longestPassNs = longestPassNs;
+    out.longestPassCulpritNs = longestPassCulpritNs;
+    std::memcpy(out.longestPassCulprit, longestPassCulprit, sizeof(out.longestPassCulprit));
+}
+
+}  // namespace zyn_ts

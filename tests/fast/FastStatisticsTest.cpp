@@ -1,0 +1,254 @@
+// Handler timing and overrun attribution of the fast scheduler, on a clock
+// the test moves: each tick function advances it by the time it is meant to
+// take.
+
+#include <pthread.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "FastSchedulerFixture.h"
+#include "ScriptedClock.h"
+#include "TickStatistics.h"
+
+namespace {
+
+using test_support::ScriptedClock;
+constexpr int64_t kMs = ScriptedClock::kMs;
+constexpr int64_t kUs = ScriptedClock::kUs;
+
+void tick(int count = 1) {
+    for (int i = 0; i < count; ++i) {
+        CTickSchedulerFast_OnTick(nullptr);
+    }
+}
+
+/// A fast handler whose every call takes `duration` and runs an optional
+/// action afterwards.
+struct TimedClient {
+    TimedClient(std::string clientName, int64_t callDuration) : name(std::move(clientName)), duration(callDuration) {}
+
+    uint32_t registerHandler() {
+        const ITickReceiver receiver{this, &TimedClient::onTick};
+        return CTickSchedulerFast_RegisterTickHandler(&handle, &receiver, name.c_str());
+    }
+
+    static void onTick(void* context) {
+        auto* self = static_cast<TimedClient*>(context);
+        ++self->calls;
+        ScriptedClock::advance(self->duration);
+        if (self->action) {
+            self->action(self);
+        }
+    }
+
+    std::string name;
+    int64_t duration;
+    STickHandler* handle = nullptr;
+    int calls = 0;
+    void (*action)(TimedClient*) = nullptr;
+};
+
+STickHandlerStatistics handlerStatistics(const STickHandler* handler) {
+    STickHandlerStatistics statistics{};
+    statistics.size = sizeof(statistics);
+    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(handler, &statistics), TickResult::Success);
+    return statistics;
+}
+
+STickSchedulerStatistics schedulerStatistics() {
+    STickSchedulerStatistics statistics{};
+    statistics.size = sizeof(statistics);
+    EXPECT_EQ(CTickSchedulerFast_GetSchedulerStatistics(&statistics), TickResult::Success);
+    return statistics;
+}
+
+class FastStatistics : public fast_test::FastSchedulerTest {
+protected:
+    void SetUp() override {
+        FastSchedulerTest::SetUp();
+        ASSERT_EQ(CTickSchedulerFast_DisableStatistics(), TickResult::Success);
+        ASSERT_EQ(CTickSchedulerFast_ResetStatistics(), TickResult::Success);
+    }
+    void TearDown() override {
+        ASSERT_EQ(CTickSchedulerFast_DisableStatistics(), TickResult::Success);
+        FastSchedulerTest::TearDown();
+    }
+
+    ScriptedClock clock;
+};
+
+TEST_F(FastStatistics, AreOffUntilSwitchedOnAndTimeNothing) {
+    TimedClient slow("Slow", 2 * kMs);
+    ASSERT_EQ(slow.registerHandler(), TickResult::Success);
+    tick(3);
+    EXPECT_EQ(slow.calls, 3);
+    EXPECT_EQ(schedulerStatistics().enabled, 0u);
+    EXPECT_EQ(schedulerStatistics().passes, 0u);
+    EXPECT_EQ(handlerStatistics(slow.handle).calls, 0u);
+    EXPECT_TRUE(fast_test::messagesOf("CTickSchedulerFast_OnTick").empty());
+}
+
+TEST_F(FastStatistics, HandlerFiguresAndBudgetCounter) {
+    TimedClient probe("Probe", 300 * kUs);
+    ASSERT_EQ(probe.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(250 * kUs), TickResult::Success);
+    tick(2);
+    probe.duration = 100 * kUs;
+    tick(1);
+
+    const STickHandlerStatistics figures = handlerStatistics(probe.handle);
+    EXPECT_EQ(figures.calls, 3u);
+    EXPECT_EQ(figures.totalNs, 700 * kUs);
+    EXPECT_EQ(figures.minNs, 100 * kUs);
+    EXPECT_EQ(figures.maxNs, 300 * kUs);
+    EXPECT_EQ(figures.lastNs, 100 * kUs);
+    EXPECT_EQ(figures.overBudget, 2u);
+    EXPECT_EQ(schedulerStatistics().passes, 3u);
+    EXPECT_EQ(schedulerStatistics().periodNs, 1 * kMs);
+}
+
+TEST_F(FastStatistics, DisabledHandlersAreNotTimed) {
+    TimedClient probe("Probe", 100 * kUs);
+    ASSERT_EQ(probe.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_DisableTickHandler(probe.handle), TickResult::Success);
+    tick(2);
+    EXPECT_EQ(handlerStatistics(probe.handle).calls, 0u);
+    EXPECT_EQ(schedulerStatistics().passes, 2u);
+}
+
+TEST_F(FastStatistics, LongestPassNamesItsLongestHandlerAndOverrunsAreTracedOnceASecond) {
+    TimedClient quick("Quick", 200 * kUs);
+    TimedClient slow("Slow", 900 * kUs);
+    ASSERT_EQ(quick.registerHandler(), TickResult::Success);
+    ASSERT_EQ(slow.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    platform_double::reset();
+
+    tick(5);  // five 1.1 ms passes
+    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
+              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100 us, period 1000 us; longest tick "
+                                        "handler Slow took 900 us; 0 earlier overruns not reported"}));
+    const STickSchedulerStatistics figures = schedulerStatistics();
+    EXPECT_EQ(figures.overruns, 5u);
+    EXPECT_EQ(figures.longestPassNs, 1100 * kUs);
+    EXPECT_STREQ(figures.longestPassCulprit, "Slow");
+    EXPECT_EQ(figures.longestPassCulpritNs, 900 * kUs);
+
+    ScriptedClock::advance(1000 * kMs);
+    platform_double::reset();
+    tick(1);
+    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
+              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100 us, period 1000 us; longest tick "
+                                        "handler Slow took 900 us; 4 earlier overruns not reported"}));
+}
+
+TEST_F(FastStatistics, ResetClearsTheFigures) {
+    TimedClient slow("Slow", 2 * kMs);
+    ASSERT_EQ(slow.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    tick(2);
+    ASSERT_EQ(CTickSchedulerFast_ResetStatistics(), TickResult::Success);
+    EXPECT_EQ(handlerStatistics(slow.handle).calls, 0u);
+    EXPECT_EQ(handlerStatistics(slow.handle).maxNs, 0);
+    EXPECT_EQ(schedulerStatistics().passes, 0u);
+    EXPECT_EQ(schedulerStatistics().overruns, 0u);
+    EXPECT_STREQ(schedulerStatistics().longestPassCulprit, "");
+    EXPECT_EQ(schedulerStatistics().enabled, 1u);
+}
+
+TEST_F(FastStatistics, AHandlerRemovingItselfDuringItsTimedCallIsStillTheCulprit) {
+    TimedClient quick("Quick", 100 * kUs);
+    TimedClient leaving("Leaving", 3 * kMs);
+    ASSERT_EQ(quick.registerHandler(), TickResult::Success);
+    ASSERT_EQ(leaving.registerHandler(), TickResult::Success);
+    leaving.action = [](TimedClient* self) {
+        EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&self->handle), TickResult::Success);
+    };
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    tick(2);
+    EXPECT_EQ(leaving.calls, 1);
+    EXPECT_EQ(quick.calls, 2);
+    EXPECT_STREQ(schedulerStatistics().longestPassCulprit, "Leaving");
+    EXPECT_EQ(schedulerStatistics().longestPassCulpritNs, 3 * kMs);
+}
+
+TEST_F(FastStatistics, QueriesRefuseNullTooSmallAndUnknown) {
+    TimedClient probe("Probe", 0);
+    ASSERT_EQ(probe.registerHandler(), TickResult::Success);
+    STickHandlerStatistics record{};
+    record.size = sizeof(record) - 1;
+    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(probe.handle, &record), TickResult::NullArgument);
+    record.size = sizeof(record);
+    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(nullptr, &record), TickResult::NullArgument);
+    STickSchedulerStatistics schedulerRecord{};
+    schedulerRecord.size = 4;
+    EXPECT_EQ(CTickSchedulerFast_GetSchedulerStatistics(&schedulerRecord), TickResult::NullArgument);
+    STickHandler* const former = probe.handle;
+    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&probe.handle), TickResult::Success);
+    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(former, &record), TickResult::UnknownHandler);
+}
+
+TEST_F(FastStatistics, TheEnvironmentSwitchesThemOnAtInitialization) {
+    CTickSchedulerFast_Uninitialize();
+    ASSERT_EQ(setenv("ZYN_TICK_STATISTICS", "1", 1), 0);
+    const uint32_t result = CTickSchedulerFast_Initialize();
+    unsetenv("ZYN_TICK_STATISTICS");
+    ASSERT_EQ(result, TickResult::Success);
+    EXPECT_EQ(schedulerStatistics().enabled, 1u);
+}
+
+// With the statistics switched on and off again the dispatch writes and
+// returns exactly what it does with them never switched on.
+TEST_F(FastStatistics, SwitchedOffAgainTheDispatchTracesWhatItAlwaysDid) {
+    std::vector<std::string> log;
+    fast_test::RecordingClient a("A", log);
+    fast_test::RecordingClient b("B", log);
+    ASSERT_EQ(a.registerHandler(), TickResult::Success);
+    ASSERT_EQ(b.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_DisableStatistics(), TickResult::Success);
+    platform_double::reset();
+    tick(2);
+    EXPECT_EQ(log, (std::vector<std::string>{"A", "B", "A", "B"}));
+    EXPECT_TRUE(platform_double::traces().empty());
+    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&a.handle), TickResult::Success);
+    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_UnregisterTickHandler"),
+              (std::vector<std::string>{"5:Tick Handler A unregistered successfully"}));
+    EXPECT_EQ(schedulerStatistics().passes, 0u);
+}
+
+// Real clock: a client thread reads and resets while another thread runs
+// passes; the race detector build checks that nothing is shared unguarded.
+TEST_F(FastStatistics, ClientsQueryAndResetWhilePassesRun) {
+    zyn_ts::setStatisticsClock(nullptr);
+    TimedClient probe("Probe", 0);
+    ASSERT_EQ(probe.registerHandler(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(1), TickResult::Success);
+    std::atomic<bool> stop{false};
+    std::atomic<int> passes{0};
+    std::thread ticker([&] {
+        while (!stop.load()) {
+            tick();
+            passes.fetch_add(1);
+        }
+    });
+    for (int round = 0; round < 2000 || passes.load() < 2000; ++round) {
+        const STickHandlerStatistics figures = handlerStatistics(probe.handle);
+        EXPECT_LE(figures.maxNs, figures.totalNs);
+        EXPECT_LE(figures.minNs, figures.maxNs);
+        const STickSchedulerStatistics scheduler = schedulerStatistics();
+        EXPECT_LE(scheduler.overruns, scheduler.passes);
+        if (round % 500 == 499) {
+            ASSERT_EQ(CTickSchedulerFast_ResetStatistics(), TickResult::Success);
+        }
+    }
+    stop.store(true);
+    ticker.join();
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// With the statistics off, or switched on and off again, a scheduler writes
+// exactly the trace lines and returns exactly the results it always did: the
+// same sequence of registrations, failing tick functions, maintenance and
+// passes is replayed and compared line by line.
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "SchedulerFixture.h"
+#include "TickStatistics.h"
+
+namespace scheduler_test {
+namespace {
+
+constexpr const char* kRegister = "CTickScheduler_RegisterTickHandler";
+constexpr const char* kUnregister = "CTickScheduler_UnregisterTickHandler";
+constexpr const char* kPriority = "CTickScheduler_SetTickPriority";
+constexpr const char* kOnTick = "CTickScheduler_OnTick";
+
+struct Outcome {
+    std::vector<uint32_t> results;
+    std::vector<Line> lines;
+    std::vector<std::string> calls;
+};
+
+/// Registers three handlers (one throwing a runtime error, one an int),
+/// ticks, disables, re-prioritises and unregisters, collecting every result.
+Outcome runScenario() {
+    CallLog log;
+    Probe steady("Steady", &log);
+    Probe failing("Failing", &log);
+    failing.action = [] { throw std::runtime_error("boom"); };
+    Probe odd("Odd", &log);
+    odd.action = [] { throw 7; };
+    Outcome outcome;
+    STickHandler* steadyHandle = nullptr;
+    STickHandler* failingHandle = nullptr;
+    STickHandler* oddHandle = nullptr;
+    const ITickReceiver steadyReceiver = steady.receiver();
+    const ITickReceiver failingReceiver = failing.receiver();
+    const ITickReceiver oddReceiver = odd.receiver();
+    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&steadyHandle, &steadyReceiver, 1, "Steady"));
+    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&failingHandle, &failingReceiver, 2, "Failing"));
+    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&oddHandle, &oddReceiver, 3, "Odd"));
+    outcome.results.push_back(CTickScheduler_RegisterTickHandler(nullptr, &oddReceiver, 3, "Null"));
+    tick(4);
+    outcome.results.push_back(CTickScheduler_DisableTickHandler(steadyHandle));
+    tick(2);
+    outcome.results.push_back(CTickScheduler_SetTickPriority(oddHandle, 3));
+    outcome.results.push_back(CTickScheduler_UnregisterTickHandler(&failingHandle));
+    outcome.results.push_back(CTickScheduler_UnregisterTickHandler(&failingHandle));
+    outcome.results.push_back(CTickScheduler_EnableTickHandler(steadyHandle));
+    tick(1);
+    outcome.lines = messages();
+    outcome.calls = log.take();
+    (void)CTickScheduler_UnregisterTickHandler(&steadyHandle);
+    (void)CTickScheduler_UnregisterTickHandler(&oddHandle);
+    return outcome;
+}
+
+const std::vector<Line>& linesOfToday() {
+    static const std::vector<Line> lines = {
+        {KIV_TRACE_INFO, kRegister, "Register tick handler  Steady"},
+        {KIV_TRACE_INFO, kRegister, "Register tick handler  Failing"},
+        {KIV_TRACE_INFO, kRegister, "Register tick handler  Odd"},
+        {KIV_TRACE_ERROR, kRegister, "tickHandler == NULL"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
+        {KIV_TRACE_INFO, kPriority, "Tick Handler Odd changed priority to 3"},
+        {KIV_TRACE_INFO, kUnregister, "Tick Handler Failing unregistered successfully"},
+        {KIV_TRACE_WARNING, kUnregister, "Error Unregistering Tick Handler"},
+        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
+    };
+    return lines;
+}
+
+const std::vector<uint32_t>& resultsOfToday() {
+    static const std::vector<uint32_t> results = {0, 0, 0, TickResult::NullArgument, 0, 0, 0, 0, 0};
+    return results;
+}
+
+class StatisticsOffStateTest : public SchedulerTest {};
+
+TEST_F(StatisticsOffStateTest, NeverSwitchedOnTheSchedulerTracesAndReturnsWhatItAlwaysDid) {
+    const Outcome outcome = runScenario();
+    EXPECT_EQ(outcome.lines, linesOfToday());
+    EXPECT_EQ(outcome.results, resultsOfToday());
+}
+
+TEST_F(StatisticsOffStateTest, SwitchedOnAndOffAgainTheSchedulerTracesAndReturnsWhatItAlwaysDid) {
+    const Outcome never = runScenario();
+    resetModuleToLoadState();
+    platform_double::reset();
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    ASSERT_EQ(CTickScheduler_DisableStatistics(), TickResult::Success);
+    const Outcome afterwards = runScenario();
+    EXPECT_EQ(afterwards.lines, never.lines);
+    EXPECT_EQ(afterwards.results, never.results);
+    EXPECT_EQ(afterwards.calls, never.calls);
+}
+
+TEST_F(StatisticsOffStateTest, SwitchedOnTheSchedulerAddsNoLineWhileNoPassOverruns) {
+    const Outcome never = runScenario();
+    resetModuleToLoadState();
+    platform_double::reset();
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    const Outcome timed = runScenario();
+    EXPECT_EQ(timed.lines, never.lines);
+    EXPECT_EQ(timed.results, never.results);
+    EXPECT_EQ(timed.calls, never.calls);
+}
+
+}  // namespace
+}  // namespace scheduler_test

@@ -1,0 +1,37 @@
+// A statistics clock that only the test moves: a tick function "takes" a
+// known time by advancing it, so durations are exact whatever the host does.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "StatisticsClock.h"
+
+namespace test_support {
+
+class ScriptedClock {
+public:
+    static constexpr int64_t kMs = 1000000;
+    static constexpr int64_t kUs = 1000;
+
+    /// Installs the clock (starting at an arbitrary non-zero instant) for
+    /// the lifetime of this object.
+    ScriptedClock() {
+        nowNs().store(1000 * kMs);
+        zyn_ts::setStatisticsClock(&read);
+    }
+    ~ScriptedClock() { zyn_ts::setStatisticsClock(nullptr); }
+    ScriptedClock(const ScriptedClock&) = delete;
+    ScriptedClock& operator=(const ScriptedClock&) = delete;
+
+    static void advance(int64_t ns) { nowNs().fetch_add(ns); }
+
+private:
+    static std::atomic<int64_t>& nowNs() {
+        static std::atomic<int64_t> value{0};
+        return value;
+    }
+    static int64_t read() { return nowNs().load(); }
+};
+
+}  // namespace test_support
