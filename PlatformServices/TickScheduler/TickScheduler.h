@@ -15,3 +15,4 @@
 #include "TickResultCodes.h"
 #include "TickSchedulerExport.h"
 #include "TickSchedulerTrace.h"
+#include "TickStatistics.h"
