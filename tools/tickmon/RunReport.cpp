@@ -37,6 +37,8 @@ std::string stopSentence(const RunReport& report) {
             return "stopped after the requested ticks";
         case StopReason::Interrupted:
             return "stopped by an interrupt";
+        case StopReason::BreakTrace:
+            return "stopped by --break-trace at tick " + std::to_string(report.punctuality.breakTrace.tick);
         case StopReason::Duration:
             break;
     }
@@ -132,6 +134,8 @@ const char* stopReasonName(StopReason reason) {
             return "ticks";
         case StopReason::Interrupted:
             return "interrupted";
+        case StopReason::BreakTrace:
+            return "break-trace";
         case StopReason::Duration:
             break;
     }
@@ -146,6 +150,7 @@ std::string formatReport(const RunReport& report) {
     appendTicks(out, report);
     appendHandlers(out, report);
     appendThread(out, report);
+    out += formatPunctuality(report.punctuality);
     out += report.passed ? "\nSelf-test: PASS (every handler was called as often as its interval requires)\n"
                          : "\nSelf-test: FAIL (a handler was called a wrong number of times)\n";
     return out;
@@ -243,6 +248,7 @@ std::string formatJson(const RunReport& report) {
     writeTicks(json, report.ticks);
     writeHandlers(json, report.handlers);
     writeThread(json, report.thread);
+    writePunctualityJson(json, report.punctuality);
     json.key("passed").value(report.passed);
     json.endObject();
     return json.text();

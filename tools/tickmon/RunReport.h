@@ -9,6 +9,7 @@
 
 #include "HandlerCheck.h"
 #include "MonitorOptions.h"
+#include "PunctualityReport.h"
 #include "TickAnalysis.h"
 
 namespace tickmon {
@@ -28,7 +29,7 @@ struct OscillatorThreadReport {
     std::string cpuSource;
 };
 
-enum class StopReason { Duration, Ticks, Interrupted };
+enum class StopReason { Duration, Ticks, Interrupted, BreakTrace };
 
 struct RunReport {
     MonitorOptions options;
@@ -42,6 +43,7 @@ struct RunReport {
     TickAnalysis ticks;
     std::vector<HandlerVerdict> handlers;
     OscillatorThreadReport thread;
+    PunctualityReport punctuality;
     /// Every handler called as often as its interval requires.
     bool passed = false;
 };
@@ -49,7 +51,7 @@ struct RunReport {
 std::string formatReport(const RunReport& report);
 std::string formatJson(const RunReport& report);
 
-/// "duration", "ticks" or "interrupted".
+/// "duration", "ticks", "interrupted" or "break-trace".
 const char* stopReasonName(StopReason reason);
 
 }  // namespace tickmon
