@@ -8,8 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include "MemoryLock.h"
-
 namespace tickmon {
 namespace {
 
@@ -58,12 +56,6 @@ TEST(CpuPlacement, RefusedPinIsReportedAndChangesNothing) {
         EXPECT_NE(pinned.error().find("sched_setaffinity"), std::string::npos);
     }
     EXPECT_EQ(allowedCpus(0), before);
-}
-
-TEST(MemoryLock, NotAskedSaysSo) {
-    const MemoryLockOutcome outcome = lockMemory(false);
-    EXPECT_FALSE(outcome.locked);
-    EXPECT_EQ(outcome.description, "not asked (--no-mlock)");
 }
 
 }  // namespace

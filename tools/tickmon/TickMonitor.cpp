@@ -352,7 +352,7 @@ int runMonitor(const MonitorOptions& options) {
     installInterruptHandlers();
     applyCpuLatencyOption(options);
     PunctualityReport punctuality;
-    const MemoryLockOutcome memory = lockMemory(options.lockMemory);
+    const MemoryLockOutcome memory = lockMemory(options.lockMemory, readMemoryLockRights());
     punctuality.memoryLock = memory.description;
     punctuality.memoryLocked = memory.locked;
     punctuality.requestedCpus = options.cpus;
