@@ -110,20 +110,25 @@ class OscillatorTiming : public ::testing::Test {
 protected:
     /// Runs `attempt` on a fresh run until one attempt raises no complaint;
     /// fails with the figures of every attempt otherwise. Without real-time
-    /// scheduling the attempt's exact checks are all that counts.
+    /// scheduling, or when no attempt could bracket the start closely enough
+    /// (thread start-up under a sanitizer may take most of a 1 ms period),
+    /// the exact checks are all that counts and the test says so.
     void expectPunctualInOneAttempt(const std::function<Complaint(TimingRun&)>& attempt) {
-        bool judged = true;
-        const std::string complaints = complaintsOfEveryAttempt([&](int /*attempt*/) {
+        bool realTimeGranted = true;
+        const AttemptsOutcome outcome = repeatUntilPunctual([&](int /*attempt*/) {
             platform_double::reset();
             TimingRun run(realTime);
             const Complaint complaint = attempt(run);
-            judged = run.realTime;
-            return judged ? complaint : Complaint();
+            realTimeGranted = run.realTime;
+            return realTimeGranted ? complaint : Complaint();
         });
-        EXPECT_TRUE(complaints.empty()) << "no attempt was punctual:" << complaints;
-        if (!judged) {
+        if (!realTimeGranted) {
             GTEST_SKIP() << "the exact grid checks passed; punctuality needs SCHED_RR, which this system refuses";
         }
+        if (!outcome.punctual && !outcome.judged) {
+            GTEST_SKIP() << "the exact grid checks passed; punctuality could not be judged:" << outcome.complaints;
+        }
+        EXPECT_TRUE(outcome.punctual) << "no attempt was punctual:" << outcome.complaints;
     }
 
     static ReferenceRun reference(int64_t period, int64_t duration) {

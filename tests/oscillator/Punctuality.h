@@ -36,6 +36,11 @@ inline int64_t latenessMargin(int64_t period) { return period >= 6 * kNanosecond
 /// The complaint of one attempt; empty when it passed.
 using Complaint = std::string;
 
+/// The start of a complaint that says the attempt could not be judged at all.
+constexpr char kCannotJudge[] = "cannot judge: ";
+
+inline bool cannotJudge(const Complaint& complaint) { return complaint.rfind(kCannotJudge, 0) == 0; }
+
 /// The lateness of each tick on the grid through the earliest possible
 /// origin: too late by at most the bracket's width.
 inline std::vector<int64_t> latenessesOn(const std::vector<int64_t>& ticks, const GridOrigin& origin, int64_t period) {
@@ -55,7 +60,7 @@ inline Complaint judgePunctuality(const std::vector<int64_t>& ticks, const GridO
     // A start known more vaguely than that leaves the lateness bound too
     // loose to prove anything: the attempt does not count.
     if (origin.width() > period / 2) {
-        complaint << "start known only within " << origin.width() << " ns; ";
+        complaint << kCannotJudge << "the start instant is known only within " << origin.width() << " ns";
         return complaint.str();
     }
     const int64_t referenceMedian = median(reference.latenesses);
@@ -87,21 +92,32 @@ inline Complaint judgePunctuality(const std::vector<int64_t>& ticks, const GridO
     return complaint.str();
 }
 
-/// Runs `attempt` until one returns no complaint, at most kAttempts times;
-/// returns every complaint when none passed, empty otherwise. An attempt that
-/// breaks an exact property has failed the test already: no retry.
-inline std::string complaintsOfEveryAttempt(const std::function<Complaint(int attempt)>& attempt) {
+/// What the attempts of one test showed.
+struct AttemptsOutcome {
+    bool punctual = false;  ///< one attempt passed, or an exact property failed
+    bool judged = false;    ///< at least one attempt could be judged
+    std::string complaints;
+};
+
+/// Runs `attempt` until one returns no complaint, at most kAttempts times,
+/// and collects every complaint. An attempt that breaks an exact property
+/// has failed the test already: no retry.
+inline AttemptsOutcome repeatUntilPunctual(const std::function<Complaint(int attempt)>& attempt) {
+    AttemptsOutcome outcome;
     std::ostringstream all;
     for (int i = 1; i <= kAttempts; ++i) {
         const Complaint complaint = attempt(i);
+        outcome.judged = outcome.judged || !cannotJudge(complaint);
         if (complaint.empty() || ::testing::Test::HasFailure()) {
-            return std::string();
+            outcome.punctual = true;
+            return outcome;
         }
         // Shown in the log, so that spoilt attempts can be counted.
         std::cout << "[ REPEAT   ] attempt " << i << " not punctual: " << complaint << std::endl;
         all << "\n  attempt " << i << ": " << complaint;
     }
-    return all.str();
+    outcome.complaints = all.str();
+    return outcome;
 }
 
 }  // namespace oscillator_test
