@@ -181,6 +181,13 @@ bool runUntilSleep(size_t sleepIndex) {
     return s.changed.wait_for(lock, kRealTimeout, [&] { return s.parkedAt == sleepIndex; });
 }
 
+void parkAtSleep(size_t sleepIndex) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.parkAt = sleepIndex;
+    s.released = false;
+}
+
 void endParkedSleepAt(int64_t instant) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);

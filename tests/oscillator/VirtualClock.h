@@ -66,6 +66,10 @@ void interruptSleep(size_t sleepIndex, int64_t afterNs);
 /// time.
 bool runUntilSleep(size_t sleepIndex);
 
+/// Arms the park at sleep call `sleepIndex` without waiting: for a thread
+/// about to start, which must not run past it before runUntilSleep.
+void parkAtSleep(size_t sleepIndex);
+
 /// The sleep parked on ends at `instant` (at its requested end when earlier).
 void endParkedSleepAt(int64_t instant);
 

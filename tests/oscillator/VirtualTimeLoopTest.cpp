@@ -52,8 +52,11 @@ protected:
     /// its first clock reading.
     void restart() {
         const size_t firstReading = virtual_clock::readings().size();
+        // No thread runs now: every sleep call so far has returned.
+        const size_t firstSleep = virtual_clock::sleeps().size();
+        virtual_clock::parkAtSleep(firstSleep);
         ASSERT_EQ(0u, oscillator.start());
-        runTo(virtual_clock::sleeps().size());
+        runTo(firstSleep);
         const std::vector<int64_t> readings = virtual_clock::readings();
         ASSERT_GT(readings.size(), firstReading);
         origin = readings[firstReading];
