@@ -1,17 +1,21 @@
-// Where the oscillator's grid begins, as far as a test can tell: the one
-// place that estimates it.
+// Where the oscillator's grid begins.
 //
 // The loop anchors its grid on a clock reading its thread takes right after
-// start(). The test brackets that instant: it lies after the test read the
-// clock before start(), and before the test saw the thread's starting line.
-// The ticks narrow it further: the i-th tick (from 1) comes no earlier than
-// origin + i x period, so the origin lies at or before tick_i - i x period.
+// start(), and publishes that instant. A test also brackets it from outside:
+// it lies after the test read the clock before start(), and before the test
+// saw the thread's starting line; the i-th tick (from 1) comes no earlier than
+// origin + i x period, so it also lies at or before tick_i - i x period. The
+// published origin must fall inside that bracket, and then it is the origin
+// the checks use: a single instant, known exactly.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "PublishedGrid.h"
+#include "TickOscillator.h"
 
 namespace oscillator_test {
 
@@ -33,6 +37,17 @@ inline GridOrigin bracketGridOrigin(int64_t beforeStart, int64_t startSeen, cons
     // push the bound below the start; the bracket then stays a point.
     origin.latest = std::max(origin.latest, origin.earliest);
     return origin;
+}
+
+/// The origin `oscillator` published for its latest thread, as a bracket of
+/// width 0, when it lies inside `bracket`; otherwise the bracket itself,
+/// which the caller reports (the published origin is then wrong).
+inline GridOrigin publishedGridOrigin(const TickOscillator& oscillator, const GridOrigin& bracket) {
+    const int64_t published = zyn_ts::readGrid(oscillator).originNs;
+    if (published < bracket.earliest || published > bracket.latest) {
+        return bracket;
+    }
+    return GridOrigin{published, published};
 }
 
 }  // namespace oscillator_test

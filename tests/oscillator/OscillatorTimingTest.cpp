@@ -81,9 +81,14 @@ public:
         startSeen = monotonicNow();
     }
 
-    /// The bracket of the latest start, narrowed by that thread's `ticks`.
+    /// The origin the latest thread published, checked against the bracket
+    /// of its start narrowed by that thread's `ticks`.
     GridOrigin origin(const std::vector<int64_t>& ticks, int64_t period) const {
-        return bracketGridOrigin(beforeStart, startSeen, ticks, period);
+        const GridOrigin bracket = bracketGridOrigin(beforeStart, startSeen, ticks, period);
+        const GridOrigin published = publishedGridOrigin(oscillator, bracket);
+        EXPECT_EQ(published.width(), 0) << "the published origin " << zyn_ts::readGrid(oscillator).originNs
+                                        << " ns lies outside [" << bracket.earliest << ", " << bracket.latest << "]";
+        return published;
     }
 
     static size_t startingLines() {
