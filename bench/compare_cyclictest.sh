@@ -2,13 +2,22 @@
 # Timing of zyn-tickmon's 6 ms tick against cyclictest, the kernel's own
 # latency reference, measured the same way on the same machine.
 #
-# Both run one measuring thread under SCHED_RR at the same priority with a
-# 6 ms period, one after the other, several times alternately (so a change in
-# machine load hits both alike). For each run the script reads the latency
-# histogram each tool writes in cyclictest's -h layout, and samples the CPU
-# time of the measuring thread from /proc (schedstat, nanoseconds) over the
-# middle of the run. It prints one table: min/avg/p99/max latency, CPU time per
-# second, and the ratio of ours to cyclictest's.
+# Both run one measuring thread under SCHED_RR with a 6 ms period, one after
+# the other, several times alternately (so a change in machine load hits both
+# alike), under each of these settings:
+#   defaults  each tool as a user starts it: "zyn-tickmon --duration N" (the
+#             CPU wake-up latency request held at 0, memory locked, six
+#             handlers) against "cyclictest -m -p 79 --policy=rr -i 6000"
+#             (which holds the same request at 0 and locks memory);
+#   held      equal explicit settings: no handlers, the request held at 0,
+#             memory locked, the same priority;
+#   released  equal explicit settings without either: "--cpu-latency off
+#             --no-mlock" against cyclictest's --laptop without -m.
+# For each run the script reads the latency histogram each tool writes in
+# cyclictest's -h layout, and samples the CPU time of the measuring thread
+# from /proc (schedstat, nanoseconds) over the middle of the run. It prints one
+# table per setting: min/avg/p99/max latency, CPU time per second, the ratio
+# of ours to cyclictest's, and the medians of the raw p99.
 #
 # Both measure latency from the due time: cyclictest from its timer's, the
 # monitor from the grid point the scheduler published. The raw columns can be
@@ -17,17 +26,20 @@
 #
 # Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS]
 #                                    [--priority 0..4] [--tickmon PATH]
+#                                    [--settings defaults,held,released]
 # Needs root (or CAP_SYS_NICE) for SCHED_RR; installs the Debian package
 # rt-tests with apt-get when cyclictest is missing.
 set -euo pipefail
 
-runs=3
+runs=5
 duration=10
 priority=2
 tickmon=""
+settings="defaults,held,released"
 
 usage() {
-    echo "Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS] [--priority 0..4] [--tickmon PATH]" >&2
+    echo "Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS] [--priority 0..4] [--tickmon PATH]" \
+        "[--settings defaults,held,released]" >&2
     exit 2
 }
 
@@ -37,6 +49,7 @@ while [[ $# -gt 0 ]]; do
         --duration) duration="${2:?}"; shift 2 ;;
         --priority) priority="${2:?}"; shift 2 ;;
         --tickmon) tickmon="${2:?}"; shift 2 ;;
+        --settings) settings="${2:?}"; shift 2 ;;
         -h|--help) usage ;;
         *) echo "compare_cyclictest.sh: unknown argument '$1'" >&2; usage ;;
     esac
@@ -44,6 +57,8 @@ done
 [[ "$runs" =~ ^[1-9][0-9]*$ ]] || { echo "--runs: expected a positive integer" >&2; exit 2; }
 [[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 5 ]] || { echo "--duration: expected whole seconds, at least 5" >&2; exit 2; }
 [[ "$priority" =~ ^[0-4]$ ]] || { echo "--priority: expected 0 to 4" >&2; exit 2; }
+[[ "$settings" =~ ^(defaults|held|released)(,(defaults|held|released))*$ ]] || {
+    echo "--settings: expected a comma-separated list of defaults, held, released" >&2; exit 2; }
 
 # The SCHED_RR priority the library gives each ETickPriority.
 rt_priorities=(99 98 79 79 79)
@@ -133,58 +148,78 @@ histogram_figures() {
         }' "$1"
 }
 
+# The arguments of each tool under a setting (see the top of this file).
+tickmon_arguments() {
+    case "$1" in
+        defaults) echo "" ;;
+        held) echo "--priority $priority --handlers 0 --cpu-latency 0" ;;
+        released) echo "--priority $priority --handlers 0 --cpu-latency off --no-mlock" ;;
+    esac
+}
+cyclictest_arguments() {
+    case "$1" in
+        defaults) echo "-m -p 79 --policy=rr -i 6000" ;;
+        held) echo "-m --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
+        released) echo "--laptop --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
+    esac
+}
+
 run_tickmon() {
-    local i="$1" pid
-    "$tickmon" --duration "${duration}s" --priority "$priority" --handlers 0 --quiet \
-        --histogram "$work/ours-$i.hist" --histogram-buckets 6000 --json "$work/ours-$i.json" &
+    local setting="$1" i="$2" pid
+    # shellcheck disable=SC2046 # the arguments are words on purpose
+    "$tickmon" --duration "${duration}s" $(tickmon_arguments "$setting") --quiet \
+        --histogram "$work/ours-$setting-$i.hist" --histogram-buckets 6000 --json "$work/ours-$setting-$i.json" &
     pid=$!
-    sample_cpu_per_second "$pid" > "$work/ours-$i.cpu" || echo "nan" > "$work/ours-$i.cpu"
-    wait "$pid" || echo "zyn-tickmon run $i failed (status $?)" >&2
+    sample_cpu_per_second "$pid" > "$work/ours-$setting-$i.cpu" || echo "nan" > "$work/ours-$setting-$i.cpu"
+    wait "$pid" || echo "zyn-tickmon run $i ($setting) failed (status $?)" >&2
 }
 
 run_cyclictest() {
-    local i="$1" pid
-    # --laptop keeps cyclictest from holding /dev/cpu_dma_latency at 0 for
-    # its run, which would give it a power-management advantage the monitor
-    # does not take.
-    cyclictest --quiet --threads=1 --priority="$rt_priority" --policy=rr --interval=6000 \
-        --duration="$duration" --histogram=6000 --laptop > "$work/cyclictest-$i.hist" 2> "$work/cyclictest-$i.err" &
+    local setting="$1" i="$2" pid
+    # shellcheck disable=SC2046 # the arguments are words on purpose
+    cyclictest --quiet $(cyclictest_arguments "$setting") --duration="$duration" --histogram=6000 \
+        > "$work/cyclictest-$setting-$i.hist" 2> "$work/cyclictest-$setting-$i.err" &
     pid=$!
-    sample_cpu_per_second "$pid" > "$work/cyclictest-$i.cpu" || echo "nan" > "$work/cyclictest-$i.cpu"
-    wait "$pid" || { echo "cyclictest run $i failed:" >&2; cat "$work/cyclictest-$i.err" >&2; }
+    sample_cpu_per_second "$pid" > "$work/cyclictest-$setting-$i.cpu" || echo "nan" > "$work/cyclictest-$setting-$i.cpu"
+    wait "$pid" || { echo "cyclictest run $i ($setting) failed:" >&2; cat "$work/cyclictest-$setting-$i.err" >&2; }
 }
 
-echo "Comparing zyn-tickmon and cyclictest: $runs alternating runs of ${duration} s each," \
-     "SCHED_RR priority $rt_priority (ETickPriority $priority), 6 ms period" >&2
+compare_setting() {
+local setting="$1"
+echo "Comparing zyn-tickmon and cyclictest ($setting): $runs alternating runs of ${duration} s each," \
+     "6 ms period; load average $(cut -d' ' -f1-3 /proc/loadavg)" >&2
 for ((i = 1; i <= runs; i++)); do
-    echo "run $i/$runs: zyn-tickmon" >&2
-    run_tickmon "$i"
-    echo "run $i/$runs: cyclictest" >&2
-    run_cyclictest "$i"
+    echo "run $i/$runs: zyn-tickmon $(tickmon_arguments "$setting")" >&2
+    run_tickmon "$setting" "$i"
+    echo "run $i/$runs: cyclictest $(cyclictest_arguments "$setting")" >&2
+    run_cyclictest "$setting" "$i"
 done
 
 # One line per tool and run: tool min avg p99 max cpu_ns_per_s
 {
     for ((i = 1; i <= runs; i++)); do
-        echo "zyn-tickmon $(histogram_figures "$work/ours-$i.hist") $(cat "$work/ours-$i.cpu")"
-        echo "cyclictest $(histogram_figures "$work/cyclictest-$i.hist") $(cat "$work/cyclictest-$i.cpu")"
+        echo "zyn-tickmon $(histogram_figures "$work/ours-$setting-$i.hist") $(cat "$work/ours-$setting-$i.cpu")"
+        echo "cyclictest $(histogram_figures "$work/cyclictest-$setting-$i.hist") $(cat "$work/cyclictest-$setting-$i.cpu")"
     done
 } > "$work/figures"
 
-grid="$(python3 - "$work" "$runs" <<'PY'
+grid="$(python3 - "$work" "$runs" "$setting" <<'PY'
 import json, sys
-work, runs = sys.argv[1], int(sys.argv[2])
+work, runs, setting = sys.argv[1], int(sys.argv[2]), sys.argv[3]
 parts = []
 for i in range(1, runs + 1):
-    with open(f"{work}/ours-{i}.json") as f:
-        ticks = json.load(f)["ticks"]
+    with open(f"{work}/ours-{setting}-{i}.json") as f:
+        record = json.load(f)
+    ticks = record["ticks"]
+    request = record.get("punctuality", {}).get("cpu_latency_request", {}).get("detail", "?")
     parts.append(f"run {i}: {ticks['missed']} grid points missed of {ticks['expected']}, "
-                 f"{ticks['before_their_grid_point']} early, {ticks['on_a_grid_point_already_ticked']} doubled")
+                 f"{ticks['before_their_grid_point']} early, {ticks['on_a_grid_point_already_ticked']} doubled, "
+                 f"latency request {request}")
 print("; ".join(parts))
 PY
 )"
 
-awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v grid="$grid" '
+awk -v runs="$runs" -v duration="$duration" -v setting="$setting" -v grid="$grid" '
     function jitter(v, m) { return v == "overflow" ? "overflow" : v - m }
     function ratio(a, b) { return (a == "overflow" || b == "overflow" || a == "nan" || b == "nan" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
     function microseconds(ns) { return ns == "nan" ? "n/a" : sprintf("%.1f", ns / 1000) }
@@ -202,12 +237,24 @@ awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v grid="$gri
         return m % 2 ? tmp[(m + 1) / 2] : (tmp[m / 2] + tmp[m / 2 + 1]) / 2
     }
     function value(tool, which, r) { return which == "avg" ? avg[tool, r] : which == "p99" ? p99[tool, r] : max[tool, r] }
+    # Median over the runs of a raw column (no minimum taken off).
+    function rawMedian(tool, which,    r, k, j, v, tmp, m) {
+        m = 0
+        for (r = 1; r <= runs; r++) {
+            v = value(tool, which, r)
+            if (v == "overflow" || v == "nan") continue
+            tmp[++m] = v + 0
+            for (j = m; j > 1 && tmp[j - 1] > tmp[j]; j--) { k = tmp[j]; tmp[j] = tmp[j - 1]; tmp[j - 1] = k }
+        }
+        if (m == 0) return "nan"
+        return m % 2 ? tmp[(m + 1) / 2] : (tmp[m / 2] + tmp[m / 2 + 1]) / 2
+    }
     {
         tool = $1; r = ++count[tool]
         min[tool, r] = $2; avg[tool, r] = $3; p99[tool, r] = $4; max[tool, r] = $5; cpu[tool, r] = $6
     }
     END {
-        printf "SCHED_RR priority %d, 6 ms period, %d alternating runs of %d s; latencies in us\n\n", prio, runs, duration
+        printf "\nSetting \"%s\": 6 ms period, %d alternating runs of %d s; latencies in us\n\n", setting, runs, duration
         printf "| run | tool | min | avg | p99 | max | avg-min | p99-min | max-min | CPU us/s |\n"
         printf "|---|---|---|---|---|---|---|---|---|---|\n"
         for (r = 1; r <= runs; r++) {
@@ -235,7 +282,16 @@ awk -v runs="$runs" -v duration="$duration" -v prio="$rt_priority" -v grid="$gri
         printf "| median | ratio | | | | | %s | %s | %s | %s |\n", ratio(median(o, "avg"), median(c, "avg")),
             ratio(median(o, "p99"), median(c, "p99")), ratio(median(o, "max"), median(c, "max")),
             ratio(median(o, "cpu"), median(c, "cpu"))
+        o = "zyn-tickmon"; c = "cyclictest"
+        printf "| median raw p99 | | %s | %s | ratio %s | | | | | |\n", rawMedian(o, "p99"), rawMedian(c, "p99"),
+            ratio(rawMedian(o, "p99"), rawMedian(c, "p99"))
         printf "\nratio = zyn-tickmon / cyclictest, on latency above each tool'"'"'s own minimum;\n"
         printf "median = the median over the runs of each column.\n"
         printf "zyn-tickmon grid: %s\n", grid
     }' "$work/figures"
+}
+
+IFS=',' read -r -a chosen <<< "$settings"
+for setting in "${chosen[@]}"; do
+    compare_setting "$setting"
+done

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include "CpuLatency.h"
 #include "TimerSlack.h"
 
 namespace os_extension::thread_utilities {
@@ -22,7 +23,9 @@ bool isRealTimePolicy(int policy) { return policy == SCHED_FIFO || policy == SCH
 // or ESRCH for a thread that is not running. A refused real-time request
 // leaves the thread's policy as it was and lowers its timer slack to the
 // minimum instead, so that its sleeps stay precise (to within the kernel's
-// wake-up latency) even without the priority.
+// wake-up latency) even without the priority. A thread asked to run with a
+// real-time policy, granted or not, holds the CPU wake-up latency request
+// until it ends (see PlatformHost/CpuLatencyHost.h).
 int setScheduling(std::thread& thread, int policy, int priority) {
     if (!thread.joinable()) {
         return ESRCH;
@@ -32,6 +35,9 @@ int setScheduling(std::thread& thread, int policy, int priority) {
     const int refusal = ::pthread_setschedparam(thread.native_handle(), policy, &parameters);
     if (refusal != 0 && isRealTimePolicy(policy)) {
         platform_host::detail::lowerTimerSlack(thread.native_handle());
+    }
+    if (isRealTimePolicy(policy)) {
+        platform_host::detail::holdCpuLatencyWhileRunning(thread.native_handle());
     }
     return refusal;
 }

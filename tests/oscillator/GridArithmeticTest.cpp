@@ -1,6 +1,7 @@
 // The oscillator's time arithmetic as pure functions: time subtraction, the
 // per-period compensation of dropped whole seconds, and the sleep to the next
-// grid point. No clock, no thread.
+// grid point. No clock, no thread. How the timing loop combines them is
+// tested on the loop itself, on a virtual clock (VirtualTimeLoopTest.cpp).
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -18,20 +19,6 @@ timespec at(time_t seconds, long nanoseconds) {
     value.tv_sec = seconds;
     value.tv_nsec = nanoseconds;
     return value;
-}
-
-/// What the timing loop does with an elapsed time: compensate, keep only the
-/// nanoseconds, and take the sleep to the next grid point.
-uint32_t loopSleepFor(timespec elapsed, TickOscillator::Compensation compensate, uint32_t period) {
-    compensate(&elapsed);
-    elapsed.tv_sec = 0;
-    return TickOscillator::sleepToNextGridPoint(elapsed, period);
-}
-
-/// The phase the loop sees: compensated nanoseconds modulo the period.
-int64_t loopPhaseFor(timespec elapsed, TickOscillator::Compensation compensate, uint32_t period) {
-    compensate(&elapsed);
-    return static_cast<int64_t>(elapsed.tv_nsec) % period;
 }
 
 int64_t totalNanoseconds(const timespec& elapsed) {
@@ -130,34 +117,13 @@ TEST(TickCompensation1MS, ChangesNothing) {
     }
 }
 
-// ---- sleep to the next grid point: worked numbers ---------------------------
-
-TEST(SleepToNextGridPoint, SixMsGridOneSecondInIsFourMsIntoItsPeriod) {
-    EXPECT_EQ(4000000, loopPhaseFor(at(1, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-    EXPECT_EQ(2000000u, loopSleepFor(at(1, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-}
-
-TEST(SleepToNextGridPoint, SixMsGridTwoSecondsInIsTwoMsIntoItsPeriod) {
-    EXPECT_EQ(2000000, loopPhaseFor(at(2, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-    EXPECT_EQ(4000000u, loopSleepFor(at(2, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-}
-
-TEST(SleepToNextGridPoint, SixMsGridThreeSecondsInIsOnAGridPoint) {
-    EXPECT_EQ(0, loopPhaseFor(at(3, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-    EXPECT_EQ(6000000u, loopSleepFor(at(3, 0), &TickOscillator::tickCompensation6MS, kSixMs));
-}
-
-TEST(SleepToNextGridPoint, OneMsGridFiveSecondsAndAHalfMsLeavesHalfAMs) {
-    EXPECT_EQ(500000u, loopSleepFor(at(5, 2500000), &TickOscillator::tickCompensation1MS, kOneMs));
-}
+// ---- sleep to the next grid point ------------------------------------------
 
 TEST(SleepToNextGridPoint, OnAGridPointSleepsAFullPeriodNeverZero) {
     EXPECT_EQ(kSixMs, TickOscillator::sleepToNextGridPoint(at(0, 0), kSixMs));
     EXPECT_EQ(kSixMs, TickOscillator::sleepToNextGridPoint(at(0, 600000000), kSixMs));
     EXPECT_EQ(kOneMs, TickOscillator::sleepToNextGridPoint(at(0, 0), kOneMs));
     EXPECT_EQ(kOneMs, TickOscillator::sleepToNextGridPoint(at(0, 999000000), kOneMs));
-    // 1 s + 2 ms on the 6 ms grid is 1002 ms = 167 periods: a grid point.
-    EXPECT_EQ(kSixMs, loopSleepFor(at(1, 2000000), &TickOscillator::tickCompensation6MS, kSixMs));
 }
 
 TEST(SleepToNextGridPoint, JustBeforeAGridPointSleepsOneNanosecond) {
@@ -166,63 +132,8 @@ TEST(SleepToNextGridPoint, JustBeforeAGridPointSleepsOneNanosecond) {
 }
 
 TEST(SleepToNextGridPoint, HandlesTheLargestCompensatedNanoseconds) {
-    // 1 s + 999999999 ns is 1999999999 ns = 333 x 6 ms + 1999999 ns.
-    EXPECT_EQ(4000001u, loopSleepFor(at(1, 999999999), &TickOscillator::tickCompensation6MS, kSixMs));
-}
-
-// ---- sweeps: dropping whole seconds keeps the true phase --------------------
-
-TEST(GridSweep, SixMsPhaseWithCompensationEqualsTotalElapsedModuloSixMs) {
-    const long offsets[] = {0,       1,       999999,    1000000,   1999999,   2000000,   3999999,  4000000,
-                            5999999, 6000000, 123456789, 500000000, 995999999, 996000000, 999999999};
-    for (time_t seconds = 0; seconds <= 3 * 3600; ++seconds) {
-        for (long offset : offsets) {
-            const timespec elapsed = at(seconds, offset);
-            const int64_t truePhase = totalNanoseconds(elapsed) % kSixMs;
-            ASSERT_EQ(truePhase, loopPhaseFor(elapsed, &TickOscillator::tickCompensation6MS, kSixMs))
-                << "elapsed " << seconds << " s + " << offset << " ns";
-            ASSERT_EQ(static_cast<uint32_t>(kSixMs - truePhase),
-                      loopSleepFor(elapsed, &TickOscillator::tickCompensation6MS, kSixMs))
-                << "elapsed " << seconds << " s + " << offset << " ns";
-        }
-    }
-}
-
-TEST(GridSweep, SixMsWithoutCompensationWouldDriftFourMsPerSecond) {
-    // Why the compensation exists: the bare nanoseconds are off the grid
-    // whenever the whole seconds are not a multiple of three.
-    for (time_t seconds = 1; seconds < 30; ++seconds) {
-        const timespec elapsed = at(seconds, 0);
-        const int64_t bare = elapsed.tv_nsec % kSixMs;
-        const int64_t truePhase = totalNanoseconds(elapsed) % kSixMs;
-        EXPECT_EQ(seconds % 3 == 0, bare == truePhase) << seconds << " s";
-    }
-}
-
-TEST(GridSweep, OneMsPhaseNeedsNoCompensation) {
-    const long offsets[] = {0, 1, 250000, 999999, 1000000, 123456789, 999999999};
-    for (time_t seconds = 0; seconds <= 3600; ++seconds) {
-        for (long offset : offsets) {
-            const timespec elapsed = at(seconds, offset);
-            const int64_t truePhase = totalNanoseconds(elapsed) % kOneMs;
-            ASSERT_EQ(static_cast<uint32_t>(kOneMs - truePhase),
-                      loopSleepFor(elapsed, &TickOscillator::tickCompensation1MS, kOneMs))
-                << "elapsed " << seconds << " s + " << offset << " ns";
-        }
-    }
-}
-
-TEST(GridSweep, EveryWakeUpTargetLiesOnTheGrid) {
-    // Elapsed time plus the computed sleep is always a whole number of periods
-    // since the start: the loop never drifts, however late it measures.
-    for (int64_t elapsedNs = 0; elapsedNs < 40LL * 1000000000; elapsedNs += 7777777) {
-        const timespec elapsed =
-            at(static_cast<time_t>(elapsedNs / 1000000000), static_cast<long>(elapsedNs % 1000000000));
-        const int64_t target = elapsedNs + loopSleepFor(elapsed, &TickOscillator::tickCompensation6MS, kSixMs);
-        ASSERT_EQ(0, target % kSixMs) << elapsedNs;
-        ASSERT_GT(target, elapsedNs);
-        ASSERT_LE(target - elapsedNs, kSixMs);
-    }
+    // 1 s + 999999999 ns compensated is 1003999999 ns = 167 x 6 ms + 1999999 ns.
+    EXPECT_EQ(4000001u, TickOscillator::sleepToNextGridPoint(at(0, 1003999999), kSixMs));
 }
 
 }  // namespace

@@ -194,12 +194,12 @@ TEST_F(OscillatorLifecycle, NullReceiverIsAcceptedAndStopsDelivery) {
     ASSERT_TRUE(recorder.waitForTicks(3));
 
     EXPECT_EQ(0u, oscillator.registerOnTick(nullptr));
+    const size_t atTheChange = recorder.count();
     EXPECT_EQ(nullptr, oscillator.getReceiver());
-    // A tick that read the receiver just before the change may still arrive.
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    const size_t settled = recorder.count();
+    // Only a tick that read the receiver just before the change may still
+    // arrive, however late the machine lets it run.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(settled, recorder.count());
+    EXPECT_LE(recorder.count(), atTheChange + 1);
     EXPECT_TRUE(oscillator.isRunning());
 }
 

@@ -60,6 +60,17 @@ TEST(GridTally, ATickLateByMoreThanAPeriodCountsOnTheLaterGridPoint) {
     EXPECT_TRUE(tally.everyTickOnAGridPointOfItsOwn());
 }
 
+TEST(GridTally, LatenessCountsTheGridPointsAStalledTickSkipped) {
+    GridTally tally(sixMsGrid());
+    EXPECT_EQ(tally.latenessAfterNextGridPoint(kOriginNs + kPeriodNs + 20000), 20000) << "the first is due at point 1";
+    tally.add(kOriginNs + kPeriodNs + 20000);
+    // Due at point 2; arriving 1 ms after point 3, it is 7 ms late, though its
+    // latency after its own grid point is 1 ms.
+    const int64_t stalled = kOriginNs + 3 * kPeriodNs + 1000000;
+    EXPECT_EQ(tally.latenessAfterNextGridPoint(stalled), kPeriodNs + 1000000);
+    EXPECT_EQ(latencyAfterGridPoint(tally, stalled), 1000000);
+}
+
 TEST(GridTally, ATickAtOrBeforeTheOriginIsEarly) {
     const GridTally tally = tallyOf({{0, 5000}, {1, 1000}});
     EXPECT_EQ(tally.ticksBeforeTheFirstGridPoint(), 1u);

@@ -164,5 +164,52 @@ TEST(MonitorOptions, UsageListsEveryOption) {
     }
 }
 
+TEST(MonitorOptions, PunctualityDefaultsKeepTheHostRequestLockMemoryAndPinNothing) {
+    const MonitorOptions o = parse({}).options;
+    EXPECT_FALSE(o.cpuLatencyUs.has_value());
+    EXPECT_TRUE(o.lockMemory);
+    EXPECT_TRUE(o.cpus.empty());
+    EXPECT_FALSE(o.breakTraceUs.has_value());
+    EXPECT_FALSE(o.systemOnly);
+}
+
+TEST(MonitorOptions, ReadsThePunctualityOptions) {
+    const ParseResult result =
+        parse({"--cpu-latency", "20", "--no-mlock", "--cpu", "3,0-1,1", "--break-trace", "150", "--system"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
+    EXPECT_EQ(result.options.cpuLatencyUs, 20);
+    EXPECT_FALSE(result.options.lockMemory);
+    EXPECT_EQ(result.options.cpus, (std::vector<uint32_t>{0, 1, 3}));
+    EXPECT_EQ(result.options.breakTraceUs, 150);
+    EXPECT_TRUE(result.options.systemOnly);
+    EXPECT_EQ(parse({"--cpu-latency=off"}).options.cpuLatencyUs, MonitorOptions::kCpuLatencyOff);
+    EXPECT_EQ(parse({"--cpu-latency", "2000000000"}).options.cpuLatencyUs, 2000000000);
+    EXPECT_EQ(parse({"--break-trace", "1000000"}).options.breakTraceUs, 1000000);
+    EXPECT_EQ(parse({"--cpu", "1023"}).options.cpus, (std::vector<uint32_t>{1023}));
+}
+
+TEST(MonitorOptions, PunctualityValuesOutOfRangeNameOptionAndRange) {
+    for (const char* bad : {"", "-1", "2000000001", "1ms", "Off"}) {
+        EXPECT_NE(errorOf({"--cpu-latency", bad})
+                      .find("--cpu-latency: invalid value '" + std::string(bad) +
+                            "'; expected 'off' or microseconds from 0 to 2000000000"),
+                  std::string::npos)
+            << bad;
+    }
+    for (const char* bad : {"", "1024", "3-1", "1,", ",1", "a", "0-", "-2"}) {
+        EXPECT_NE(errorOf({"--cpu", bad}).find("--cpu: invalid value '" + std::string(bad) + "'; expected a CPU"),
+                  std::string::npos)
+            << bad;
+    }
+    for (const char* bad : {"0", "1000001", "5ms", ""}) {
+        EXPECT_NE(errorOf({"--break-trace", bad})
+                      .find("--break-trace: invalid value '" + std::string(bad) +
+                            "'; expected microseconds from 1 to 1000000"),
+                  std::string::npos)
+            << bad;
+    }
+    EXPECT_NE(errorOf({"--cpu"}).find("--cpu: missing value"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tickmon

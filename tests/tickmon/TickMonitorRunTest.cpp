@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -344,6 +345,137 @@ TEST(TickMonitorRun, LastStatusLineShowsTheReportsFigures) {
               0u)
         << last;
     EXPECT_TRUE(contains(last, figures)) << last << "\nexpected: " << figures;
+}
+
+// ---- Punctuality: latency request, memory lock, CPUs, break-trace, System
+
+/// One usage error: exit 2, one line on stderr, nothing on stdout.
+void expectUsageError(const std::vector<std::string>& arguments, const std::string& line) {
+    const ProgramRun run = runTickmon(arguments);
+    EXPECT_EQ(run.exitStatus, 2) << run.out << run.err;
+    EXPECT_EQ(run.err, "zyn-tickmon: " + line + "\n");
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(TickMonitorRun, CpuLatencyValueOutsideItsRangeIsAUsageError) {
+    expectUsageError({"--cpu-latency", "fast"},
+                     "--cpu-latency: invalid value 'fast'; expected 'off' or microseconds from 0 to 2000000000");
+}
+
+TEST(TickMonitorRun, CpuThatIsNoCpuListIsAUsageError) {
+    expectUsageError({"--cpu", "one"},
+                     "--cpu: invalid value 'one'; expected a CPU number or list from 0 to 1023, e.g. 1, 0,2 or 0-3");
+}
+
+TEST(TickMonitorRun, CpuThisProcessMayNotUseIsAUsageError) {
+    const ProgramRun run = runTickmon({"--ticks", "5", "--cpu", "1023"});
+    EXPECT_EQ(run.exitStatus, 2) << run.out;
+    EXPECT_TRUE(contains(run.err, "zyn-tickmon: --cpu: CPU 1023 is not available; this process may run on "))
+        << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+}
+
+TEST(TickMonitorRun, BreakTraceThresholdOutsideItsRangeIsAUsageError) {
+    expectUsageError({"--break-trace", "0"},
+                     "--break-trace: invalid value '0'; expected microseconds from 1 to 1000000");
+}
+
+TEST(TickMonitorRun, BreakTraceWithoutTracefsIsAUsageError) {
+    TemporaryDirectory notTracefs;
+    setenv("ZYN_TICKMON_TRACEFS", notTracefs.path().c_str(), 1);
+    const ProgramRun run = runTickmon({"--ticks", "5", "--break-trace", "100"});
+    unsetenv("ZYN_TICKMON_TRACEFS");
+    EXPECT_EQ(run.exitStatus, 2) << run.out;
+    EXPECT_TRUE(contains(run.err, "zyn-tickmon: --break-trace: tracefs not found")) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+}
+
+TEST(TickMonitorRun, FlagsTakeNoValue) {
+    expectUsageError({"--no-mlock=yes"}, "unknown option '--no-mlock=yes' (see --help)");
+    expectUsageError({"--system=1"}, "unknown option '--system=1' (see --help)");
+}
+
+TEST(TickMonitorRun, BreakTraceMarksTheLateTickStopsTracingAndEndsTheRun) {
+    TemporaryDirectory tracefs;
+    tracefs.write("trace_marker", "");
+    tracefs.write("tracing_on", "1");
+    setenv("ZYN_TICKMON_TRACEFS", tracefs.path().c_str(), 1);
+    // 1 us: some tick of a long run is surely that much later than the best.
+    const ProgramRun run =
+        runTickmon({"--duration", "60s", "--handlers", "0", "--break-trace", "1", "--json", tracefs.file("run.json")});
+    unsetenv("ZYN_TICKMON_TRACEFS");
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    const std::string marker = TemporaryDirectory::read(tracefs.file("trace_marker"));
+    EXPECT_EQ(marker.rfind("zyn-tickmon: tick ", 0), 0u) << marker;
+    EXPECT_TRUE(contains(marker, " us late (break-trace at 1.000 us)\n")) << marker;
+    EXPECT_EQ(TemporaryDirectory::read(tracefs.file("tracing_on")), "0");
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(tracefs.file("run.json")));
+    EXPECT_EQ(doc["stop_reason"].text, "break-trace");
+    const json_reader::Value& broke = doc["punctuality"]["break_trace"];
+    EXPECT_TRUE(broke["broke"].flag);
+    const std::string tick = std::to_string(static_cast<uint64_t>(broke["tick"].number));
+    EXPECT_TRUE(contains(marker, "tick " + tick + " ")) << marker;
+    EXPECT_TRUE(contains(run.out, "stopped by --break-trace at tick " + tick)) << run.out;
+    EXPECT_TRUE(contains(run.out, "break-trace          tick " + tick + " was ")) << run.out;
+    EXPECT_LT(doc["elapsed_ns"].number, 60e9);
+}
+
+TEST(TickMonitorRun, DefaultRunReportsLatencyRequestMemoryLockAndSystem) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "300ms", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    for (const char* part :
+         {"Punctuality\n", "  CPU latency request  ", "  memory               ", "  oscillator CPUs      allowed ",
+          "(not pinned)", "\nSystem (", "preemption model: ", "steal time during the run: "}) {
+        EXPECT_TRUE(contains(run.out, part)) << part << "\n" << run.out;
+    }
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    const json_reader::Value& punctuality = doc["punctuality"];
+    // By default the request is 0 us, and the memory lock is asked for.
+    EXPECT_EQ(punctuality["cpu_latency_request"]["us"].number, 0);
+    EXPECT_EQ(punctuality["cpu_latency_request"]["held"].kind, json_reader::Value::Kind::Bool);
+    EXPECT_NE(punctuality["memory_lock"].text, "not asked (--no-mlock)");
+    EXPECT_EQ(punctuality["break_trace"].kind, json_reader::Value::Kind::Null);
+    EXPECT_TRUE(doc["system"].has("preemption"));
+    EXPECT_TRUE(doc["system"]["steal_time"].has("costs_latency"));
+}
+
+TEST(TickMonitorRun, LatencyRequestOffAndNoMemoryLockAreReported) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon(
+        {"--duration", "200ms", "--quiet", "--cpu-latency", "off", "--no-mlock", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_FALSE(doc["punctuality"]["cpu_latency_request"]["held"].flag);
+    EXPECT_EQ(doc["punctuality"]["cpu_latency_request"]["us"].kind, json_reader::Value::Kind::Null);
+    EXPECT_EQ(doc["punctuality"]["cpu_latency_request"]["detail"].text, "off (no request made)");
+    EXPECT_FALSE(doc["punctuality"]["memory_locked"].flag);
+    EXPECT_EQ(doc["punctuality"]["memory_lock"].text, "not asked (--no-mlock)");
+}
+
+TEST(TickMonitorRun, PinnedOscillatorRunsOnlyOnTheChosenCpu) {
+    TemporaryDirectory files;
+    const ProgramRun run =
+        runTickmon({"--duration", "200ms", "--quiet", "--cpu", "0", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    const json_reader::Value& punctuality = doc["punctuality"];
+    ASSERT_EQ(punctuality["allowed_cpus"].items.size(), 1u);
+    EXPECT_EQ(punctuality["allowed_cpus"].items[0].number, 0);
+    EXPECT_EQ(punctuality["last_cpu"].number, 0);
+    EXPECT_EQ(punctuality["requested_cpus"].items.size(), 1u);
+}
+
+TEST(TickMonitorRun, SystemPrintsOnlyTheSystemSectionAndExitsZero) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--system", "--json", files.file("system.json")});
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_EQ(run.out.rfind("System (what on this machine costs tick latency", 0), 0u) << run.out;
+    EXPECT_TRUE(contains(run.out, "real-time priority: not tried (--system)")) << run.out;
+    EXPECT_FALSE(contains(run.out, "Latency")) << run.out;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("system.json")));
+    EXPECT_TRUE(doc["system"].has("kernel"));
+    EXPECT_FALSE(doc.has("ticks"));
 }
 
 }  // namespace

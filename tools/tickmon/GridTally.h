@@ -29,6 +29,13 @@ public:
     /// before it (negative before the origin).
     int64_t gridPointOf(int64_t timestampNs) const;
 
+    /// How late a tick at `timestampNs`, not yet added, is after the grid
+    /// point it was due at: the one after the latest tick's. Unlike its
+    /// latency, this counts the grid points a stalled tick skipped.
+    int64_t latenessAfterNextGridPoint(int64_t timestampNs) const {
+        return timestampNs - (grid.originNs + (lastPoint + 1) * grid.periodNs);
+    }
+
     /// Adds the next tick (timestamps non-decreasing).
     void add(int64_t timestampNs);
 

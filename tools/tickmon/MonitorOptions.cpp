@@ -1,5 +1,6 @@
 #include "MonitorOptions.h"
 
+#include <algorithm>
 #include <cctype>
 #include <functional>
 #include <limits>
@@ -48,6 +49,31 @@ std::optional<std::vector<uint32_t>> parseIntervalList(const std::string& text) 
         return std::nullopt;
     }
     return intervals;
+}
+
+/// "2", "0,1" or "0-3,6": CPU numbers from 0 to kMaxCpu, sorted, each once.
+std::optional<std::vector<uint32_t>> parseCpuList(const std::string& text) {
+    std::vector<uint32_t> cpus;
+    std::string item;
+    std::istringstream items(text);
+    while (std::getline(items, item, ',')) {
+        const size_t dash = item.find('-');
+        const std::optional<uint64_t> first = parseUnsignedInRange(item.substr(0, dash), 0, limits::kMaxCpu);
+        const std::optional<uint64_t> last =
+            dash == std::string::npos ? first : parseUnsignedInRange(item.substr(dash + 1), 0, limits::kMaxCpu);
+        if (!first || !last || *last < *first) {
+            return std::nullopt;
+        }
+        for (uint64_t cpu = *first; cpu <= *last; ++cpu) {
+            cpus.push_back(static_cast<uint32_t>(cpu));
+        }
+    }
+    if (cpus.empty() || text.back() == ',') {
+        return std::nullopt;
+    }
+    std::sort(cpus.begin(), cpus.end());
+    cpus.erase(std::unique(cpus.begin(), cpus.end()), cpus.end());
+    return cpus;
 }
 
 std::string rangeError(const std::string& option, const std::string& value, const std::string& accepted) {
@@ -139,6 +165,33 @@ const std::vector<ValueOption>& valueOptions() {
              o.plotPath = v;
              return true;
          }},
+        {"--cpu-latency", "'off' or microseconds from 0 to 2000000000",
+         [](const std::string& v, MonitorOptions& o) {
+             if (v == "off") {
+                 o.cpuLatencyUs = MonitorOptions::kCpuLatencyOff;
+                 return true;
+             }
+             const std::optional<uint64_t> us = parseUnsignedInRange(v, 0, limits::kMaxCpuLatencyUs);
+             if (us) {
+                 o.cpuLatencyUs = static_cast<int64_t>(*us);
+             }
+             return us.has_value();
+         }},
+        {"--cpu", "a CPU number or list from 0 to 1023, e.g. 1, 0,2 or 0-3",
+         [](const std::string& v, MonitorOptions& o) {
+             const std::optional<std::vector<uint32_t>> cpus = parseCpuList(v);
+             o.cpus = cpus ? *cpus : o.cpus;
+             return cpus.has_value();
+         }},
+        {"--break-trace", "microseconds from 1 to 1000000",
+         [](const std::string& v, MonitorOptions& o) {
+             const std::optional<uint64_t> us =
+                 parseUnsignedInRange(v, limits::kMinBreakTraceUs, limits::kMaxBreakTraceUs);
+             if (us) {
+                 o.breakTraceUs = static_cast<int64_t>(*us);
+             }
+             return us.has_value();
+         }},
     };
     return options;
 }
@@ -173,6 +226,14 @@ ParseResult parseOptions(const std::vector<std::string>& arguments) {
         }
         if (argument == "--inject-fault") {
             result.options.injectFault = true;
+            continue;
+        }
+        if (argument == "--no-mlock") {
+            result.options.lockMemory = false;
+            continue;
+        }
+        if (argument == "--system") {
+            result.options.systemOnly = true;
             continue;
         }
         const size_t equals = argument.find('=');
@@ -217,6 +278,18 @@ std::string usageText() {
            "  --intervals LIST       their tick intervals, cycled, each 1 to 100000, default 1,2,5\n"
            "  --work TIME            busy time per handler call, 0 to 6ms (no unit: us), default 0\n"
            "  --trace-level L        library trace level 0 to 7 (default: the platform's)\n"
+           "\n"
+           "Punctuality (what a real-time engineer sets up around a latency test):\n"
+           "  --cpu-latency US|off   CPU wake-up latency request held while ticking, 0 to\n"
+           "                         2000000000 us, or off (default: 0, or ZYN_CPU_LATENCY_US)\n"
+           "  --no-mlock             do not lock the process's memory (default: mlockall)\n"
+           "  --cpu LIST             pin the oscillator thread to these CPUs, e.g. 1 or 0-3\n"
+           "  --break-trace US       the first tick later than US (1 to 1000000) writes a marker\n"
+           "                         to tracefs, stops kernel tracing and ends the run (tracefs:\n"
+           "                         /sys/kernel/tracing, /sys/kernel/debug/tracing, or\n"
+           "                         $ZYN_TICKMON_TRACEFS)\n"
+           "  --system               print only the System section (what on this machine costs\n"
+           "                         tick latency, and the fix) and exit\n"
            "\n"
            "Output:\n"
            "  -q, --quiet            no live status and no report on stdout\n"

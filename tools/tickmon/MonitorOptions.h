@@ -23,7 +23,11 @@ constexpr uint32_t kMaxInterval = 100000;
 constexpr int64_t kMaxWorkNs = 6000000;  // one 6 ms tick
 constexpr uint32_t kMaxTraceLevel = 7;
 constexpr uint32_t kMinHistogramBuckets = 1;
-constexpr uint32_t kMaxHistogramBuckets = 6000;  // a whole tick in microseconds
+constexpr uint32_t kMaxHistogramBuckets = 6000;   // a whole tick in microseconds
+constexpr int64_t kMaxCpuLatencyUs = 2000000000;  // the kernel takes a signed 32-bit value
+constexpr uint32_t kMaxCpu = 1023;
+constexpr int64_t kMinBreakTraceUs = 1;
+constexpr int64_t kMaxBreakTraceUs = 1000000;  // one second
 }  // namespace limits
 
 struct MonitorOptions {
@@ -49,6 +53,20 @@ struct MonitorOptions {
     /// Disables one handler for a few ticks, so the self-test must fail:
     /// a check of the checker.
     bool injectFault = false;
+    /// CPU wake-up latency request while the oscillator runs, microseconds,
+    /// or kCpuLatencyOff; unset keeps the host platform's (0 us unless
+    /// ZYN_CPU_LATENCY_US says otherwise).
+    std::optional<int64_t> cpuLatencyUs;
+    static constexpr int64_t kCpuLatencyOff = -1;
+    /// mlockall(MCL_CURRENT | MCL_FUTURE) before the oscillator starts, so
+    /// that no page fault delays a tick.
+    bool lockMemory = true;
+    /// CPUs the oscillator thread may run on; empty leaves it unpinned.
+    std::vector<uint32_t> cpus;
+    /// The first tick later than this stops kernel tracing and ends the run.
+    std::optional<int64_t> breakTraceUs;
+    /// Print only the System section (what on this machine costs latency).
+    bool systemOnly = false;
 };
 
 enum class ParseOutcome { Run, Help, Error };

@@ -37,6 +37,8 @@ std::string stopSentence(const RunReport& report) {
             return "stopped after the requested ticks";
         case StopReason::Interrupted:
             return "stopped by an interrupt";
+        case StopReason::BreakTrace:
+            return "stopped by --break-trace at tick " + std::to_string(report.punctuality.breakTrace.tick);
         case StopReason::Duration:
             break;
     }
@@ -152,6 +154,8 @@ const char* stopReasonName(StopReason reason) {
             return "ticks";
         case StopReason::Interrupted:
             return "interrupted";
+        case StopReason::BreakTrace:
+            return "break-trace";
         case StopReason::Duration:
             break;
     }
@@ -167,6 +171,7 @@ std::string formatReport(const RunReport& report) {
     appendGrid(out, report);
     appendHandlers(out, report);
     appendThread(out, report);
+    out += formatPunctuality(report.punctuality);
     appendSelfTest(out, report);
     return out;
 }
@@ -268,6 +273,7 @@ std::string formatJson(const RunReport& report) {
     writeTicks(json, report.ticks);
     writeHandlers(json, report.handlers);
     writeThread(json, report.thread);
+    writePunctualityJson(json, report.punctuality);
     json.key("passed").value(report.passed);
     json.endObject();
     return json.text();

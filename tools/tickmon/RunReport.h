@@ -9,6 +9,7 @@
 
 #include "HandlerCheck.h"
 #include "MonitorOptions.h"
+#include "PunctualityReport.h"
 #include "TickAnalysis.h"
 
 namespace tickmon {
@@ -28,10 +29,11 @@ struct OscillatorThreadReport {
     std::string cpuSource;
 };
 
-enum class StopReason { Duration, Ticks, Interrupted };
+enum class StopReason { Duration, Ticks, Interrupted, BreakTrace };
 
 /// The layout version of the JSON record. 2: latency and missed grid points
-/// measured from the published grid, a "grid" object, no drift estimate.
+/// measured from the published grid, a "grid" object, no drift estimate; the
+/// "punctuality" and "system" objects; the stop reason "break-trace".
 /// Records without the field are version 1.
 constexpr int64_t kJsonRecordVersion = 2;
 
@@ -47,6 +49,7 @@ struct RunReport {
     TickAnalysis ticks;
     std::vector<HandlerVerdict> handlers;
     OscillatorThreadReport thread;
+    PunctualityReport punctuality;
     /// Every handler called as often as its interval requires, no tick
     /// before its grid point and no grid point with more than one tick.
     bool passed = false;
@@ -55,7 +58,7 @@ struct RunReport {
 std::string formatReport(const RunReport& report);
 std::string formatJson(const RunReport& report);
 
-/// "duration", "ticks" or "interrupted".
+/// "duration", "ticks", "interrupted" or "break-trace".
 const char* stopReasonName(StopReason reason);
 
 }  // namespace tickmon

@@ -13,14 +13,20 @@
 #include <memory>
 #include <optional>
 
+#include "BreakTrace.h"
+#include "CpuPlacement.h"
 #include "HistogramPlot.h"
+#include "JsonWriter.h"
 #include "LatencyHistogram.h"
 #include "LiveStatus.h"
+#include "MemoryLock.h"
 #include "MonotonicClock.h"
 #include "OscillatorThreadWatch.h"
+#include "PlatformHost/CpuLatencyHost.h"
 #include "PlatformHost/TraceHost.h"
 #include "RunReport.h"
 #include "SchedulerSession.h"
+#include "SystemReadiness.h"
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
 #include "TimeSpan.h"
@@ -182,10 +188,10 @@ int64_t plannedRunNs(const MonitorOptions& options) {
 }
 
 /// Drains timestamps, prints the status and stops on the first of: the
-/// duration, the tick count, an interrupt.
+/// duration, the tick count, an interrupt, a tick later than --break-trace.
 RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, TickHandlers& handlers,
                       std::vector<int64_t>& timestamps, int64_t startNs, const PublishedGrid& grid,
-                      StatusPrinter& status) {
+                      StatusPrinter& status, BreakTrace* breakTrace) {
     GridTally live(grid);
     FaultInjection fault(options.injectFault, handlers);
     int64_t nextStatusNs = startNs + kStatusEveryNs;
@@ -194,8 +200,11 @@ RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, 
     for (;;) {
         const size_t before = timestamps.size();
         handlers.probe().recorder.drain(timestamps);
+        bool broke = false;
         for (size_t i = before; i < timestamps.size(); ++i) {
+            const int64_t latenessNs = live.latenessAfterNextGridPoint(timestamps[i]);
             live.add(timestamps[i]);
+            broke = broke || (breakTrace != nullptr && breakTrace->add(latenessNs));
         }
         const int64_t now = monotonicNowNs();
         result.elapsedNs = now - startNs;
@@ -206,6 +215,10 @@ RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, 
         }
         if (interrupted != 0) {
             result.reason = StopReason::Interrupted;
+            break;
+        }
+        if (broke) {
+            result.reason = StopReason::BreakTrace;
             break;
         }
         if (faultDone && options.ticks && timestamps.size() >= *options.ticks) {
@@ -273,6 +286,76 @@ void writeOutputs(const MonitorOptions& options, const RunReport& report, Output
     }
 }
 
+/// --system: the System section alone, as text (unless --quiet) and JSON.
+int runSystemOnly(const MonitorOptions& options, OutputFiles& files) {
+    const std::vector<SystemFinding> findings = readSystemReadiness(SystemRoots{}, RunGrants{}, std::nullopt);
+    if (!options.quiet) {
+        std::fputs(formatSystemSection(findings).c_str() + 1, stdout);  // without the leading blank line
+    }
+    if (files.json) {
+        JsonWriter json;
+        json.beginObject();
+        json.key("tool").value("zyn-tickmon");
+        json.key("system");
+        writeSystemJson(json, findings);
+        json.endObject();
+        *files.json << json.text();
+        files.json->close();
+    }
+    return exit_status::kPassed;
+}
+
+/// The tracefs directory for --break-trace: ZYN_TICKMON_TRACEFS, else the
+/// usual mount points.
+std::optional<std::string> tracefsDirectory() {
+    const char* overridden = std::getenv("ZYN_TICKMON_TRACEFS");
+    return findTracefs(overridden != nullptr && *overridden != '\0' ? std::vector<std::string>{overridden}
+                                                                    : defaultTracefsCandidates());
+}
+
+/// Checks what only the machine can refuse before anything starts: CPUs and
+/// tracefs. Empty when all is well, else the one-line usage error.
+std::string checkMachineUsage(const MonitorOptions& options, std::optional<std::string>& tracefs) {
+    const std::string cpuError = unavailableCpuError(options.cpus, allowedCpus(0));
+    if (!cpuError.empty()) {
+        return cpuError;
+    }
+    if (options.breakTraceUs) {
+        tracefs = tracefsDirectory();
+        if (!tracefs) {
+            return "--break-trace: tracefs not found at /sys/kernel/tracing or /sys/kernel/debug/tracing (mount it: "
+                   "mount -t tracefs nodev /sys/kernel/tracing)";
+        }
+    }
+    return "";
+}
+
+void applyCpuLatencyOption(const MonitorOptions& options) {
+    if (!options.cpuLatencyUs) {
+        return;
+    }
+    const bool off = *options.cpuLatencyUs == MonitorOptions::kCpuLatencyOff;
+    platform_host::setCpuLatencyRequest(
+        platform_host::CpuLatencyRequest{!off, off ? 0U : static_cast<uint32_t>(*options.cpuLatencyUs)});
+}
+
+/// The request as it stands while the oscillator runs.
+void describeCpuLatency(PunctualityReport& report) {
+    const platform_host::CpuLatencyState state = platform_host::cpuLatencyState();
+    report.cpuLatencyHeld = state.held;
+    if (state.request.enabled) {
+        report.cpuLatencyUs = state.request.microseconds;
+    }
+    if (!state.request.enabled) {
+        report.cpuLatency = "off (no request made)";
+    } else if (state.held) {
+        report.cpuLatency = "held at " + std::to_string(state.request.microseconds) + " us (" + state.devicePath + ")";
+    } else {
+        report.cpuLatency = "refused: " + (state.refusal.empty() ? std::string("not held") : state.refusal) +
+                            " (run as root or grant write access to " + state.devicePath + ")";
+    }
+}
+
 int failStartUp(const std::string& error, SchedulerSession& session) {
     std::fprintf(stderr, "zyn-tickmon: the library did not start: %s\n", error.c_str());
     session.shutDown();
@@ -288,10 +371,32 @@ int runMonitor(const MonitorOptions& options) {
         std::fprintf(stderr, "zyn-tickmon: %s\n", error.c_str());
         return exit_status::kUsage;
     }
+    if (options.systemOnly) {
+        return runSystemOnly(options, files);
+    }
+    std::optional<std::string> tracefs;
+    error = checkMachineUsage(options, tracefs);
+    if (!error.empty()) {
+        std::fprintf(stderr, "zyn-tickmon: %s\n", error.c_str());
+        return exit_status::kUsage;
+    }
     if (options.traceLevel) {
         platform_host::setTraceLevel("ZYN.TS", *options.traceLevel);
     }
     installInterruptHandlers();
+    applyCpuLatencyOption(options);
+    PunctualityReport punctuality;
+    const MemoryLockOutcome memory = lockMemory(options.lockMemory, readMemoryLockRights());
+    punctuality.memoryLock = memory.description;
+    punctuality.memoryLocked = memory.locked;
+    punctuality.requestedCpus = options.cpus;
+    punctuality.breakTraceUs = options.breakTraceUs;
+    punctuality.tracefs = tracefs.value_or("");
+    std::unique_ptr<BreakTrace> breakTrace;
+    if (tracefs && options.breakTraceUs) {
+        breakTrace = std::make_unique<BreakTrace>(*tracefs, *options.breakTraceUs * kNanosPerMicro);
+    }
+    const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
 
     SchedulerSession session;
     TickHandlers handlers(options.handlerCount, options.intervals, options.workNs, kRingCapacity);
@@ -306,6 +411,11 @@ int runMonitor(const MonitorOptions& options) {
     int64_t startNs = 0;
     {
         const InterruptsBlocked keepInterruptsOffTheTickThread;
+        const CallingThreadPinned oscillatorInheritsTheCpus(options.cpus);
+        if (!oscillatorInheritsTheCpus.error().empty()) {
+            std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
+                         formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
+        }
         bool started = session.runPhase(11, error) && session.runPhase(13, error);
         startNs = monotonicNowNs();
         started = started && session.runPhase(14, error);
@@ -324,10 +434,16 @@ int runMonitor(const MonitorOptions& options) {
 
     std::vector<int64_t> timestamps;
     StatusPrinter status(!options.quiet);
-    const RunLoopResult loop = runLoop(options, scheduler, handlers, timestamps, startNs, grid, status);
+    const RunLoopResult loop =
+        runLoop(options, scheduler, handlers, timestamps, startNs, grid, status, breakTrace.get());
 
     RunReport report;
     report.thread = threadWatch.finish();
+    describeCpuLatency(punctuality);
+    if (report.thread.found) {
+        punctuality.allowedCpus = allowedCpus(report.thread.tid);
+        punctuality.lastCpu = lastCpuOf(report.thread.tid);
+    }
     // Once Freeze has returned no pass runs, so the counts below belong to
     // whole passes.
     scheduler.Freeze();
@@ -347,6 +463,18 @@ int runMonitor(const MonitorOptions& options) {
     report.ticks = analyzeTicks(timestamps, grid);
     report.passed = allHandlersOk(report.handlers) && gridSelfTestPassed(report.ticks);
     status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options)));
+    if (breakTrace) {
+        punctuality.breakTrace = breakTrace->result();
+    }
+    RunGrants grants;
+    grants.ran = true;
+    grants.realTimeGranted = report.thread.found && report.thread.policy == 2;  // SCHED_RR
+    grants.memoryLock = punctuality.memoryLock;
+    grants.memoryLocked = punctuality.memoryLocked;
+    grants.cpuLatencyRequest = punctuality.cpuLatency;
+    grants.cpuLatencyHeld = punctuality.cpuLatencyHeld;
+    punctuality.system = readSystemReadiness(SystemRoots{}, grants, cpuTimesAtStart);
+    report.punctuality = punctuality;
     writeOutputs(options, report, files);
     if (!report.passed) {
         reportSelfTestFailure(report);
