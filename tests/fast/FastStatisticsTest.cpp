@@ -131,8 +131,8 @@ TEST_F(FastStatistics, LongestPassNamesItsLongestHandlerAndOverrunsAreTracedOnce
 
     tick(5);  // five 1.1 ms passes
     EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
-              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100 us, period 1000 us; longest tick "
-                                        "handler Slow took 900 us; 0 earlier overruns not reported"}));
+              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100.000 us, period 1000.000 us; longest tick "
+                                        "handler Slow took 900.000 us; 0 earlier overruns not reported"}));
     const STickSchedulerStatistics figures = schedulerStatistics();
     EXPECT_EQ(figures.overruns, 5u);
     EXPECT_EQ(figures.longestPassNs, 1100 * kUs);
@@ -143,8 +143,8 @@ TEST_F(FastStatistics, LongestPassNamesItsLongestHandlerAndOverrunsAreTracedOnce
     platform_double::reset();
     tick(1);
     EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
-              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100 us, period 1000 us; longest tick "
-                                        "handler Slow took 900 us; 4 earlier overruns not reported"}));
+              (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100.000 us, period 1000.000 us; longest tick "
+                                        "handler Slow took 900.000 us; 4 earlier overruns not reported"}));
 }
 
 TEST_F(FastStatistics, ResetClearsTheFigures) {

@@ -149,17 +149,30 @@ TEST_F(StatisticsTest, OverrunMessageNamesPassCulpritAndIsLimitedToOneASecond) {
     platform_double::reset();
 
     tick(10);  // ten 8 ms passes within 80 ms: one message
-    ASSERT_EQ(warnings(), (std::vector<Line>{{KIV_TRACE_WARNING, kOnTick,
-                                              "CTickScheduler pass took 8000 us, period 6000 us; longest TickHandler "
-                                              "Slow took 7000 us; 0 earlier overruns not reported"}}));
+    ASSERT_EQ(warnings(),
+              (std::vector<Line>{{KIV_TRACE_WARNING, kOnTick,
+                                  "CTickScheduler pass took 8000.000 us, period 6000.000 us; longest TickHandler "
+                                  "Slow took 7000.000 us; 0 earlier overruns not reported"}}));
     EXPECT_EQ(schedulerStatistics().overruns, 10u);
 
     ScriptedClock::advance(1000 * kMs);
     platform_double::reset();
     tick(1);
+    EXPECT_EQ(warnings(),
+              (std::vector<Line>{{KIV_TRACE_WARNING, kOnTick,
+                                  "CTickScheduler pass took 8000.000 us, period 6000.000 us; longest TickHandler "
+                                  "Slow took 7000.000 us; 9 earlier overruns not reported"}}));
+}
+
+TEST_F(StatisticsTest, APassJustOverThePeriodReadsAsLongerInTheMessage) {
+    TimedProbe just("Just", {6 * kMs + 500});
+    registerProbe(just, 1);
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    platform_double::reset();
+    tick(1);
     EXPECT_EQ(warnings(), (std::vector<Line>{{KIV_TRACE_WARNING, kOnTick,
-                                              "CTickScheduler pass took 8000 us, period 6000 us; longest TickHandler "
-                                              "Slow took 7000 us; 9 earlier overruns not reported"}}));
+                                              "CTickScheduler pass took 6000.500 us, period 6000.000 us; longest "
+                                              "TickHandler Just took 6000.500 us; 0 earlier overruns not reported"}}));
 }
 
 TEST_F(StatisticsTest, APassOfExactlyThePeriodIsNoOverrun) {

@@ -478,4 +478,26 @@ TEST(TickMonitorRun, SystemPrintsOnlyTheSystemSectionAndExitsZero) {
     EXPECT_FALSE(doc.has("ticks"));
 }
 
+// One handler made slow on purpose is named as the culprit of the worst pass,
+// in the report and in the JSON record. Its 3 ms of busy work per call dwarf
+// anything else a pass does, even on a host that stalls the run for a while.
+TEST(TickMonitorRun, ASlowHandlerIsNamedAsTheCulpritOfTheWorstPass) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "300ms", "--handlers", "3", "--intervals", "1", "--work",
+                                       "0,0,3ms", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "Handler time (measured by the scheduler, per call)")) << run.out;
+    EXPECT_TRUE(contains(run.out, "culprit tickmon-handler-2 (")) << run.out;
+    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    const json_reader::Value& worst = doc["handler_time"]["worst_pass"];
+    EXPECT_EQ(worst["culprit"].text, "tickmon-handler-2");
+    EXPECT_GE(worst["culprit_ns"].number, 3e6);
+    EXPECT_GE(worst["duration_ns"].number, worst["culprit_ns"].number);
+    for (const json_reader::Value& handler : doc["handler_time"]["handlers"].items) {
+        if (handler["name"].text == "tickmon-handler-2") {
+            EXPECT_GE(handler["min_ns"].number, 3e6);
+        }
+    }
+}
+
 }  // namespace

@@ -51,6 +51,25 @@ std::optional<std::vector<uint32_t>> parseIntervalList(const std::string& text) 
     return intervals;
 }
 
+/// "50us" or "0,0,2ms": busy times from 0 to kMaxWorkNs (no unit:
+/// microseconds), at most one per possible handler.
+std::optional<std::vector<int64_t>> parseWorkList(const std::string& text) {
+    std::vector<int64_t> times;
+    std::string item;
+    std::istringstream items(text);
+    while (std::getline(items, item, ',')) {
+        const std::optional<int64_t> ns = parseTimeSpan(item, kNanosPerMicro);
+        if (!ns || *ns > limits::kMaxWorkNs || times.size() >= limits::kMaxHandlers) {
+            return std::nullopt;
+        }
+        times.push_back(*ns);
+    }
+    if (times.empty() || text.back() == ',') {
+        return std::nullopt;
+    }
+    return times;
+}
+
 /// "2", "0,1" or "0-3,6": CPU numbers from 0 to kMaxCpu, sorted, each once.
 std::optional<std::vector<uint32_t>> parseCpuList(const std::string& text) {
     std::vector<uint32_t> cpus;
@@ -122,13 +141,21 @@ const std::vector<ValueOption>& valueOptions() {
              o.intervals = list ? *list : o.intervals;
              return list.has_value();
          }},
-        {"--work", "a time from 0 to 6ms per call, e.g. 50us (no unit: microseconds)",
+        {"--work",
+         "a time from 0 to 6ms per call, e.g. 50us (no unit: microseconds), or a comma-separated list of such "
+         "times, one per handler, e.g. 0,0,2ms",
          [](const std::string& v, MonitorOptions& o) {
-             const std::optional<int64_t> ns = parseTimeSpan(v, kNanosPerMicro);
-             if (!ns || *ns > limits::kMaxWorkNs) {
+             const std::optional<std::vector<int64_t>> times = parseWorkList(v);
+             if (!times) {
                  return false;
              }
-             o.workNs = *ns;
+             if (v.find(',') == std::string::npos) {
+                 o.workNs = times->front();
+                 o.workPerHandler.clear();
+             } else {
+                 o.workNs = 0;
+                 o.workPerHandler = *times;
+             }
              return true;
          }},
         {"--trace-level", "an integer from 0 (off) to 7 (per-tick detail)",
@@ -207,6 +234,13 @@ const ValueOption* findValueOption(const std::string& name) {
 
 }  // namespace
 
+int64_t workOfHandler(const MonitorOptions& options, size_t index) {
+    if (options.workPerHandler.empty()) {
+        return options.workNs;
+    }
+    return index < options.workPerHandler.size() ? options.workPerHandler[index] : 0;
+}
+
 ParseResult parseOptions(const std::vector<std::string>& arguments) {
     ParseResult result;
     auto fail = [&result](const std::string& error) {
@@ -276,7 +310,8 @@ std::string usageText() {
            "  --priority P           oscillator priority 0 (highest) to 4 (lowest), default 2\n"
            "  --handlers N           handlers beside the probe, 0 to 10000, default 6\n"
            "  --intervals LIST       their tick intervals, cycled, each 1 to 100000, default 1,2,5\n"
-           "  --work TIME            busy time per handler call, 0 to 6ms (no unit: us), default 0\n"
+           "  --work TIME[,TIME..]  busy time per handler call, 0 to 6ms (no unit: us), default 0; a list gives\n"
+           "                         handler i the i-th time (e.g. 0,0,2ms: the third is slow), the rest 0\n"
            "  --trace-level L        library trace level 0 to 7 (default: the platform's)\n"
            "\n"
            "Punctuality (what a real-time engineer sets up around a latency test):\n"

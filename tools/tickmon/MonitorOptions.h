@@ -42,6 +42,10 @@ struct MonitorOptions {
     uint32_t handlerCount = 6;
     std::vector<uint32_t> intervals = {1, 2, 5};
     int64_t workNs = 0;
+    /// From a list given to --work ("0,0,2ms"): the busy time of handler i
+    /// is element i, and handlers beyond the list do no work. Empty when
+    /// --work gave one value for every handler (`workNs`).
+    std::vector<int64_t> workPerHandler;
     /// Level for the library's trace object "ZYN.TS"; unset keeps the
     /// platform's setting.
     std::optional<uint32_t> traceLevel;
@@ -68,6 +72,9 @@ struct MonitorOptions {
     /// Print only the System section (what on this machine costs latency).
     bool systemOnly = false;
 };
+
+/// The busy time per call of load handler `index`.
+int64_t workOfHandler(const MonitorOptions& options, size_t index);
 
 enum class ParseOutcome { Run, Help, Error };
 

@@ -31,6 +31,21 @@ std::string intervalList(const std::vector<uint32_t>& intervals) {
     return list;
 }
 
+/// "50.000 us work per call", or per handler for a --work list.
+std::string workText(const MonitorOptions& o) {
+    char text[64];
+    if (o.workPerHandler.empty()) {
+        std::snprintf(text, sizeof text, "%.3f us work per call", toUs(o.workNs));
+        return text;
+    }
+    std::string list;
+    for (const int64_t ns : o.workPerHandler) {
+        std::snprintf(text, sizeof text, "%s%.3f", list.empty() ? "" : ",", toUs(ns));
+        list += text;
+    }
+    return "work per call by handler " + list + " us (0 beyond)";
+}
+
 std::string stopSentence(const RunReport& report) {
     switch (report.stopReason) {
         case StopReason::Ticks:
@@ -49,11 +64,9 @@ void appendHeading(std::string& out, const RunReport& report) {
     const MonitorOptions& o = report.options;
     appendf(out, "zyn-tickmon: %.3f s run, %s\n", static_cast<double>(report.elapsedNs) / 1e9,
             stopSentence(report).c_str());
-    appendf(out,
-            "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %.3f us "
-            "work per call\n",
+    appendf(out, "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %s\n",
             static_cast<double>(report.ticks.periodNs) / 1e6, o.priority, o.handlerCount,
-            intervalList(o.intervals).c_str(), toUs(o.workNs));
+            intervalList(o.intervals).c_str(), workText(o).c_str());
 }
 
 void appendPeriod(std::string& out, const RunReport& report) {
@@ -170,6 +183,7 @@ std::string formatReport(const RunReport& report) {
     appendTicks(out, report);
     appendGrid(out, report);
     appendHandlers(out, report);
+    out += formatHandlerTime(report.handlerTime);
     appendThread(out, report);
     out += formatPunctuality(report.punctuality);
     appendSelfTest(out, report);
@@ -192,6 +206,11 @@ void writeSettings(JsonWriter& json, const MonitorOptions& o) {
     }
     json.endArray();
     json.key("work_ns").value(o.workNs);
+    json.key("work_per_handler_ns").beginArray();
+    for (const int64_t ns : o.workPerHandler) {
+        json.value(ns);
+    }
+    json.endArray();
     json.key("trace_level");
     o.traceLevel ? json.value(*o.traceLevel) : json.null();
     json.key("histogram_buckets").value(o.histogramBuckets);
@@ -272,6 +291,7 @@ std::string formatJson(const RunReport& report) {
     json.key("lost_timestamps").value(report.lostTimestamps);
     writeTicks(json, report.ticks);
     writeHandlers(json, report.handlers);
+    writeHandlerTimeJson(json, report.handlerTime);
     writeThread(json, report.thread);
     writePunctualityJson(json, report.punctuality);
     json.key("passed").value(report.passed);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "HandlerCheck.h"
+#include "HandlerTimeReport.h"
 #include "MonitorOptions.h"
 #include "PunctualityReport.h"
 #include "TickAnalysis.h"
@@ -48,6 +49,9 @@ struct RunReport {
     uint64_t lostTimestamps = 0;
     TickAnalysis ticks;
     std::vector<HandlerVerdict> handlers;
+    /// The scheduler's timing of every handler and pass, and the worst
+    /// pass's culprit.
+    HandlerTimeReport handlerTime;
     OscillatorThreadReport thread;
     PunctualityReport punctuality;
     /// Every handler called as often as its interval requires, no tick

@@ -26,13 +26,13 @@ void busyWait(int64_t ns) {
     while (monotonicNowNs() < until) {}
 }
 
-TickHandlers::TickHandlers(uint32_t handlerCount, const std::vector<uint32_t>& intervals, int64_t workNs,
-                           size_t ringCapacity)
+TickHandlers::TickHandlers(uint32_t handlerCount, const std::vector<uint32_t>& intervals,
+                           const std::vector<int64_t>& workNs, size_t ringCapacity)
     : tickProbe(ringCapacity), count(handlerCount), loadHandlers(new LoadHandler[handlerCount]) {
     for (size_t i = 0; i < count; ++i) {
         loadHandlers[i].name = "tickmon-handler-" + std::to_string(i);
         loadHandlers[i].interval = intervals.empty() ? 1 : intervals[i % intervals.size()];
-        loadHandlers[i].workNs = workNs;
+        loadHandlers[i].workNs = i < workNs.size() ? workNs[i] : 0;
     }
 }
 

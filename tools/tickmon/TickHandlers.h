@@ -38,8 +38,10 @@ struct LoadHandler {
 class TickHandlers {
 public:
     /// `count` load handlers named "tickmon-handler-<i>", with intervals taken
-    /// in turn from `intervals`, each busy for `workNs` per call.
-    TickHandlers(uint32_t count, const std::vector<uint32_t>& intervals, int64_t workNs, size_t ringCapacity);
+    /// in turn from `intervals`, handler i busy for `workNs[i]` per call (0
+    /// beyond the vector).
+    TickHandlers(uint32_t count, const std::vector<uint32_t>& intervals, const std::vector<int64_t>& workNs,
+                 size_t ringCapacity);
     ~TickHandlers();
     TickHandlers(const TickHandlers&) = delete;
     TickHandlers& operator=(const TickHandlers&) = delete;

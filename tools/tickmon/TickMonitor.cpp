@@ -15,6 +15,7 @@
 
 #include "BreakTrace.h"
 #include "CpuPlacement.h"
+#include "HandlerTimeQuery.h"
 #include "HistogramPlot.h"
 #include "JsonWriter.h"
 #include "LatencyHistogram.h"
@@ -399,7 +400,11 @@ int runMonitor(const MonitorOptions& options) {
     const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
 
     SchedulerSession session;
-    TickHandlers handlers(options.handlerCount, options.intervals, options.workNs, kRingCapacity);
+    std::vector<int64_t> work;
+    for (size_t i = 0; i < options.handlerCount; ++i) {
+        work.push_back(workOfHandler(options, i));
+    }
+    TickHandlers handlers(options.handlerCount, options.intervals, work, kRingCapacity);
     if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
         return failStartUp(error, session);
     }
@@ -407,6 +412,9 @@ int runMonitor(const MonitorOptions& options) {
     if (!handlers.registerAll(scheduler, error)) {
         handlers.unregisterAll(scheduler);
         return failStartUp(error, session);
+    }
+    if (!enableHandlerTime()) {
+        std::fprintf(stderr, "zyn-tickmon: warning: the scheduler's handler statistics could not be switched on\n");
     }
     int64_t startNs = 0;
     {
@@ -449,6 +457,7 @@ int runMonitor(const MonitorOptions& options) {
     scheduler.Freeze();
     report.passes = handlers.probe().passes.load();
     report.handlers = checkHandlers(report.passes, handlers.tallies());
+    report.handlerTime = readHandlerTime(handlers);
     handlers.unregisterAll(scheduler);
     session.shutDown();
 

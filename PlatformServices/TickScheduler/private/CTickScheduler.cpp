@@ -62,7 +62,9 @@ bool removeFromList(std::vector<STickHandler*>& list, const STickHandler* handle
     return removed;
 }
 
-bool isRetired(const CTickScheduler& state, const STickHandler* handler) {
+// The helpers of the pass are forced inline: both walks (timed and not) use
+// them, and the compiler would otherwise call them out of line.
+__attribute__((always_inline)) inline bool isRetired(const CTickScheduler& state, const STickHandler* handler) {
     return std::find(state.retiredHandlers.begin(), state.retiredHandlers.end(), handler) !=
            state.retiredHandlers.end();
 }
@@ -93,7 +95,7 @@ void reservePassCopy(CTickScheduler& state) {
 
 // ---- The tick pass ----------------------------------------------------------
 
-bool isDue(const CTickScheduler& state, const STickHandler& handler) {
+__attribute__((always_inline)) inline bool isDue(const CTickScheduler& state, const STickHandler& handler) {
     return handler.currentInterval.load(std::memory_order_relaxed) == 0 &&
            handler.enabled.load(std::memory_order_relaxed) != 0 &&
            (handler.groupMask.load(std::memory_order_relaxed) &
@@ -101,7 +103,7 @@ bool isDue(const CTickScheduler& state, const STickHandler& handler) {
 }
 
 /// Calls the handler's tick function; nothing it throws leaves the pass.
-void callTickFunction(const STickHandler& handler) {
+__attribute__((always_inline)) inline void callTickFunction(const STickHandler& handler) {
     try {
         handler.tickReceiver.onTick(handler.tickReceiver.context);
     } catch (const std::runtime_error& error) {
@@ -132,17 +134,54 @@ void traceOverrun(const zyn_ts::OverrunReport& report) {
         return;
     }
     ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickScheduler_OnTick",
-                 "CTickScheduler pass took " << report.passNs / 1000 << " us, period " << report.periodNs / 1000
-                                             << " us; longest TickHandler " << report.culprit << " took "
-                                             << report.culpritNs / 1000 << " us; " << report.suppressed
-                                             << " earlier overruns not reported");
+                 "CTickScheduler pass took " << zyn_ts::Microseconds{report.passNs} << " us, period "
+                                             << zyn_ts::Microseconds{report.periodNs} << " us; longest TickHandler "
+                                             << report.culprit << " took " << zyn_ts::Microseconds{report.culpritNs}
+                                             << " us; " << report.suppressed << " earlier overruns not reported");
 }
 
 /// The counter runs 0 .. tickInterval - 1; a counter at or above the interval
 /// (a start offset written beyond it, or interval 0) wraps to 0 at once.
-void advanceCounter(STickHandler& handler) {
+__attribute__((always_inline)) inline void advanceCounter(STickHandler& handler) {
     const uint32_t next = handler.currentInterval.load(std::memory_order_relaxed) + 1u;
     handler.currentInterval.store(next >= handler.tickInterval ? 0u : next, std::memory_order_relaxed);
+}
+
+/// Walks the handlers of one pass (see CTickScheduler_OnTick); with `Timed`
+/// every call is timed into `pass`.
+template <bool Timed>
+void walkHandlers(CTickScheduler& state, std::unique_lock<std::mutex>& lock, size_t handlerCount,
+                  zyn_ts::PassTiming* pass) {
+    for (size_t position = 0; position < handlerCount; ++position) {
+        STickHandler* const handler = passHandlerAt(state, position);
+        if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
+            continue;
+        }
+        if (isDue(state, *handler)) {
+            if constexpr (Timed) {
+                callTimedTickFunction(state, *pass, *handler, lock);
+            } else {
+                lock.unlock();
+                callTickFunction(*handler);
+                lock.lock();
+            }
+            // The tick function may have unregistered its own handler.
+            if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
+                continue;
+            }
+        }
+        advanceCounter(*handler);
+    }
+}
+
+/// A timed pass, kept out of line: the pass without statistics then stays as
+/// small as it was, and the compiler inlines its helpers as before.
+__attribute__((noinline)) void runTimedPass(CTickScheduler& state, std::unique_lock<std::mutex>& lock,
+                                            size_t handlerCount) {
+    zyn_ts::PassTiming pass;
+    state.statistics.beginPass(pass);
+    walkHandlers<true>(state, lock, handlerCount, &pass);
+    traceOverrun(state.statistics.endPass(pass));
 }
 
 /// Frees what was unregistered during the pass and makes the pass copy big
@@ -275,36 +314,13 @@ extern "C" void CTickScheduler_OnTick(void* /*context*/) {
     state.inTick = true;
     state.tickThreadId = pthread_self();
     // Decided once per pass: switching during the pass applies to the next.
-    const bool timed = state.statistics.isOn();
-    zyn_ts::PassTiming pass;
-    if (timed) {
-        state.statistics.beginPass(pass);
+    // The untimed walk is a separate instance that pays nothing for them.
+    if (state.statistics.isOn()) {
+        runTimedPass(state, lock, handlerCount);
+    } else {
+        walkHandlers<false>(state, lock, handlerCount, nullptr);
     }
 
-    for (size_t position = 0; position < handlerCount; ++position) {
-        STickHandler* const handler = passHandlerAt(state, position);
-        if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
-            continue;
-        }
-        if (isDue(state, *handler)) {
-            if (timed) {
-                callTimedTickFunction(state, pass, *handler, lock);
-            } else {
-                lock.unlock();
-                callTickFunction(*handler);
-                lock.lock();
-            }
-            // The tick function may have unregistered its own handler.
-            if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
-                continue;
-            }
-        }
-        advanceCounter(*handler);
-    }
-
-    if (timed) {
-        traceOverrun(state.statistics.endPass(pass));
-    }
     finishPassBookkeeping(state);
     state.inTick = false;
     state.tickDone.notify_all();

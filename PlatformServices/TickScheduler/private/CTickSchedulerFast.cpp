@@ -103,17 +103,20 @@ void traceOverrun(const zyn_ts::OverrunReport& report) {
         return;
     }
     ZYN_TS_TRACE(KIV_TRACE_WARNING, "CTickSchedulerFast_OnTick",
-                 "CTickSchedulerFast pass took " << report.passNs / 1000 << " us, period " << report.periodNs / 1000
-                                                 << " us; longest tick handler " << report.culprit << " took "
-                                                 << report.culpritNs / 1000 << " us; " << report.suppressed
-                                                 << " earlier overruns not reported");
+                 "CTickSchedulerFast pass took "
+                     << zyn_ts::Microseconds{report.passNs} << " us, period " << zyn_ts::Microseconds{report.periodNs}
+                     << " us; longest tick handler " << report.culprit << " took "
+                     << zyn_ts::Microseconds{report.culpritNs} << " us; " << report.suppressed
+                     << " earlier overruns not reported");
 }
 
 /// Walks the handler list once and calls each due handler; `tickMutex` is
 /// held by the caller. The cursor has already moved past the element it
 /// delivers, so a handler may remove itself (unlocked variant) and the walk
 /// goes on with the next one; a record is never touched after its call.
-/// `pass` is null unless the statistics time this pass.
+/// With `Timed` every call is timed into `pass`; the untimed instance pays
+/// nothing for them.
+template <bool Timed>
 void dispatchHandlers(zyn_ts::PassTiming* pass) {
     CList* const list = &tickSchedulerFastModule.handlerList;
     CListCursor cursor = nullptr;
@@ -134,7 +137,7 @@ void dispatchHandlers(zyn_ts::PassTiming* pass) {
         }
         const auto* const handler = static_cast<const STickHandler*>(element);
         if (isHandlerDue(*handler)) {
-            if (pass != nullptr) {
+            if constexpr (Timed) {
                 callTimed(*pass, *handler);
             } else {
                 handler->tickReceiver.onTick(handler->tickReceiver.context);
@@ -144,6 +147,15 @@ void dispatchHandlers(zyn_ts::PassTiming* pass) {
             return;
         }
     }
+}
+
+/// A timed dispatch, kept out of line so that the dispatch without
+/// statistics stays as it was.
+__attribute__((noinline)) void runTimedDispatch() {
+    zyn_ts::PassTiming pass;
+    fastDispatchStatistics.beginPass(pass);
+    dispatchHandlers<true>(&pass);
+    traceOverrun(fastDispatchStatistics.endPass(pass));
 }
 
 bool isValidGroupId(uint32_t groupId) { return groupId <= kHighestGroupId; }
@@ -270,12 +282,9 @@ extern "C" void CTickSchedulerFast_OnTick(void* /*context*/) {
     }
     if (CList_IsEmpty(&module.handlerList) == 0) {
         if (fastDispatchStatistics.isOn()) {
-            zyn_ts::PassTiming pass;
-            fastDispatchStatistics.beginPass(pass);
-            dispatchHandlers(&pass);
-            traceOverrun(fastDispatchStatistics.endPass(pass));
+            runTimedDispatch();
         } else {
-            dispatchHandlers(nullptr);
+            dispatchHandlers<false>(nullptr);
         }
     }
     (void)pthread_mutex_unlock(&module.tickMutex);

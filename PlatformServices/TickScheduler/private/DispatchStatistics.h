@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ostream>
 #include <unordered_map>
 
 #include "STickHandler.h"
@@ -57,6 +58,19 @@ struct OverrunReport {
     /// Overruns since the last message that were not reported.
     uint64_t suppressed = 0;
 };
+
+/// Streams nanoseconds as microseconds with three decimals ("6000.547"), so
+/// that a pass just over the period never reads as equal to it.
+struct Microseconds {
+    int64_t ns;
+};
+
+inline std::ostream& operator<<(std::ostream& out, Microseconds time) {
+    const int64_t magnitude = time.ns < 0 ? -time.ns : time.ns;
+    const int64_t fraction = magnitude % 1000;
+    return out << (time.ns < 0 ? "-" : "") << magnitude / 1000 << '.' << static_cast<char>('0' + fraction / 100)
+               << static_cast<char>('0' + fraction / 10 % 10) << static_cast<char>('0' + fraction % 10);
+}
 
 class ZYN_TS_INTERNAL DispatchStatistics {
 public:

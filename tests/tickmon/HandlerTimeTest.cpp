@@ -1,0 +1,90 @@
+// The monitor's per-handler work list and its report of the scheduler's
+// handler timing, text and JSON.
+
+#include <gtest/gtest.h>
+
+#include "HandlerTimeReport.h"
+#include "JsonReader.h"
+#include "MonitorOptions.h"
+#include "RunReport.h"
+
+namespace tickmon {
+namespace {
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(PerHandlerWork, AListGivesEachHandlerItsOwnTimeAndTheRestNone) {
+    const ParseResult result = parseOptions({"--work", "0,0,2ms"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
+    EXPECT_EQ(result.options.workPerHandler, (std::vector<int64_t>{0, 0, 2000000}));
+    EXPECT_EQ(workOfHandler(result.options, 0), 0);
+    EXPECT_EQ(workOfHandler(result.options, 2), 2000000);
+    EXPECT_EQ(workOfHandler(result.options, 5), 0);
+}
+
+TEST(PerHandlerWork, OneValueStillAppliesToEveryHandler) {
+    const ParseResult result = parseOptions({"--work", "50"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
+    EXPECT_TRUE(result.options.workPerHandler.empty());
+    EXPECT_EQ(workOfHandler(result.options, 0), 50000);
+    EXPECT_EQ(workOfHandler(result.options, 9), 50000);
+}
+
+TEST(PerHandlerWork, AnyElementOutOfRangeOrEmptyIsRefused) {
+    EXPECT_EQ(parseOptions({"--work", "0,7ms"}).outcome, ParseOutcome::Error);
+    EXPECT_EQ(parseOptions({"--work", "0,,1ms"}).outcome, ParseOutcome::Error);
+    EXPECT_EQ(parseOptions({"--work", "1ms,"}).outcome, ParseOutcome::Error);
+    EXPECT_NE(parseOptions({"--work", "0,x"}).error.find("one per handler, e.g. 0,0,2ms"), std::string::npos);
+}
+
+HandlerTimeReport sampleTime() {
+    HandlerTimeReport time;
+    time.available = true;
+    time.passes = 250;
+    time.overruns = 3;
+    time.budgetNs = 6000000;
+    time.longestPassNs = 6012547;
+    time.culprit = "tickmon-handler-2";
+    time.culpritNs = 6002913;
+    time.handlers = {{"tickmon-probe", 250, 60, 1847, 5078, 0},
+                     {"tickmon-handler-2", 250, 6000109, 6000995, 6004555, 3}};
+    return time;
+}
+
+TEST(HandlerTimeReport, TextListsEveryHandlerAndNamesTheWorstPasssCulprit) {
+    const std::string text = formatHandlerTime(sampleTime());
+    EXPECT_TRUE(contains(text, "Handler time (measured by the scheduler, per call)")) << text;
+    EXPECT_TRUE(contains(text,
+                         "  tickmon-handler-2                      250     6000.109     6000.995     6004.555"
+                         "            3\n"))
+        << text;
+    EXPECT_TRUE(contains(text, "passes longer than the 6.000 ms period: 3 of 250")) << text;
+    EXPECT_TRUE(contains(text, "worst pass: 6012.547 us, culprit tickmon-handler-2 (6002.913 us of it)")) << text;
+}
+
+TEST(HandlerTimeReport, JsonCarriesTheCulpritAndEveryHandler) {
+    RunReport report;
+    report.handlerTime = sampleTime();
+    report.options.workPerHandler = {0, 0, 2000000};
+    const json_reader::Value doc = json_reader::parse(formatJson(report));
+    const json_reader::Value& time = doc["handler_time"];
+    EXPECT_EQ(time["passes"].number, 250);
+    EXPECT_EQ(time["overruns"].number, 3);
+    EXPECT_EQ(time["worst_pass"]["duration_ns"].number, 6012547);
+    EXPECT_EQ(time["worst_pass"]["culprit"].text, "tickmon-handler-2");
+    EXPECT_EQ(time["worst_pass"]["culprit_ns"].number, 6002913);
+    EXPECT_EQ(time["handlers"].items[1]["name"].text, "tickmon-handler-2");
+    EXPECT_EQ(time["handlers"].items[1]["mean_ns"].number, 6000995);
+    EXPECT_EQ(time["handlers"].items[1]["over_budget"].number, 3);
+    EXPECT_EQ(doc["settings"]["work_per_handler_ns"].items[2].number, 2000000);
+}
+
+TEST(HandlerTimeReport, UnreadableStatisticsAreSaidSoAndNullInJson) {
+    RunReport report;
+    EXPECT_TRUE(contains(formatHandlerTime(report.handlerTime), "not available"));
+    const json_reader::Value doc = json_reader::parse(formatJson(report));
+    EXPECT_EQ(doc["handler_time"].kind, json_reader::Value::Kind::Null);
+}
+
+}  // namespace
+}  // namespace tickmon

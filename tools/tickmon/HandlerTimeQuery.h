@@ -1,0 +1,17 @@
+// Switches CTickScheduler's handler statistics on and reads them back for the
+// monitor's handlers, through the library's exported functions.
+#pragma once
+
+#include "HandlerTimeReport.h"
+#include "TickHandlers.h"
+
+namespace tickmon {
+
+/// Before the oscillator starts: every pass from the first is timed. False
+/// when the library refuses.
+bool enableHandlerTime();
+
+/// After the freeze, before the handlers are unregistered.
+HandlerTimeReport readHandlerTime(TickHandlers& handlers);
+
+}  // namespace tickmon
