@@ -11,6 +11,7 @@
 #include "ITickSchedulerFast.h"
 #include "STickHandler.h"
 #include "TickGrid.h"
+#include "TickModuleIdentity.h"
 #include "TickOscillator.h"
 #include "TickResultCodes.h"
 #include "TickSchedulerExport.h"
