@@ -15,23 +15,21 @@
 namespace elf_inspection {
 namespace {
 
-struct Elf32 {
-    using Ehdr = Elf32_Ehdr;
-    using Shdr = Elf32_Shdr;
-    using Sym = Elf32_Sym;
-    using Dyn = Elf32_Dyn;
+/// The record types of one ELF class. The symbol binding and visibility sit
+/// in the same bits for both classes (<elf.h> defines the 64-bit macros by the
+/// 32-bit ones), so one pair of accessors serves both.
+template <typename Header, typename Section, typename Symbol, typename Dynamic>
+struct ElfClass {
+    using Ehdr = Header;
+    using Shdr = Section;
+    using Sym = Symbol;
+    using Dyn = Dynamic;
     static unsigned char bind(unsigned char info) { return ELF32_ST_BIND(info); }
     static unsigned char visibility(unsigned char other) { return ELF32_ST_VISIBILITY(other); }
 };
 
-struct Elf64 {
-    using Ehdr = Elf64_Ehdr;
-    using Shdr = Elf64_Shdr;
-    using Sym = Elf64_Sym;
-    using Dyn = Elf64_Dyn;
-    static unsigned char bind(unsigned char info) { return ELF64_ST_BIND(info); }
-    static unsigned char visibility(unsigned char other) { return ELF64_ST_VISIBILITY(other); }
-};
+using Elf32 = ElfClass<Elf32_Ehdr, Elf32_Shdr, Elf32_Sym, Elf32_Dyn>;
+using Elf64 = ElfClass<Elf64_Ehdr, Elf64_Shdr, Elf64_Sym, Elf64_Dyn>;
 
 /// Bounds-checked access to the file's bytes.
 class Image {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "FastSchedulerFixture.h"
+#include "TickModuleIdentity.h"
 
 namespace {
 
@@ -279,7 +280,7 @@ TEST_F(FastConcurrency, ChangesFromAClientThreadAreSeenByTheNextTick) {
 TEST_F(FastConcurrency, ClientsChurnWhileTheOscillatorThreadTicks) {
     // The module never starts its oscillator; here the test starts it, as an
     // outside component would, so the real 1 ms thread drives the dispatch.
-    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, 11), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::Configure), TickResult::Success);
     Counter steady;
     const ITickReceiver steadyReceiver = steady.receiver();
     STickHandler* steadyHandle = nullptr;
@@ -311,7 +312,7 @@ TEST_F(FastConcurrency, ClientsChurnWhileTheOscillatorThreadTicks) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
-    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, 16), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::ShutDown), TickResult::Success);
     EXPECT_FALSE(module().tickOscillator.isRunning());
     const uint64_t afterStop = steady.calls.load();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

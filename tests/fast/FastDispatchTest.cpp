@@ -2,24 +2,16 @@
 // removal from inside a tick, a list that fails to deliver, and what the
 // dispatch leaves behind.
 
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FastSchedulerFixture.h"
 
+namespace fast_test {
 namespace {
-
-using fast_test::handlersInList;
-using fast_test::messagesOf;
-using fast_test::module;
-using fast_test::RecordingClient;
-using platform_double::ListFunction;
-using Log = std::vector<std::string>;
-
-constexpr const char* kOnTick = "CTickSchedulerFast_OnTick";
-
-void tick() { CTickSchedulerFast_OnTick(nullptr); }
 
 bool tickMutexIsFree() {
     if (pthread_mutex_trylock(&module().tickMutex) != 0) {
@@ -29,18 +21,17 @@ bool tickMutexIsFree() {
     return true;
 }
 
-class FastDispatch : public fast_test::FastSchedulerTest {
+class FastDispatch : public FastSchedulerWithThreeClients {
 protected:
-    Log log;
-    RecordingClient a{"A", log};
-    RecordingClient b{"B", log};
-    RecordingClient c{"C", log};
+    FastDispatch() : FastSchedulerWithThreeClients("A", "B", "C") {}
 
-    void registerABC() {
-        ASSERT_EQ(a.registerHandler(), TickResult::Success);
-        ASSERT_EQ(b.registerHandler(), TickResult::Success);
-        ASSERT_EQ(c.registerHandler(), TickResult::Success);
-        platform_double::reset();
+    /// Registers A, B and C, then adds each client of `memberships` to its
+    /// group.
+    void registerThreeInGroups(std::initializer_list<std::pair<RecordingClient*, uint32_t>> memberships) {
+        registerThree();
+        for (const auto& [client, group] : memberships) {
+            ASSERT_EQ(CTickSchedulerFast_AddGroup(client->handle, group), TickResult::Success);
+        }
     }
 };
 
@@ -53,7 +44,7 @@ TEST_F(FastDispatch, EmptyListOnlyTestsEmptinessAndCallsNothing) {
 }
 
 TEST_F(FastDispatch, CallsEveryHandlerInRegistrationOrderOnEveryTick) {
-    registerABC();
+    registerThree();
 
     tick();
     tick();
@@ -62,7 +53,7 @@ TEST_F(FastDispatch, CallsEveryHandlerInRegistrationOrderOnEveryTick) {
 }
 
 TEST_F(FastDispatch, WalksTheListOncePerTick) {
-    registerABC();
+    registerThree();
 
     tick();
 
@@ -73,7 +64,7 @@ TEST_F(FastDispatch, WalksTheListOncePerTick) {
 }
 
 TEST_F(FastDispatch, NormalPathDoesNotTouchTheTraceObject) {
-    registerABC();
+    registerThree();
 
     tick();
 
@@ -82,7 +73,7 @@ TEST_F(FastDispatch, NormalPathDoesNotTouchTheTraceObject) {
 }
 
 TEST_F(FastDispatch, IgnoresTheContextArgument) {
-    registerABC();
+    registerThree();
     int unrelated = 0;
 
     CTickSchedulerFast_OnTick(&unrelated);
@@ -91,7 +82,7 @@ TEST_F(FastDispatch, IgnoresTheContextArgument) {
 }
 
 TEST_F(FastDispatch, DisabledHandlerIsSkippedAndTheOthersKeepTheirOrder) {
-    registerABC();
+    registerThree();
     ASSERT_EQ(CTickSchedulerFast_DisableTickHandler(b.handle), TickResult::Success);
 
     tick();
@@ -103,7 +94,7 @@ TEST_F(FastDispatch, DisabledHandlerIsSkippedAndTheOthersKeepTheirOrder) {
 }
 
 TEST_F(FastDispatch, HandlerWhoseEnabledHoldsTwoIsNeverCalled) {
-    registerABC();
+    registerThree();
     b.handle->enabled.store(2);
 
     tick();
@@ -143,8 +134,7 @@ TEST_F(FastDispatch, HandlerDisabledByAnEarlierOneIsSkippedInTheSameTick) {
 }
 
 TEST_F(FastDispatch, MemberOfADisabledGroupIsSkippedUntilTheGroupIsEnabled) {
-    registerABC();
-    ASSERT_EQ(CTickSchedulerFast_AddGroup(b.handle, 1), TickResult::Success);
+    registerThreeInGroups({{&b, 1}});
 
     ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(1), TickResult::Success);
     tick();
@@ -155,9 +145,7 @@ TEST_F(FastDispatch, MemberOfADisabledGroupIsSkippedUntilTheGroupIsEnabled) {
 }
 
 TEST_F(FastDispatch, DisablingGroupOneSparesMembersOfGroupZeroAndHandlersWithoutGroup) {
-    registerABC();
-    ASSERT_EQ(CTickSchedulerFast_AddGroup(a.handle, 1), TickResult::Success);
-    ASSERT_EQ(CTickSchedulerFast_AddGroup(b.handle, 0), TickResult::Success);
+    registerThreeInGroups({{&a, 1}, {&b, 0}});
 
     ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(1), TickResult::Success);
     tick();
@@ -166,9 +154,7 @@ TEST_F(FastDispatch, DisablingGroupOneSparesMembersOfGroupZeroAndHandlersWithout
 }
 
 TEST_F(FastDispatch, MemberOfBothGroupsIsSilentWhileEitherIsDisabled) {
-    registerABC();
-    ASSERT_EQ(CTickSchedulerFast_AddGroup(b.handle, 0), TickResult::Success);
-    ASSERT_EQ(CTickSchedulerFast_AddGroup(b.handle, 1), TickResult::Success);
+    registerThreeInGroups({{&b, 0}, {&b, 1}});
 
     ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(0), TickResult::Success);
     tick();
@@ -182,7 +168,7 @@ TEST_F(FastDispatch, MemberOfBothGroupsIsSilentWhileEitherIsDisabled) {
 }
 
 TEST_F(FastDispatch, HandlerWithoutGroupIsNeverSuppressedByGroups) {
-    registerABC();
+    registerThree();
 
     ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(0), TickResult::Success);
     ASSERT_EQ(CTickSchedulerFast_DisableTickGroup(1), TickResult::Success);
@@ -224,7 +210,7 @@ TEST_F(FastDispatch, HandlerRemovingItselfLetsTheRestOfTheTickRun) {
     EXPECT_EQ(remover.results, std::vector<uint32_t>{TickResult::Success});
     EXPECT_EQ(remover.handle, nullptr);
     EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, c.handle}));
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_UnregisterTickHandlerFromOnTick"),
+    EXPECT_EQ(messagesOf(kUnregisterFromOnTick),
               std::vector<std::string>{"5:Tick Handler Remover unregistered successfully"});
 
     tick();
@@ -294,14 +280,14 @@ TEST_F(FastDispatch, SecondRemovalThroughTheSameVariableFromInsideATickFails) {
 
     EXPECT_EQ(first.results, std::vector<uint32_t>{TickResult::Success});
     EXPECT_EQ(second.results, std::vector<uint32_t>{TickResult::ListRemoveFailed});
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_UnregisterTickHandlerFromOnTick"),
+    EXPECT_EQ(messagesOf(kUnregisterFromOnTick),
               (std::vector<std::string>{"5:Tick Handler First unregistered successfully",
                                         "1:Failed to remove Tick Handler from list, error: 0x00008003"}));
     EXPECT_EQ(handlersInList(), std::vector<STickHandler*>{secondRecord});
 }
 
 TEST_F(FastDispatch, ListDeliveringNullSkipsTheRestOfTheTick) {
-    registerABC();
+    registerThree();
     platform_double::scriptListGetNextNullAt(2);
 
     tick();
@@ -311,7 +297,7 @@ TEST_F(FastDispatch, ListDeliveringNullSkipsTheRestOfTheTick) {
               std::vector<std::string>{"1:CTickSchedulerFast_OnTick failed in receiving tick handler"});
     const std::vector<platform_double::TraceRecord> records = platform_double::tracesOf(kOnTick);
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(records[0].file, kSourceFile);
     EXPECT_TRUE(tickMutexIsFree());
 
     tick();
@@ -319,7 +305,7 @@ TEST_F(FastDispatch, ListDeliveringNullSkipsTheRestOfTheTick) {
 }
 
 TEST_F(FastDispatch, ListDeliveringNullFirstCallsNothing) {
-    registerABC();
+    registerThree();
     platform_double::scriptListGetNextNullAt(1);
 
     tick();
@@ -330,7 +316,7 @@ TEST_F(FastDispatch, ListDeliveringNullFirstCallsNothing) {
 }
 
 TEST_F(FastDispatch, ListFailureIsSilentWithTracingOff) {
-    registerABC();
+    registerThree();
     platform_double::setTraceLevel(0);
     platform_double::scriptListGetNextNullAt(3);
 
@@ -359,3 +345,4 @@ TEST_F(FastDispatch, ExceptionOfAHandlerLeavesTheDispatchWithTheMutexHeld) {
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -13,28 +13,26 @@
 
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
+#include "HostPlatformRun.h"
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "PlatformHost/TraceHost.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
 namespace {
 
-constexpr uint32_t kModuleId = 22001;
+constexpr uint32_t kModuleId = TickModule::FastSchedulerModuleId;
+namespace Phase = TickModule::Phase;
+
+const host_run::ModulePhases kModulePhases{kModuleId, "CCTickSchedulerFast_OnPhaseActivation"};
 
 CTickSchedulerFast& module() { return tickSchedulerFastModule; }
 
 /// The results the fast module's callback gave in `results`.
 std::vector<uint32_t> fastResults(const std::vector<platform_host::PhaseCallResult>& results) {
-    std::vector<uint32_t> mine;
-    for (const platform_host::PhaseCallResult& result : results) {
-        if (result.moduleId == kModuleId) {
-            EXPECT_EQ(result.callbackName, "CCTickSchedulerFast_OnPhaseActivation");
-            mine.push_back(result.result);
-        }
-    }
-    return mine;
+    return kModulePhases.of(results);
 }
 
 ITickSchedulerFast* brokerInterface() {
@@ -42,7 +40,7 @@ ITickSchedulerFast* brokerInterface() {
 }
 
 /// Delivers one tick the way the oscillator does: through the receiver that
-/// phase 11 registered with it. Deterministic, no thread involved.
+/// the configure phase registered with it. Deterministic, no thread involved.
 void deliverTick() {
     ITickReceiver* const receiver = module().tickOscillator.getReceiver();
     ASSERT_NE(receiver, nullptr);
@@ -55,31 +53,8 @@ struct Counter {
     ITickReceiver receiver() { return ITickReceiver{this, &Counter::onTick}; }
 };
 
-/// Collects the trace lines of the reference trace service.
-class TraceCapture {
-public:
-    TraceCapture() {
-        platform_host::setTraceSink([this](const std::string& line) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            lines.push_back(line);
-        });
-    }
-    ~TraceCapture() { platform_host::setTraceSink({}); }
-
-    bool contains(const std::string& text) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        for (const std::string& line : lines) {
-            if (line.find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-private:
-    std::mutex mutex;
-    std::vector<std::string> lines;
-};
+/// Whether a trace line written since `capture` began holds `text`.
+bool traced(TraceCapture& capture, const std::string& text) { return host_run::anyLineHolds(capture.lines(), text); }
 
 /// A fresh module manager with the fast module initialised in it.
 class FastEndToEnd : public ::testing::Test {
@@ -102,8 +77,8 @@ TEST_F(FastEndToEnd, ModuleAndCallbackAreRegisteredWithTheModuleManager) {
 }
 
 TEST_F(FastEndToEnd, StartUpPhasesConfigureTheOscillatorWithoutStartingIt) {
-    EXPECT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::Success});
-    EXPECT_EQ(fastResults(platform_host::runPhase(13)), std::vector<uint32_t>{TickResult::Success});
+    EXPECT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
+    EXPECT_EQ(kModulePhases.run(Phase::Idle), std::vector<uint32_t>{TickResult::Success});
 
     EXPECT_EQ(module().tickOscillator.getDelay(), TICK_DELAY_1MS);
     EXPECT_EQ(module().tickOscillator.getPriority(), 98);
@@ -121,23 +96,23 @@ TEST_F(FastEndToEnd, TheWholeStartUpSequenceReachesTheModuleOnlyOnItsPhases) {
 
 TEST_F(FastEndToEnd, PhaseFourteenIsRefusedByTheCallback) {
     TraceCapture capture;
-    EXPECT_TRUE(fastResults(platform_host::runPhase(14)).empty());
+    EXPECT_TRUE(kModulePhases.run(Phase::StartTicks).empty());
 
     // A manager that called the module on a phase it did not subscribe to.
-    EXPECT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, 14), TickResult::PhaseNotHandled);
+    EXPECT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, Phase::StartTicks), TickResult::PhaseNotHandled);
 
-    EXPECT_TRUE(capture.contains("Phase not handled: 14"));
+    EXPECT_TRUE(traced(capture, "Phase not handled: 14"));
 }
 
 TEST_F(FastEndToEnd, PhaseSixteenShutsTheModuleDown) {
-    ASSERT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
 
     EXPECT_EQ(fastResults(platform_host::runShutdown()), std::vector<uint32_t>{TickResult::Success});
 
     EXPECT_EQ(module().initialized, 0u);
     EXPECT_EQ(brokerInterface(), nullptr);
     // Every later phase is refused until the module is initialised again.
-    EXPECT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::ModuleNotInitialized});
+    EXPECT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::ModuleNotInitialized});
 }
 
 TEST_F(FastEndToEnd, RepeatedInitializeIsReportedNotRefused) {
@@ -145,12 +120,12 @@ TEST_F(FastEndToEnd, RepeatedInitializeIsReportedNotRefused) {
 
     EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::AlreadyInitialized);
 
-    EXPECT_TRUE(capture.contains("Has already been initialized"));
+    EXPECT_TRUE(traced(capture, "Has already been initialized"));
 }
 
 TEST_F(FastEndToEnd, InitializeAgainAfterPhaseSixteen) {
-    ASSERT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::Success});
-    ASSERT_EQ(fastResults(platform_host::runPhase(16)), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(kModulePhases.run(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
 
     // The module manager still knows the module from its first start; the
     // module registers with it again all the same.
@@ -159,9 +134,9 @@ TEST_F(FastEndToEnd, InitializeAgainAfterPhaseSixteen) {
 
     EXPECT_EQ(module().initialized, 1u);
     ASSERT_NE(brokerInterface(), nullptr);
-    const std::vector<uint32_t> phase11 = fastResults(platform_host::runPhase(11));
-    ASSERT_FALSE(phase11.empty());
-    for (uint32_t result : phase11) {
+    const std::vector<uint32_t> configured = kModulePhases.run(Phase::Configure);
+    ASSERT_FALSE(configured.empty());
+    for (uint32_t result : configured) {
         EXPECT_EQ(result, TickResult::Success);
     }
     Counter counter;
@@ -174,7 +149,7 @@ TEST_F(FastEndToEnd, InitializeAgainAfterPhaseSixteen) {
 }
 
 TEST_F(FastEndToEnd, ClientsUseEveryInterfaceSlot) {
-    ASSERT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     ITickSchedulerFast* const fast = brokerInterface();
     ASSERT_NE(fast, nullptr);
 
@@ -233,7 +208,7 @@ TEST_F(FastEndToEnd, TicksFlowOnceSomethingStartsTheOscillator) {
     // The module never starts its oscillator. Here the test starts it through
     // the module's state, as an outside component would; the real 1 ms thread
     // then drives the dispatch until phase 16 stops it.
-    ASSERT_EQ(fastResults(platform_host::runPhase(11)), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     ITickSchedulerFast* const fast = brokerInterface();
     ASSERT_NE(fast, nullptr);
     Counter counter;
@@ -243,11 +218,8 @@ TEST_F(FastEndToEnd, TicksFlowOnceSomethingStartsTheOscillator) {
     ASSERT_EQ(module().tickOscillator.start(), TickResult::Success);
 
     // Generous: only proves that ticks arrive at all.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (counter.calls.load() < 5 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_EQ(fastResults(platform_host::runPhase(16)), std::vector<uint32_t>{TickResult::Success});
+    (void)host_run::eventually([&] { return counter.calls.load() >= 5; });
+    ASSERT_EQ(kModulePhases.run(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
     const uint64_t afterShutDown = counter.calls.load();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 

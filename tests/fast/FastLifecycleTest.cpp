@@ -9,22 +9,17 @@
 
 #include "FastSchedulerFixture.h"
 #include "ITickSchedulerFast.h"
+#include "TickModuleIdentity.h"
 
+namespace fast_test {
 namespace {
 
-using fast_test::handlersInList;
-using fast_test::messagesOf;
-using fast_test::module;
-using fast_test::RecordingClient;
-using platform_double::BrokerCall;
-using platform_double::ListFunction;
-
-constexpr uint32_t kModuleId = 22001;
-constexpr const char* kInitialize = "CTickSchedulerFast_Initialize";
+namespace Phase = TickModule::Phase;
+constexpr uint32_t kModuleId = TickModule::FastSchedulerModuleId;
 constexpr const char* kPhaseCallback = "CTickSchedulerFast_OnPhaseActivation";
 
 /// The module uninitialised, with the double's records cleared.
-class FastLifecycle : public fast_test::FastSchedulerTest {
+class FastLifecycle : public FastSchedulerTest {
 protected:
     void SetUp() override {
         FastSchedulerTest::SetUp();
@@ -36,6 +31,22 @@ protected:
 
     static ITickSchedulerFast* registeredInterface() {
         return dynamic_cast<ITickSchedulerFast*>(InterfaceBroker::getInstance()->getInterface("ITickSchedulerFast"));
+    }
+
+    /// Initialize fails with `result` and the one error `message`, after the
+    /// platform has seen `modules` module, `callbacks` callback and
+    /// `interfaces` interface registrations; no list is built and the module
+    /// stays uninitialised.
+    static void expectInitializeRefused(uint32_t result, const std::string& message, size_t modules, size_t callbacks,
+                                        size_t interfaces) {
+        EXPECT_EQ(CTickSchedulerFast_Initialize(), result);
+
+        EXPECT_EQ(messagesOf(kInitialize), std::vector<std::string>{message});
+        EXPECT_EQ(platform_double::moduleRegistrations().size(), modules);
+        EXPECT_EQ(platform_double::callbackRegistrations().size(), callbacks);
+        EXPECT_EQ(platform_double::brokerCalls().size(), interfaces);
+        EXPECT_TRUE(platform_double::listCalls().empty());
+        EXPECT_EQ(module().initialized, 0u);
     }
 };
 
@@ -54,7 +65,7 @@ TEST_F(FastLifecycle, InitializeRegistersModuleCallbackAndInterface) {
     EXPECT_EQ(callbacks[0].param1, 100u);
     EXPECT_EQ(callbacks[0].param2, 3u);
     EXPECT_EQ(callbacks[0].param3, 0u);
-    EXPECT_EQ(callbacks[0].phases, (std::vector<uint32_t>{11, 13, 16}));
+    EXPECT_EQ(callbacks[0].phases, (std::vector<uint32_t>{Phase::Configure, Phase::Idle, Phase::ShutDown}));
     ASSERT_NE(callbacks[0].callbackContext, nullptr);
     EXPECT_EQ(callbacks[0].callbackContext->context, nullptr);
     EXPECT_EQ(callbacks[0].callbackContext->callback, &CTickSchedulerFast_OnPhaseActivation);
@@ -77,7 +88,7 @@ TEST_F(FastLifecycle, InitializeWritesOnlyItsEntryRecord) {
     EXPECT_TRUE(records[0].entry);
     EXPECT_EQ(records[0].level, 6u);
     EXPECT_EQ(records[0].function, kInitialize);
-    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(records[0].file, kSourceFile);
     EXPECT_EQ(records[0].text, "");
 }
 
@@ -125,40 +136,21 @@ TEST_F(FastLifecycle, SecondInitializeReportsTheRepetitionWithoutTouchingThePlat
 TEST_F(FastLifecycle, RefusedModuleRegistrationStopsBeforeTheCallback) {
     platform_double::scriptRegisterModuleResult(32773);
 
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::ModuleRegistrationFailed);
-
-    EXPECT_EQ(messagesOf(kInitialize),
-              std::vector<std::string>{"1:Failed to register module with ModuleManager. Error = 0x00008005"});
-    EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
-    EXPECT_TRUE(platform_double::callbackRegistrations().empty());
-    EXPECT_TRUE(platform_double::brokerCalls().empty());
-    EXPECT_EQ(module().initialized, 0u);
+    expectInitializeRefused(TickResult::ModuleRegistrationFailed,
+                            "1:Failed to register module with ModuleManager. Error = 0x00008005", 1, 0, 0);
 }
 
 TEST_F(FastLifecycle, RefusedCallbackRegistrationKeepsTheModuleRegistered) {
     platform_double::scriptRegisterCallbackResult(0x7FFFFFFFu);
 
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::CallbackRegistrationFailed);
-
-    EXPECT_EQ(messagesOf(kInitialize),
-              std::vector<std::string>{"1:Failed to register module callback. Error = 0x7fffffff"});
-    EXPECT_EQ(platform_double::moduleRegistrations().size(), 1u);
-    EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
-    EXPECT_TRUE(platform_double::brokerCalls().empty());
-    EXPECT_EQ(module().initialized, 0u);
+    expectInitializeRefused(TickResult::CallbackRegistrationFailed,
+                            "1:Failed to register module callback. Error = 0x7fffffff", 1, 1, 0);
 }
 
 TEST_F(FastLifecycle, RefusedInterfaceRegistrationReportsItUnderTheSchedulersInterfaceName) {
     platform_double::scriptRegisterInterfaceResult(32768);
 
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Failure);
-
-    EXPECT_EQ(messagesOf(kInitialize),
-              std::vector<std::string>{"1:Failed to register ITickScheduler. Error = 0x00008000"});
-    EXPECT_EQ(platform_double::callbackRegistrations().size(), 1u);
-    EXPECT_EQ(platform_double::brokerCalls().size(), 1u);
-    EXPECT_TRUE(platform_double::listCalls().empty());
-    EXPECT_EQ(module().initialized, 0u);
+    expectInitializeRefused(TickResult::Failure, "1:Failed to register ITickScheduler. Error = 0x00008000", 1, 1, 1);
 }
 
 TEST_F(FastLifecycle, PlatformResultWithTheTopBitSetCountsAsSuccess) {
@@ -229,7 +221,7 @@ TEST_F(FastLifecycle, NewInitializeStartsAnEmptyListAndAbandonsTheOldRecords) {
     const CList oldList = module().handlerList;
 
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_TRUE(handlersInList().empty());
     EXPECT_TRUE(log.empty());
@@ -273,7 +265,7 @@ TEST_F(FastLifecycle, UninitializeNeedsNoInitialisedModule) {
 TEST_F(FastLifecycle, PhasesBeforeInitializeAreRefusedSilently) {
     const bool wasConfigured = module().tickOscillator.isInitialized();
 
-    for (uint32_t code : {11u, 13u, 14u, 16u, 12u}) {
+    for (uint32_t code : {Phase::Configure, Phase::Idle, Phase::StartTicks, Phase::ShutDown, 12u}) {
         EXPECT_EQ(phase(code), TickResult::ModuleNotInitialized) << "phase " << code;
     }
 
@@ -288,7 +280,7 @@ TEST_F(FastLifecycle, PhasesBeforeInitializeAreRefusedSilently) {
 TEST_F(FastLifecycle, PhaseElevenConfiguresTheOscillatorButDoesNotStartIt) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
 
-    EXPECT_EQ(phase(11), TickResult::Success);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::Success);
 
     const TickOscillator& oscillator = module().tickOscillator;
     EXPECT_TRUE(oscillator.isInitialized());
@@ -306,7 +298,7 @@ TEST_F(FastLifecycle, PhaseElevenConfiguresTheOscillatorButDoesNotStartIt) {
 
 TEST_F(FastLifecycle, ConfiguredReceiverDispatchesTheHandlers) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     std::vector<std::string> log;
     RecordingClient client("A", log);
     ASSERT_EQ(client.registerHandler(), TickResult::Success);
@@ -319,11 +311,11 @@ TEST_F(FastLifecycle, ConfiguredReceiverDispatchesTheHandlers) {
 
 TEST_F(FastLifecycle, PhaseElevenAgainConfiguresTheSameReceiverAgain) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     ITickReceiver* const first = module().tickOscillator.getReceiver();
     module().tickOscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_LOWEST);
 
-    EXPECT_EQ(phase(11), TickResult::Success);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::Success);
 
     EXPECT_EQ(module().tickOscillator.getReceiver(), first);
     EXPECT_EQ(module().tickOscillator.getDelay(), TICK_DELAY_1MS);
@@ -334,7 +326,7 @@ TEST_F(FastLifecycle, PhaseThirteenIsAcknowledgedAndChangesNothing) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     platform_double::reset();
 
-    EXPECT_EQ(phase(13), TickResult::Success);
+    EXPECT_EQ(phase(Phase::Idle), TickResult::Success);
 
     EXPECT_EQ(module().initialized, 1u);
     EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
@@ -346,15 +338,14 @@ TEST_F(FastLifecycle, UnknownPhasesAreNotHandled) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     platform_double::reset();
 
-    EXPECT_EQ(phase(12), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(14), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(15), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(4000000000u), TickResult::PhaseNotHandled);
+    for (uint32_t code : {12u, Phase::StartTicks, 15u, 4000000000u}) {
+        EXPECT_EQ(phase(code), TickResult::PhaseNotHandled) << "phase " << code;
+    }
 
     EXPECT_EQ(messagesOf(kPhaseCallback),
               (std::vector<std::string>{"1:Phase not handled: 12", "1:Phase not handled: 14", "1:Phase not handled: 15",
                                         "1:Phase not handled: 4000000000"}));
-    EXPECT_EQ(platform_double::tracesOf(kPhaseCallback)[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(platform_double::tracesOf(kPhaseCallback)[0].file, kSourceFile);
     EXPECT_EQ(module().initialized, 1u);
     EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
 }
@@ -363,38 +354,39 @@ TEST_F(FastLifecycle, PhaseSixteenUninitialisesSoALaterPhaseElevenIsRefused) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     platform_double::reset();
 
-    EXPECT_EQ(phase(16), TickResult::Success);
+    EXPECT_EQ(phase(Phase::ShutDown), TickResult::Success);
 
     EXPECT_EQ(module().initialized, 0u);
     const auto broker = platform_double::brokerCalls();
     ASSERT_EQ(broker.size(), 1u);
     EXPECT_FALSE(broker[0].registration);
-    EXPECT_EQ(phase(11), TickResult::ModuleNotInitialized);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::ModuleNotInitialized);
     EXPECT_EQ(module().tickOscillator.getReceiver(), nullptr);
 }
 
 TEST_F(FastLifecycle, ModuleManagerReachesThePhaseCallbackThroughTheRegisteredRecord) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
 
-    EXPECT_EQ(platform_double::activatePhase(kModuleId, 11), TickResult::Success);
-    EXPECT_EQ(platform_double::activatePhase(kModuleId, 13), TickResult::Success);
-    EXPECT_EQ(platform_double::activatePhase(kModuleId, 14), TickResult::PhaseNotHandled);
-    EXPECT_EQ(platform_double::activatePhase(kModuleId, 16), TickResult::Success);
-    EXPECT_EQ(platform_double::activatePhase(kModuleId, 11), TickResult::ModuleNotInitialized);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, Phase::Configure), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, Phase::Idle), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, Phase::StartTicks), TickResult::PhaseNotHandled);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, Phase::ShutDown), TickResult::Success);
+    EXPECT_EQ(platform_double::activatePhase(kModuleId, Phase::Configure), TickResult::ModuleNotInitialized);
 }
 
 TEST_F(FastLifecycle, UninitializeStopsAnOscillatorStartedFromOutside) {
     // Nothing in the module starts its oscillator; the test does it, as an
     // outside component could, and shut-down must still stop and join it.
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     ASSERT_EQ(module().tickOscillator.start(), TickResult::Success);
     ASSERT_TRUE(module().tickOscillator.isRunning());
 
-    EXPECT_EQ(phase(16), TickResult::Success);
+    EXPECT_EQ(phase(Phase::ShutDown), TickResult::Success);
 
     EXPECT_FALSE(module().tickOscillator.isRunning());
     EXPECT_EQ(module().tickOscillator.nativeHandle(), 0u);
 }
 
 }  // namespace
+}  // namespace fast_test

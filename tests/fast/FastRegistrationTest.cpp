@@ -6,37 +6,21 @@
 #include <vector>
 
 #include "FastSchedulerFixture.h"
+#include "FreshHandlerRecord.h"
 
+namespace fast_test {
 namespace {
 
-using fast_test::handlersInList;
-using fast_test::messagesOf;
-using fast_test::module;
-using fast_test::RecordingClient;
-using platform_double::ListFunction;
-
-constexpr const char* kRegister = "CTickSchedulerFast_RegisterTickHandler";
-
-void noTick(void*) {}
-
-class FastRegistration : public fast_test::FastSchedulerTest {};
+class FastRegistration : public FastSchedulerTest {};
 
 TEST_F(FastRegistration, FillsTheRecordLikeAnIntervalZeroHandler) {
     int clientData = 0;
-    const ITickReceiver receiver{&clientData, &noTick};
+    const ITickReceiver receiver{&clientData, &handler_record::noTick};
     STickHandler* handle = nullptr;
 
     ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&handle, &receiver, "Audio"), TickResult::Success);
 
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(handle->tickReceiver.context, &clientData);
-    EXPECT_EQ(handle->tickReceiver.onTick, &noTick);
-    EXPECT_EQ(handle->enabled.load(), 1u);
-    EXPECT_EQ(handle->tickInterval, 0u);
-    EXPECT_EQ(handle->prio.load(), 5);
-    EXPECT_EQ(handle->currentInterval.load(), 0u);
-    EXPECT_STREQ(handle->name, "Audio");
-    EXPECT_EQ(handle->groupMask.load(), 0u);
+    handler_record::expectFresh(handle, &clientData, &handler_record::noTick, 0, "Audio");
     EXPECT_EQ(handlersInList(), std::vector<STickHandler*>{handle});
 }
 
@@ -57,12 +41,12 @@ TEST_F(FastRegistration, CopiesTheReceiverSoTheCallersObjectMayGo) {
     int clientData = 0;
     STickHandler* handle = nullptr;
     {
-        ITickReceiver temporary{&clientData, &noTick};
+        ITickReceiver temporary{&clientData, &handler_record::noTick};
         ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&handle, &temporary, "T"), TickResult::Success);
         temporary = ITickReceiver{nullptr, nullptr};
     }
     EXPECT_EQ(handle->tickReceiver.context, &clientData);
-    EXPECT_EQ(handle->tickReceiver.onTick, &noTick);
+    EXPECT_EQ(handle->tickReceiver.onTick, &handler_record::noTick);
 }
 
 TEST_F(FastRegistration, FortyCharacterNameKeepsItsFirst31AndTheUnregisterMessageShowsThem) {
@@ -76,7 +60,7 @@ TEST_F(FastRegistration, FortyCharacterNameKeepsItsFirst31AndTheUnregisterMessag
     EXPECT_EQ(client.handle->name[31], '\0');
 
     ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&client.handle), TickResult::Success);
-    EXPECT_EQ(messagesOf("CTickSchedulerFast_UnregisterTickHandler"),
+    EXPECT_EQ(messagesOf(kUnregister),
               std::vector<std::string>{"5:Tick Handler " + longName.substr(0, 31) + " unregistered successfully"});
 }
 
@@ -91,7 +75,7 @@ TEST_F(FastRegistration, ThirtyOneCharacterNameIsKeptWhole) {
 }
 
 TEST_F(FastRegistration, EmptyNameIsAccepted) {
-    const ITickReceiver receiver{nullptr, &noTick};
+    const ITickReceiver receiver{nullptr, &handler_record::noTick};
     STickHandler* handle = nullptr;
 
     ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&handle, &receiver, ""), TickResult::Success);
@@ -123,7 +107,7 @@ TEST_F(FastRegistration, NullNameIsRefusedAndLeavesTheListUnchanged) {
     RecordingClient existing("A", log);
     ASSERT_EQ(existing.registerHandler(), TickResult::Success);
     platform_double::reset();
-    const ITickReceiver receiver{nullptr, &noTick};
+    const ITickReceiver receiver{nullptr, &handler_record::noTick};
     STickHandler* const sentinel = reinterpret_cast<STickHandler*>(0x1234);
     STickHandler* handle = sentinel;
 
@@ -140,7 +124,7 @@ TEST_F(FastRegistration, RefusalTraceNamesTheSourceAndTheOperation) {
 
     const std::vector<platform_double::TraceRecord> records = platform_double::traces();
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(records[0].file, kSourceFile);
     EXPECT_EQ(records[0].function, kRegister);
     EXPECT_EQ(records[0].level, 1u);
     EXPECT_FALSE(records[0].entry);
@@ -148,7 +132,7 @@ TEST_F(FastRegistration, RefusalTraceNamesTheSourceAndTheOperation) {
 
 TEST_F(FastRegistration, RefusalDoesNotDependOnTracing) {
     platform_double::setTraceLevel(0);
-    const ITickReceiver receiver{nullptr, &noTick};
+    const ITickReceiver receiver{nullptr, &handler_record::noTick};
     STickHandler* handle = nullptr;
 
     EXPECT_EQ(CTickSchedulerFast_RegisterTickHandler(nullptr, &receiver, "A"), TickResult::NullArgument);
@@ -166,7 +150,7 @@ TEST_F(FastRegistration, SameReceiverTwiceGivesTwoHandlersBothCalled) {
 
     ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&first, &receiver, "A"), TickResult::Success);
     ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&second, &receiver, "A"), TickResult::Success);
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_NE(first, second);
     EXPECT_EQ(log, (std::vector<std::string>{"A", "A"}));
@@ -191,7 +175,7 @@ TEST_F(FastRegistration, WorksWhileTheModuleIsNotInitialised) {
     RecordingClient client("A", log);
 
     ASSERT_EQ(client.registerHandler(), TickResult::Success);
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_EQ(handlersInList(), std::vector<STickHandler*>{client.handle});
     EXPECT_EQ(log, std::vector<std::string>{"A"});
@@ -206,7 +190,7 @@ TEST_F(FastRegistration, WorksOnTheZeroFilledStateOfALoadedLibrary) {
     RecordingClient client("A", log);
 
     ASSERT_EQ(client.registerHandler(), TickResult::Success);
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
     ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&client.handle), TickResult::Success);
 
     EXPECT_EQ(log, std::vector<std::string>{"A"});
@@ -214,3 +198,4 @@ TEST_F(FastRegistration, WorksOnTheZeroFilledStateOfALoadedLibrary) {
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -10,75 +10,34 @@
 #include "FastSchedulerFixture.h"
 #include "RemovalDuringTick.h"
 
+namespace fast_test {
 namespace {
-
-using fast_test::messagesOf;
 
 const std::string kNoElementMessage = "1:CTickSchedulerFast_OnTick failed in receiving tick handler";
 
-class FastRemovalDuringTick : public fast_test::FastSchedulerTest {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(messagesOf("CTickSchedulerFast_OnTick"),
-                  std::vector<std::string>(walksEndingWithoutElement, kNoElementMessage));
-        fast_test::FastSchedulerTest::TearDown();
-    }
+class FastRemovalDuringTick : public FastSchedulerTest {};
 
-    /// Ticks on which the removals left nothing after the handler called last.
-    size_t walksEndingWithoutElement = 0;
-};
+class FastRemovalScenario : public FastSchedulerTest,
+                            public ::testing::WithParamInterface<fast_removal::RemovalScenario> {};
 
-TEST_F(FastRemovalDuringTick, RemovingTheNextHandlerSkipsItAndGoesOn) {
-    fast_removal::removingTheNextHandlerSkipsItAndGoesOn();
+TEST_P(FastRemovalScenario, CallsEachHandlerLeftOnceAndTracesOnlyAWalkEndingWithoutElement) {
+    fast_removal::run(GetParam());
+
+    EXPECT_EQ(messagesOf(kOnTick),
+              std::vector<std::string>(GetParam().walkEndsWithoutElement ? 1 : 0, kNoElementMessage));
 }
 
-TEST_F(FastRemovalDuringTick, RemovingTheNextHandlerWhenItIsTheLastEndsTheWalk) {
-    walksEndingWithoutElement = 1;
-    fast_removal::removingTheNextHandlerWhenItIsTheLastEndsTheWalk();
-}
-
-TEST_F(FastRemovalDuringTick, RemovingTheLastHandlerFromTheFirst) {
-    fast_removal::removingTheLastHandlerFromTheFirst();
-}
-
-TEST_F(FastRemovalDuringTick, RemovingAnEarlierHandlerTakesEffectFromTheNextTick) {
-    fast_removal::removingAnEarlierHandlerTakesEffectFromTheNextTick();
-}
-
-TEST_F(FastRemovalDuringTick, RemovingItselfAndThenTheNext) { fast_removal::removingItselfAndThenTheNext(); }
-
-TEST_F(FastRemovalDuringTick, RemovingTheNextAndThenItself) { fast_removal::removingTheNextAndThenItself(); }
-
-TEST_F(FastRemovalDuringTick, RemovingSeveralHandlersInARowAfterItself) {
-    fast_removal::removingSeveralHandlersInARowAfterItself();
-}
-
-TEST_F(FastRemovalDuringTick, RemovingEveryOtherHandlerLeavesOnlyItself) {
-    walksEndingWithoutElement = 1;
-    fast_removal::removingEveryOtherHandlerLeavesOnlyItself();
-}
-
-TEST_F(FastRemovalDuringTick, RemovingAlternateHandlersFromTheFirst) {
-    fast_removal::removingAlternateHandlersFromTheFirst();
-}
-
-TEST_F(FastRemovalDuringTick, LastHandlerRemovingEveryHandlerItselfIncluded) {
-    fast_removal::lastHandlerRemovingEveryHandlerItselfIncluded();
-}
-
-TEST_F(FastRemovalDuringTick, FirstHandlerRemovingEveryHandlerItselfIncluded) {
-    walksEndingWithoutElement = 1;
-    fast_removal::firstHandlerRemovingEveryHandlerItselfIncluded();
-}
-
-TEST_F(FastRemovalDuringTick, RemovalsByTwoHandlersInOneTick) { fast_removal::removalsByTwoHandlersInOneTick(); }
+INSTANTIATE_TEST_SUITE_P(Removal, FastRemovalScenario, ::testing::ValuesIn(fast_removal::removalScenarios()),
+                         fast_removal::scenarioName);
 
 TEST_F(FastRemovalDuringTick, ListHoldsExactlyTheHandlersLeftAfterTheTick) {
     fast_removal::RemoverRow row(4);
     row.when(1, {2, 1});
     row.tick();
-    EXPECT_EQ(fast_test::handlersInList().size(), 2u);
-    EXPECT_EQ(fast_test::module().handlerList.count, 2u);
+    EXPECT_EQ(handlersInList().size(), 2u);
+    EXPECT_EQ(module().handlerList.count, 2u);
+    EXPECT_TRUE(messagesOf(kOnTick).empty());
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -8,44 +8,11 @@
 
 namespace {
 
-TEST(FastRemovalOnHostList, RemovingTheNextHandlerSkipsItAndGoesOn) {
-    fast_removal::removingTheNextHandlerSkipsItAndGoesOn();
-}
+class FastRemovalOnHostList : public ::testing::TestWithParam<fast_removal::RemovalScenario> {};
 
-TEST(FastRemovalOnHostList, RemovingTheNextHandlerWhenItIsTheLastEndsTheWalk) {
-    fast_removal::removingTheNextHandlerWhenItIsTheLastEndsTheWalk();
-}
+TEST_P(FastRemovalOnHostList, CallsEachHandlerLeftOnce) { fast_removal::run(GetParam()); }
 
-TEST(FastRemovalOnHostList, RemovingTheLastHandlerFromTheFirst) { fast_removal::removingTheLastHandlerFromTheFirst(); }
-
-TEST(FastRemovalOnHostList, RemovingAnEarlierHandlerTakesEffectFromTheNextTick) {
-    fast_removal::removingAnEarlierHandlerTakesEffectFromTheNextTick();
-}
-
-TEST(FastRemovalOnHostList, RemovingItselfAndThenTheNext) { fast_removal::removingItselfAndThenTheNext(); }
-
-TEST(FastRemovalOnHostList, RemovingTheNextAndThenItself) { fast_removal::removingTheNextAndThenItself(); }
-
-TEST(FastRemovalOnHostList, RemovingSeveralHandlersInARowAfterItself) {
-    fast_removal::removingSeveralHandlersInARowAfterItself();
-}
-
-TEST(FastRemovalOnHostList, RemovingEveryOtherHandlerLeavesOnlyItself) {
-    fast_removal::removingEveryOtherHandlerLeavesOnlyItself();
-}
-
-TEST(FastRemovalOnHostList, RemovingAlternateHandlersFromTheFirst) {
-    fast_removal::removingAlternateHandlersFromTheFirst();
-}
-
-TEST(FastRemovalOnHostList, LastHandlerRemovingEveryHandlerItselfIncluded) {
-    fast_removal::lastHandlerRemovingEveryHandlerItselfIncluded();
-}
-
-TEST(FastRemovalOnHostList, FirstHandlerRemovingEveryHandlerItselfIncluded) {
-    fast_removal::firstHandlerRemovingEveryHandlerItselfIncluded();
-}
-
-TEST(FastRemovalOnHostList, RemovalsByTwoHandlersInOneTick) { fast_removal::removalsByTwoHandlersInOneTick(); }
+INSTANTIATE_TEST_SUITE_P(Removal, FastRemovalOnHostList, ::testing::ValuesIn(fast_removal::removalScenarios()),
+                         fast_removal::scenarioName);
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,17 @@
 #include "TickResultCodes.h"
 
 namespace fast_test {
+
+/// The labels of the tick functions called, in call order.
+using Log = std::vector<std::string>;
+using platform_double::ListFunction;
+
+/// The functions the module's traces are written under.
+constexpr const char* kInitialize = "CTickSchedulerFast_Initialize";
+constexpr const char* kRegister = "CTickSchedulerFast_RegisterTickHandler";
+constexpr const char* kUnregister = "CTickSchedulerFast_UnregisterTickHandler";
+constexpr const char* kUnregisterFromOnTick = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
+constexpr const char* kOnTick = "CTickSchedulerFast_OnTick";
 
 inline CTickSchedulerFast& module() { return tickSchedulerFastModule; }
 
@@ -96,6 +108,38 @@ private:
     std::string label;
     std::vector<std::string>* log;
 };
+
+/// Registers `clients` in that order, then clears what the double recorded,
+/// so that a test sees only what its own calls do.
+inline void registerInOrder(std::initializer_list<RecordingClient*> clients) {
+    for (RecordingClient* client : clients) {
+        ASSERT_EQ(client->registerHandler(), TickResult::Success);
+    }
+    platform_double::reset();
+}
+
+/// The fixture with three recording clients on one log, labelled as the
+/// test needs them.
+class FastSchedulerWithThreeClients : public FastSchedulerTest {
+protected:
+    FastSchedulerWithThreeClients(const char* first, const char* second, const char* third)
+        : a(first, log), b(second, log), c(third, log) {}
+
+    /// Registers the three clients in order; the double starts afresh.
+    void registerThree() { registerInOrder({&a, &b, &c}); }
+
+    Log log;
+    RecordingClient a;
+    RecordingClient b;
+    RecordingClient c;
+};
+
+/// `count` ticks, delivered as the oscillator would.
+inline void tick(int count = 1) {
+    for (int i = 0; i < count; ++i) {
+        CTickSchedulerFast_OnTick(nullptr);
+    }
+}
 
 /// Where the module's traces come from.
 constexpr const char* kSourceFile = "PlatformServices/TickScheduler/private/CTickSchedulerFast.cpp";

@@ -5,26 +5,24 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <initializer_list>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "FastSchedulerFixture.h"
+#include "HandlerFigures.h"
 #include "ScriptedClock.h"
+#include "SizedRecords.h"
 #include "TickStatistics.h"
 
+namespace fast_test {
 namespace {
 
 using test_support::ScriptedClock;
 constexpr int64_t kMs = ScriptedClock::kMs;
 constexpr int64_t kUs = ScriptedClock::kUs;
-
-void tick(int count = 1) {
-    for (int i = 0; i < count; ++i) {
-        CTickSchedulerFast_OnTick(nullptr);
-    }
-}
 
 /// A fast handler whose every call takes `duration` and runs an optional
 /// action afterwards.
@@ -52,21 +50,23 @@ struct TimedClient {
     void (*action)(TimedClient*) = nullptr;
 };
 
+/// Registers `clients` in that order.
+void registerTimed(std::initializer_list<TimedClient*> clients) {
+    for (TimedClient* client : clients) {
+        ASSERT_EQ(client->registerHandler(), TickResult::Success);
+    }
+}
+
 STickHandlerStatistics handlerStatistics(const STickHandler* handler) {
-    STickHandlerStatistics statistics{};
-    statistics.size = sizeof(statistics);
-    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(handler, &statistics), TickResult::Success);
-    return statistics;
+    return sized_record::filledBy<STickHandlerStatistics>(
+        [handler](STickHandlerStatistics* record) { return CTickSchedulerFast_GetHandlerStatistics(handler, record); });
 }
 
 STickSchedulerStatistics schedulerStatistics() {
-    STickSchedulerStatistics statistics{};
-    statistics.size = sizeof(statistics);
-    EXPECT_EQ(CTickSchedulerFast_GetSchedulerStatistics(&statistics), TickResult::Success);
-    return statistics;
+    return sized_record::filledBy<STickSchedulerStatistics>(&CTickSchedulerFast_GetSchedulerStatistics);
 }
 
-class FastStatistics : public fast_test::FastSchedulerTest {
+class FastStatistics : public FastSchedulerTest {
 protected:
     void SetUp() override {
         FastSchedulerTest::SetUp();
@@ -89,7 +89,7 @@ TEST_F(FastStatistics, AreOffUntilSwitchedOnAndTimeNothing) {
     EXPECT_EQ(schedulerStatistics().enabled, 0u);
     EXPECT_EQ(schedulerStatistics().passes, 0u);
     EXPECT_EQ(handlerStatistics(slow.handle).calls, 0u);
-    EXPECT_TRUE(fast_test::messagesOf("CTickSchedulerFast_OnTick").empty());
+    EXPECT_TRUE(messagesOf(kOnTick).empty());
 }
 
 TEST_F(FastStatistics, HandlerFiguresAndBudgetCounter) {
@@ -98,15 +98,10 @@ TEST_F(FastStatistics, HandlerFiguresAndBudgetCounter) {
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(250 * kUs), TickResult::Success);
     tick(2);
     probe.duration = 100 * kUs;
-    tick(1);
+    tick();
 
-    const STickHandlerStatistics figures = handlerStatistics(probe.handle);
-    EXPECT_EQ(figures.calls, 3u);
-    EXPECT_EQ(figures.totalNs, 700 * kUs);
-    EXPECT_EQ(figures.minNs, 100 * kUs);
-    EXPECT_EQ(figures.maxNs, 300 * kUs);
-    EXPECT_EQ(figures.lastNs, 100 * kUs);
-    EXPECT_EQ(figures.overBudget, 2u);
+    EXPECT_EQ(handler_figures::of(handlerStatistics(probe.handle)),
+              (handler_figures::Figures{3, 700 * kUs, 100 * kUs, 300 * kUs, 100 * kUs, 2}));
     EXPECT_EQ(schedulerStatistics().passes, 3u);
     EXPECT_EQ(schedulerStatistics().periodNs, 1 * kMs);
 }
@@ -124,13 +119,12 @@ TEST_F(FastStatistics, DisabledHandlersAreNotTimed) {
 TEST_F(FastStatistics, LongestPassNamesItsLongestHandlerAndOverrunsAreTracedOnceASecond) {
     TimedClient quick("Quick", 200 * kUs);
     TimedClient slow("Slow", 900 * kUs);
-    ASSERT_EQ(quick.registerHandler(), TickResult::Success);
-    ASSERT_EQ(slow.registerHandler(), TickResult::Success);
+    registerTimed({&quick, &slow});
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
     platform_double::reset();
 
     tick(5);  // five 1.1 ms passes
-    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
+    EXPECT_EQ(messagesOf(kOnTick),
               (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100.000 us, period 1000.000 us; longest tick "
                                         "handler Slow took 900.000 us; 0 earlier overruns not reported"}));
     const STickSchedulerStatistics figures = schedulerStatistics();
@@ -141,8 +135,8 @@ TEST_F(FastStatistics, LongestPassNamesItsLongestHandlerAndOverrunsAreTracedOnce
 
     ScriptedClock::advance(1000 * kMs);
     platform_double::reset();
-    tick(1);
-    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_OnTick"),
+    tick();
+    EXPECT_EQ(messagesOf(kOnTick),
               (std::vector<std::string>{"2:CTickSchedulerFast pass took 1100.000 us, period 1000.000 us; longest tick "
                                         "handler Slow took 900.000 us; 4 earlier overruns not reported"}));
 }
@@ -164,8 +158,7 @@ TEST_F(FastStatistics, ResetClearsTheFigures) {
 TEST_F(FastStatistics, AHandlerRemovingItselfDuringItsTimedCallIsStillTheCulprit) {
     TimedClient quick("Quick", 100 * kUs);
     TimedClient leaving("Leaving", 3 * kMs);
-    ASSERT_EQ(quick.registerHandler(), TickResult::Success);
-    ASSERT_EQ(leaving.registerHandler(), TickResult::Success);
+    registerTimed({&quick, &leaving});
     leaving.action = [](TimedClient* self) {
         EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&self->handle), TickResult::Success);
     };
@@ -205,11 +198,10 @@ TEST_F(FastStatistics, TheEnvironmentSwitchesThemOnAtInitialization) {
 // With the statistics switched on and off again the dispatch writes and
 // returns exactly what it does with them never switched on.
 TEST_F(FastStatistics, SwitchedOffAgainTheDispatchTracesWhatItAlwaysDid) {
-    std::vector<std::string> log;
-    fast_test::RecordingClient a("A", log);
-    fast_test::RecordingClient b("B", log);
-    ASSERT_EQ(a.registerHandler(), TickResult::Success);
-    ASSERT_EQ(b.registerHandler(), TickResult::Success);
+    Log log;
+    RecordingClient a("A", log);
+    RecordingClient b("B", log);
+    registerInOrder({&a, &b});
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
     ASSERT_EQ(CTickSchedulerFast_DisableStatistics(), TickResult::Success);
     platform_double::reset();
@@ -217,8 +209,7 @@ TEST_F(FastStatistics, SwitchedOffAgainTheDispatchTracesWhatItAlwaysDid) {
     EXPECT_EQ(log, (std::vector<std::string>{"A", "B", "A", "B"}));
     EXPECT_TRUE(platform_double::traces().empty());
     EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&a.handle), TickResult::Success);
-    EXPECT_EQ(fast_test::messagesOf("CTickSchedulerFast_UnregisterTickHandler"),
-              (std::vector<std::string>{"5:Tick Handler A unregistered successfully"}));
+    EXPECT_EQ(messagesOf(kUnregister), (std::vector<std::string>{"5:Tick Handler A unregistered successfully"}));
     EXPECT_EQ(schedulerStatistics().passes, 0u);
 }
 
@@ -252,3 +243,4 @@ TEST_F(FastStatistics, ClientsQueryAndResetWhilePassesRun) {
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -8,32 +8,29 @@
 #include "BoundedWait.h"
 #include "FastSchedulerFixture.h"
 
+namespace fast_test {
 namespace {
 
-using fast_test::handlersInList;
-using fast_test::messagesOf;
-using fast_test::module;
-using fast_test::RecordingClient;
-using platform_double::ListFunction;
-using Log = std::vector<std::string>;
-
-constexpr const char* kUnregister = "CTickSchedulerFast_UnregisterTickHandler";
-constexpr const char* kUnregisterFromOnTick = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
-
-class FastUnregister : public fast_test::FastSchedulerTest {
+class FastUnregister : public FastSchedulerWithThreeClients {
 protected:
-    Log log;
-    RecordingClient a{"A", log};
-    RecordingClient audio{"Audio", log};
-    RecordingClient c{"C", log};
+    FastUnregister() : FastSchedulerWithThreeClients("A", "Audio", "C") {}
 
-    void registerThree() {
-        ASSERT_EQ(a.registerHandler(), TickResult::Success);
-        ASSERT_EQ(audio.registerHandler(), TickResult::Success);
-        ASSERT_EQ(c.registerHandler(), TickResult::Success);
-        platform_double::reset();
-    }
+    RecordingClient& audio = b;
 };
+
+/// A record that was never registered, unregistered through `unregister`:
+/// the list's code comes back, the handle variable keeps the record, and the
+/// code is traced under `function`.
+void expectRecordOutsideTheListRefused(uint32_t (*unregister)(STickHandler**), const char* function,
+                                       const std::string& expectedMessage) {
+    STickHandler foreign{};
+    STickHandler* handle = &foreign;
+
+    EXPECT_EQ(unregister(&handle), TickResult::ListRemoveFailed);
+
+    EXPECT_EQ(handle, &foreign);
+    EXPECT_EQ(messagesOf(function), std::vector<std::string>{expectedMessage});
+}
 
 TEST_F(FastUnregister, RemovesTheHandlerClearsTheHandleAndNamesIt) {
     registerThree();
@@ -45,7 +42,7 @@ TEST_F(FastUnregister, RemovesTheHandlerClearsTheHandleAndNamesIt) {
     EXPECT_EQ(messagesOf(kUnregister), std::vector<std::string>{"5:Tick Handler Audio unregistered successfully"});
     const std::vector<platform_double::TraceRecord> records = platform_double::traces();
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].file, fast_test::kSourceFile);
+    EXPECT_EQ(records[0].file, kSourceFile);
     EXPECT_EQ(platform_double::listCalls(), std::vector<ListFunction>{ListFunction::Remove});
 }
 
@@ -53,7 +50,7 @@ TEST_F(FastUnregister, RemovedHandlerIsNoLongerCalled) {
     registerThree();
     ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&audio.handle), TickResult::Success);
 
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_EQ(log, (Log{"A", "C"}));
 }
@@ -84,14 +81,9 @@ TEST_F(FastUnregister, SecondUnregisterThroughTheSameVariableReportsTheListsCode
 TEST_F(FastUnregister, RecordNotInTheListIsLeftAloneWithTheListsCode) {
     registerThree();
     platform_double::scriptListRemoveMissingResult(0xDEADBEEFu);
-    STickHandler foreign{};
-    STickHandler* handle = &foreign;
 
-    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandler(&handle), TickResult::ListRemoveFailed);
-
-    EXPECT_EQ(handle, &foreign);
-    EXPECT_EQ(messagesOf(kUnregister),
-              std::vector<std::string>{"1:Failed to remove Tick Handler from list, error: 0xdeadbeef"});
+    expectRecordOutsideTheListRefused(&CTickSchedulerFast_UnregisterTickHandler, kUnregister,
+                                      "1:Failed to remove Tick Handler from list, error: 0xdeadbeef");
     EXPECT_EQ(handlersInList(), (std::vector<STickHandler*>{a.handle, audio.handle, c.handle}));
 }
 
@@ -145,14 +137,8 @@ TEST_F(FastUnregister, UnlockedVariantDoesNotTakeTheMutex) {
 }
 
 TEST_F(FastUnregister, UnlockedVariantLeavesARecordThatIsNotInTheList) {
-    STickHandler foreign{};
-    STickHandler* handle = &foreign;
-
-    EXPECT_EQ(CTickSchedulerFast_UnregisterTickHandlerFromOnTick(&handle), TickResult::ListRemoveFailed);
-
-    EXPECT_EQ(handle, &foreign);
-    EXPECT_EQ(messagesOf(kUnregisterFromOnTick),
-              std::vector<std::string>{"1:Failed to remove Tick Handler from list, error: 0x00008003"});
+    expectRecordOutsideTheListRefused(&CTickSchedulerFast_UnregisterTickHandlerFromOnTick, kUnregisterFromOnTick,
+                                      "1:Failed to remove Tick Handler from list, error: 0x00008003");
 }
 
 TEST_F(FastUnregister, WorksWhileTheModuleIsNotInitialised) {
@@ -165,3 +151,4 @@ TEST_F(FastUnregister, WorksWhileTheModuleIsNotInitialised) {
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CTickSchedulerFastModule.h"
@@ -97,105 +99,92 @@ private:
     std::deque<Remover> row;
 };
 
-// Each scenario: the first tick calls every handler not removed before the
-// walk reaches it, each exactly once; the next ticks call exactly the
-// handlers left, once each, in registration order.
+/// One scenario: `handlers` handlers H0 .. H(n-1); on its first call,
+/// handler `caller` removes `targets` in that order (for each entry of
+/// `removals`). The first tick calls every handler not removed before the walk
+/// reaches it, each exactly once; the next tick calls exactly the handlers
+/// left, once each, in registration order.
+struct RemovalScenario {
+    const char* name;
+    size_t handlers;
+    std::vector<std::pair<size_t, std::vector<size_t>>> removals;
+    Log firstTick;
+    Log nextTick;
+    std::vector<size_t> removed;
+    /// The removals leave no element after the handler called last, so the
+    /// walk of the first tick ends without one.
+    bool walkEndsWithoutElement;
+};
 
-inline void removingTheNextHandlerSkipsItAndGoesOn() {
-    RemoverRow row(4);
-    row.when(1, {2});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H3"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H3"}));
-    row.expectRemoved({2});
+inline const std::vector<RemovalScenario>& removalScenarios() {
+    static const std::vector<RemovalScenario> scenarios = {
+        {"RemovingTheNextHandlerSkipsItAndGoesOn", 4, {{1, {2}}}, {"H0", "H1", "H3"}, {"H0", "H1", "H3"}, {2}, false},
+        {"RemovingTheNextHandlerWhenItIsTheLastEndsTheWalk", 3, {{1, {2}}}, {"H0", "H1"}, {"H0", "H1"}, {2}, true},
+        {"RemovingTheLastHandlerFromTheFirst", 4, {{0, {3}}}, {"H0", "H1", "H2"}, {"H0", "H1", "H2"}, {3}, false},
+        {"RemovingAnEarlierHandlerTakesEffectFromTheNextTick",
+         4,
+         {{2, {0}}},
+         {"H0", "H1", "H2", "H3"},
+         {"H1", "H2", "H3"},
+         {0},
+         false},
+        {"RemovingItselfAndThenTheNext", 4, {{1, {1, 2}}}, {"H0", "H1", "H3"}, {"H0", "H3"}, {1, 2}, false},
+        {"RemovingTheNextAndThenItself", 4, {{1, {2, 1}}}, {"H0", "H1", "H3"}, {"H0", "H3"}, {1, 2}, false},
+        {"RemovingSeveralHandlersInARowAfterItself",
+         5,
+         {{1, {2, 3}}},
+         {"H0", "H1", "H4"},
+         {"H0", "H1", "H4"},
+         {2, 3},
+         false},
+        {"RemovingEveryOtherHandlerLeavesOnlyItself",
+         5,
+         {{2, {0, 1, 3, 4}}},
+         {"H0", "H1", "H2"},
+         {"H2"},
+         {0, 1, 3, 4},
+         true},
+        {"RemovingAlternateHandlersFromTheFirst",
+         6,
+         {{0, {1, 3, 5}}},
+         {"H0", "H2", "H4"},
+         {"H0", "H2", "H4"},
+         {1, 3, 5},
+         false},
+        {"LastHandlerRemovingEveryHandlerItselfIncluded",
+         4,
+         {{3, {0, 1, 2, 3}}},
+         {"H0", "H1", "H2", "H3"},
+         {},
+         {0, 1, 2, 3},
+         false},
+        {"FirstHandlerRemovingEveryHandlerItselfIncluded", 4, {{0, {0, 1, 2, 3}}}, {"H0"}, {}, {0, 1, 2, 3}, true},
+        {"RemovalsByTwoHandlersInOneTick",
+         5,
+         {{0, {1}}, {2, {3}}},
+         {"H0", "H2", "H4"},
+         {"H0", "H2", "H4"},
+         {1, 3},
+         false},
+    };
+    return scenarios;
 }
 
-inline void removingTheNextHandlerWhenItIsTheLastEndsTheWalk() {
-    RemoverRow row(3);
-    row.when(1, {2});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1"}));
-    row.expectRemoved({2});
+/// Runs `scenario`: two ticks and the removals' results.
+inline void run(const RemovalScenario& scenario) {
+    RemoverRow row(scenario.handlers);
+    for (const auto& [caller, targets] : scenario.removals) {
+        row.when(caller, targets);
+    }
+    EXPECT_EQ(row.tick(), scenario.firstTick);
+    EXPECT_EQ(row.tick(), scenario.nextTick);
+    row.expectRemoved(scenario.removed);
 }
 
-inline void removingTheLastHandlerFromTheFirst() {
-    RemoverRow row(4);
-    row.when(0, {3});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H2"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H2"}));
-    row.expectRemoved({3});
-}
+/// Shows a scenario by its name in test listings and failures.
+inline void PrintTo(const RemovalScenario& scenario, std::ostream* out) { *out << scenario.name; }
 
-inline void removingAnEarlierHandlerTakesEffectFromTheNextTick() {
-    RemoverRow row(4);
-    row.when(2, {0});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H2", "H3"}));
-    EXPECT_EQ(row.tick(), (Log{"H1", "H2", "H3"}));
-    row.expectRemoved({0});
-}
-
-inline void removingItselfAndThenTheNext() {
-    RemoverRow row(4);
-    row.when(1, {1, 2});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H3"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H3"}));
-    row.expectRemoved({1, 2});
-}
-
-inline void removingTheNextAndThenItself() {
-    RemoverRow row(4);
-    row.when(1, {2, 1});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H3"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H3"}));
-    row.expectRemoved({1, 2});
-}
-
-inline void removingSeveralHandlersInARowAfterItself() {
-    RemoverRow row(5);
-    row.when(1, {2, 3});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H4"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H4"}));
-    row.expectRemoved({2, 3});
-}
-
-inline void removingEveryOtherHandlerLeavesOnlyItself() {
-    RemoverRow row(5);
-    row.when(2, {0, 1, 3, 4});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H2"}));
-    EXPECT_EQ(row.tick(), (Log{"H2"}));
-    row.expectRemoved({0, 1, 3, 4});
-}
-
-inline void removingAlternateHandlersFromTheFirst() {
-    RemoverRow row(6);
-    row.when(0, {1, 3, 5});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H2", "H4"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H2", "H4"}));
-    row.expectRemoved({1, 3, 5});
-}
-
-inline void lastHandlerRemovingEveryHandlerItselfIncluded() {
-    RemoverRow row(4);
-    row.when(3, {0, 1, 2, 3});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H1", "H2", "H3"}));
-    EXPECT_EQ(row.tick(), Log{});
-    row.expectRemoved({0, 1, 2, 3});
-}
-
-inline void firstHandlerRemovingEveryHandlerItselfIncluded() {
-    RemoverRow row(4);
-    row.when(0, {0, 1, 2, 3});
-    EXPECT_EQ(row.tick(), Log{"H0"});
-    EXPECT_EQ(row.tick(), Log{});
-    row.expectRemoved({0, 1, 2, 3});
-}
-
-inline void removalsByTwoHandlersInOneTick() {
-    RemoverRow row(5);
-    row.when(0, {1});
-    row.when(2, {3});
-    EXPECT_EQ(row.tick(), (Log{"H0", "H2", "H4"}));
-    EXPECT_EQ(row.tick(), (Log{"H0", "H2", "H4"}));
-    row.expectRemoved({1, 3});
-}
+/// Names each instance of a parameterised test after its scenario.
+inline std::string scenarioName(const ::testing::TestParamInfo<RemovalScenario>& info) { return info.param.name; }
 
 }  // namespace fast_removal

@@ -7,23 +7,16 @@
 
 #include "FastSchedulerFixture.h"
 #include "MutexFaultInjection.h"
+#include "TickModuleIdentity.h"
 
+namespace fast_test {
 namespace {
 
-using fast_test::handlersInList;
-using fast_test::messagesOf;
-using fast_test::module;
-using fast_test::RecordingClient;
 using mutex_faults::Operation;
-using platform_double::ListFunction;
-using Log = std::vector<std::string>;
-
-constexpr const char* kRegister = "CTickSchedulerFast_RegisterTickHandler";
-constexpr const char* kUnregister = "CTickSchedulerFast_UnregisterTickHandler";
 
 pthread_mutex_t* tickMutex() { return &module().tickMutex; }
 
-class FastMutexFailure : public fast_test::FastSchedulerTest {
+class FastMutexFailure : public FastSchedulerTest {
 protected:
     void SetUp() override {
         mutex_faults::disarm();
@@ -35,6 +28,18 @@ protected:
         FastSchedulerTest::TearDown();
     }
 
+    /// Registers A through a handle variable that holds a sentinel: the call
+    /// fails and the variable keeps the sentinel.
+    void expectRegistrationFailsAndKeepsTheHandle() {
+        STickHandler* const sentinel = reinterpret_cast<STickHandler*>(0x1234);
+        a.handle = sentinel;
+
+        EXPECT_EQ(a.registerHandler(), TickResult::MutexFailure);
+
+        EXPECT_EQ(a.handle, sentinel);
+        a.handle = nullptr;  // a record left in the list is freed by the fixture
+    }
+
     Log log;
     RecordingClient a{"A", log};
     RecordingClient b{"B", log};
@@ -42,37 +47,29 @@ protected:
 
 TEST_F(FastMutexFailure, RegistrationThatCannotLockRegistersNothing) {
     mutex_faults::failNth(Operation::Lock, tickMutex(), 1, EINVAL);
-    STickHandler* const sentinel = reinterpret_cast<STickHandler*>(0x1234);
-    a.handle = sentinel;
 
-    EXPECT_EQ(a.registerHandler(), TickResult::MutexFailure);
+    expectRegistrationFailsAndKeepsTheHandle();
 
-    EXPECT_EQ(a.handle, sentinel);
     EXPECT_TRUE(handlersInList().empty());
     EXPECT_TRUE(platform_double::listCalls().empty());
     EXPECT_EQ(messagesOf(kRegister),
               std::vector<std::string>{"1:Failed to lock mutex in CTickSchedulerFast_RegisterTickHandler"});
     EXPECT_EQ(mutex_faults::calls(Operation::Unlock), 0u);
-    a.handle = nullptr;
 }
 
 TEST_F(FastMutexFailure, RegistrationThatCannotUnlockKeepsTheHandlerButWithholdsTheHandle) {
     mutex_faults::failNth(Operation::Unlock, tickMutex(), 1, EPERM);
-    STickHandler* const sentinel = reinterpret_cast<STickHandler*>(0x1234);
-    a.handle = sentinel;
 
-    EXPECT_EQ(a.registerHandler(), TickResult::MutexFailure);
+    expectRegistrationFailsAndKeepsTheHandle();
 
-    EXPECT_EQ(a.handle, sentinel);
     EXPECT_EQ(messagesOf(kRegister),
               std::vector<std::string>{"1:Failed to unlock mutex in CTickSchedulerFast_RegisterTickHandler"});
     const std::vector<STickHandler*> handlers = handlersInList();
     ASSERT_EQ(handlers.size(), 1u);
     EXPECT_STREQ(handlers[0]->name, "A");
     // The orphaned record still receives ticks.
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
     EXPECT_EQ(log, Log{"A"});
-    a.handle = nullptr;  // the fixture frees the record from the list
 }
 
 TEST_F(FastMutexFailure, UnregisterThatCannotLockLeavesEverythingAsItWas) {
@@ -134,14 +131,14 @@ TEST_F(FastMutexFailure, TickThatCannotLockIsSkippedSilently) {
     platform_double::reset();
     mutex_faults::failNth(Operation::Lock, tickMutex(), 1, EINVAL);
 
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_TRUE(log.empty());
     EXPECT_TRUE(platform_double::traces().empty());
     EXPECT_TRUE(platform_double::listCalls().empty());
     EXPECT_EQ(mutex_faults::calls(Operation::Unlock), 0u);
 
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
     EXPECT_EQ(log, (Log{"A", "B"}));
 }
 
@@ -150,7 +147,7 @@ TEST_F(FastMutexFailure, TickIgnoresAFailingUnlock) {
     platform_double::reset();
     mutex_faults::failNth(Operation::Unlock, tickMutex(), 1, EPERM);
 
-    CTickSchedulerFast_OnTick(nullptr);
+    tick();
 
     EXPECT_EQ(log, Log{"A"});
     EXPECT_TRUE(platform_double::traces().empty());
@@ -171,8 +168,8 @@ TEST_F(FastMutexFailure, InitializeThatCannotInitialiseTheMutexKeepsItsRegistrat
     EXPECT_TRUE(broker[0].registration);
     EXPECT_NE(InterfaceBroker::getInstance()->getInterface("ITickSchedulerFast"), nullptr);
     EXPECT_TRUE(platform_double::listCalls().empty());
-    EXPECT_TRUE(messagesOf("CTickSchedulerFast_Initialize").empty());
-    EXPECT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, 13), TickResult::ModuleNotInitialized);
+    EXPECT_TRUE(messagesOf(kInitialize).empty());
+    EXPECT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::Idle), TickResult::ModuleNotInitialized);
 
     // Nothing was undone, so the next attempt goes through every step again.
     EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
@@ -191,3 +188,4 @@ TEST_F(FastMutexFailure, OtherMutexesAreNotAffected) {
 }
 
 }  // namespace
+}  // namespace fast_test

@@ -7,22 +7,39 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "CTickScheduler.h"
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
 #include "CTickSchedulerModule.h"
+#include "Eventually.h"
 #include "MutexFaultInjection.h"
 #include "PlatformDouble.h"
 #include "SleepFaults.h"
 #include "ThreadCreationFaults.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
 namespace fault_test {
+
+/// Names a test whose parameter is an errno value after the value's symbol
+/// ("EINVAL"), so that a failing case says which error it injected.
+inline std::string errnoName(const ::testing::TestParamInfo<int>& info) {
+    static const std::pair<int, const char*> kSymbols[] = {{EINVAL, "EINVAL"}, {EFAULT, "EFAULT"}, {ENOTSUP, "ENOTSUP"},
+                                                           {EPERM, "EPERM"},   {EAGAIN, "EAGAIN"}, {ENOMEM, "ENOMEM"}};
+    for (const auto& [value, symbol] : kSymbols) {
+        if (value == info.param) {
+            return symbol;
+        }
+    }
+    return "errno" + std::to_string(info.param);
+}
 
 inline void disarmEveryFault() {
     mutex_faults::disarm();
@@ -71,22 +88,26 @@ protected:
 /// A tick function that counts its calls.
 struct CountingClient {
     std::atomic<int> calls{0};
+    STickHandler* handle = nullptr;
     ITickReceiver receiver() { return ITickReceiver{this, &CountingClient::onTick}; }
     static void onTick(void* context) { static_cast<CountingClient*>(context)->calls.fetch_add(1); }
+
+    /// Registers with CTickScheduler under `name`, keeping the handle.
+    uint32_t registerWithScheduler(uint32_t interval, const char* name) {
+        const ITickReceiver tickReceiver = receiver();
+        return CTickScheduler_RegisterTickHandler(&handle, &tickReceiver, interval, name);
+    }
 };
 
-/// Waits until `condition` holds or `limit` has passed; true when it holds.
-template <typename Condition>
-bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+/// Initialises CTickScheduler at the lowest priority and runs its configure
+/// phase: the oscillator is ready, and the start phase would start it.
+inline void initializeAndConfigureScheduler() {
+    const ETickPriority priority = TICK_PRIORITY_LOWEST;
+    ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
+    ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::Configure), TickResult::Success);
 }
+
+using test_wait::eventually;
 
 /// The messages (not entry records) at levels 1 and 2, as "level:function:text".
 inline std::vector<std::string> errorsAndWarnings() {

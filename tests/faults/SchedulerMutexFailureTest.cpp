@@ -14,6 +14,7 @@
 
 #include "FaultFixture.h"
 #include "InterfaceBroker.h"
+#include "TickModuleIdentity.h"
 
 namespace {
 
@@ -128,7 +129,8 @@ const LockedOperation kLockedOperations[] = {
     {"RemoveGroup", [](STickHandler*& handle) { return CTickScheduler_RemoveGroup(handle, 0); }},
     {"EnableTickGroup", [](STickHandler*&) { return CTickScheduler_EnableTickGroup(1); }},
     {"DisableTickGroup", [](STickHandler*&) { return CTickScheduler_DisableTickGroup(0); }},
-    {"PhaseCallback", [](STickHandler*&) { return CTickScheduler_OnPhaseActivation(nullptr, 13); }},
+    {"PhaseCallback",
+     [](STickHandler*&) { return CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::Idle); }},
 };
 
 INSTANTIATE_TEST_SUITE_P(TickLock, EveryLockedOperation, ::testing::ValuesIn(kLockedOperations),

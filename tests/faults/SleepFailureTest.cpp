@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "FaultFixture.h"
+#include "TickModuleIdentity.h"
 #include "TimingEnvironment.h"
 
 namespace {
@@ -92,19 +93,7 @@ TEST_P(SleepError, ErrorWithoutSleepingCountsAsACompletedSleep) {
     EXPECT_EQ(events[11].kind, Event::Tick);
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, SleepError, ::testing::Values(EINVAL, EFAULT, ENOTSUP, EPERM),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             switch (info.param) {
-                                 case EINVAL:
-                                     return std::string("EINVAL");
-                                 case EFAULT:
-                                     return std::string("EFAULT");
-                                 case ENOTSUP:
-                                     return std::string("ENOTSUP");
-                                 default:
-                                     return std::string("EPERM");
-                             }
-                         });
+INSTANTIATE_TEST_SUITE_P(Errors, SleepError, ::testing::Values(EINVAL, EFAULT, ENOTSUP, EPERM), fault_test::errnoName);
 
 TEST_F(SleepFailure, InterruptedSleepIsResumedWithTheRemainingTimeBeforeAnyTick) {
     sleep_faults::script(Mode::InterruptHalfway, 0, 3);
@@ -141,18 +130,14 @@ TEST_F(SleepFailure, LoopWhoseSleepsAllFailAtOnceStillStops) {
 TEST_F(SleepFailure, SchedulerHandlersKeepRunningWhileEverySleepFailsAfterSleeping) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     fault_test::CountingClient client;
-    STickHandler* handle = nullptr;
-    const ITickReceiver clientReceiver = client.receiver();
-    ASSERT_EQ(CTickScheduler_RegisterTickHandler(&handle, &clientReceiver, 2, "EveryOther"), TickResult::Success);
-    const ETickPriority priority = TICK_PRIORITY_LOWEST;
-    ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
-    ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 11), TickResult::Success);
+    ASSERT_EQ(client.registerWithScheduler(2, "EveryOther"), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(fault_test::initializeAndConfigureScheduler());
 
     sleep_faults::script(Mode::FailAfterSleeping, EINVAL, 0);
     const auto begin = std::chrono::steady_clock::now();
-    ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 14), TickResult::Success);
+    ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::StartTicks), TickResult::Success);
     std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&client.handle), TickResult::Success);
     const double elapsedMs =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
     CTickScheduler_Uninitialize();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FaultFixture.h"
+#include "TickModuleIdentity.h"
 #include "TimingEnvironment.h"
 
 namespace {
@@ -45,16 +46,12 @@ TEST_P(ThreadCreationFailure, OscillatorStartFailsQuietlyAndStaysStoppedUntilThe
 
 TEST_P(ThreadCreationFailure, SchedulerPhaseFourteenReportsTheFailedStartAndTheNextOneTicks) {
     CountingClient client;
-    STickHandler* handle = nullptr;
-    const ITickReceiver receiver = client.receiver();
-    ASSERT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, 1, "Waiting"), TickResult::Success);
-    const ETickPriority priority = TICK_PRIORITY_LOWEST;
-    ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
-    ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 11), TickResult::Success);
+    ASSERT_EQ(client.registerWithScheduler(1, "Waiting"), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(fault_test::initializeAndConfigureScheduler());
     platform_double::clearTraces();
 
     thread_faults::failThreadCreation(GetParam());
-    EXPECT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 14), TickResult::Failure);
+    EXPECT_EQ(CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::StartTicks), TickResult::Failure);
     thread_faults::allowThreadCreation();
 
     EXPECT_EQ(errorsAndWarnings(),
@@ -65,10 +62,10 @@ TEST_P(ThreadCreationFailure, SchedulerPhaseFourteenReportsTheFailedStartAndTheN
     EXPECT_EQ(client.calls.load(), 0);
 
     platform_double::clearTraces();
-    EXPECT_EQ(CTickScheduler_OnPhaseActivation(nullptr, 14), TickResult::Success);
+    EXPECT_EQ(CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::StartTicks), TickResult::Success);
     EXPECT_TRUE(errorsAndWarnings().empty());
     EXPECT_TRUE(eventually([&] { return client.calls.load() > 0; }));
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&client.handle), TickResult::Success);
     CTickScheduler_Uninitialize();
     EXPECT_FALSE(tickScheduler.tickOscillator.isRunning());
 }
@@ -79,7 +76,7 @@ TEST_P(ThreadCreationFailure, FastOscillatorStartedFromOutsideFailsTheSameWay) {
     const ITickReceiver receiver = client.receiver();
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&handle, &receiver, "Fast"), TickResult::Success);
-    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, 11), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::Configure), TickResult::Success);
     TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
 
     thread_faults::failThreadCreation(GetParam());
@@ -95,15 +92,6 @@ TEST_P(ThreadCreationFailure, FastOscillatorStartedFromOutsideFailsTheSameWay) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Errors, ThreadCreationFailure, ::testing::Values(EAGAIN, EPERM, ENOMEM),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             switch (info.param) {
-                                 case EAGAIN:
-                                     return std::string("EAGAIN");
-                                 case EPERM:
-                                     return std::string("EPERM");
-                                 default:
-                                     return std::string("ENOMEM");
-                             }
-                         });
+                         fault_test::errnoName);
 
 }  // namespace

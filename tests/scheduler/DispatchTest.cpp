@@ -2,8 +2,10 @@
 // which handlers are due, how the counters advance, and what a throwing tick
 // function does to the pass.
 
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "SchedulerFixture.h"
@@ -11,11 +13,21 @@
 namespace scheduler_test {
 namespace {
 
-constexpr const char* kOnTick = "CTickScheduler_OnTick";
-
 using Calls = std::vector<std::string>;
 
-class DispatchTest : public SchedulerTest {};
+class DispatchTest : public SchedulerTest {
+protected:
+    /// The messages of one pass in which the only handler, "Thrower", runs
+    /// `throwing`.
+    std::vector<Line> messagesOfAPassInWhichTheHandler(std::function<void()> throwing) {
+        Probe thrower("Thrower", &log);
+        thrower.action = std::move(throwing);
+        registerProbe(thrower, 1);
+        platform_double::clearTraces();
+        tick();
+        return messages();
+    }
+};
 
 TEST_F(DispatchTest, TickWithoutHandlersLeavesThePassUnmarked) {
     const pthread_t before = tickScheduler.tickThreadId;
@@ -188,12 +200,7 @@ TEST_F(DispatchTest, RuntimeErrorIsTracedAndTheNextHandlerStillRuns) {
 }
 
 TEST_F(DispatchTest, ClassDerivedFromRuntimeErrorIsTracedWithItsText) {
-    Probe thrower("Thrower", &log);
-    thrower.action = [] { throw std::overflow_error("too many"); };
-    registerProbe(thrower, 1);
-    platform_double::clearTraces();
-    tick();
-    EXPECT_EQ(messages(),
+    EXPECT_EQ(messagesOfAPassInWhichTheHandler([] { throw std::overflow_error("too many"); }),
               (std::vector<Line>{{1, kOnTick, "Failed to execute TickHandler Thrower. Runtime error: too many"}}));
 }
 
@@ -210,12 +217,8 @@ TEST_F(DispatchTest, ThrownIntIsTracedWithoutARuntimeErrorSuffix) {
 }
 
 TEST_F(DispatchTest, OtherStandardExceptionIsTracedWithoutARuntimeErrorSuffix) {
-    Probe thrower("Thrower", &log);
-    thrower.action = [] { throw std::logic_error("not a runtime error"); };
-    registerProbe(thrower, 1);
-    platform_double::clearTraces();
-    tick();
-    EXPECT_EQ(messages(), (std::vector<Line>{{1, kOnTick, "Failed to execute TickHandler Thrower"}}));
+    EXPECT_EQ(messagesOfAPassInWhichTheHandler([] { throw std::logic_error("not a runtime error"); }),
+              (std::vector<Line>{{1, kOnTick, "Failed to execute TickHandler Thrower"}}));
 }
 
 TEST_F(DispatchTest, ThrowingHandlerIsCalledAgainOnItsNextDueTick) {

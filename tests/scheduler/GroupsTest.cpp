@@ -1,6 +1,7 @@
 // Tick groups: membership, switching whole groups off and on, and the checks
 // of the four group operations.
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -8,11 +9,6 @@
 
 namespace scheduler_test {
 namespace {
-
-constexpr const char* kAdd = "CTickScheduler_AddGroup";
-constexpr const char* kRemove = "CTickScheduler_RemoveGroup";
-constexpr const char* kEnable = "CTickScheduler_EnableTickGroup";
-constexpr const char* kDisable = "CTickScheduler_DisableTickGroup";
 
 constexpr uint32_t kMinusOne = 0xFFFFFFFFu;
 
@@ -27,26 +23,6 @@ protected:
     Probe probe{"Member", &log};
     STickHandler* handle = nullptr;
 };
-
-TEST_F(GroupsTest, AddGroupSetsTheBitsOfGroupsZeroAndOne) {
-    EXPECT_EQ(CTickScheduler_AddGroup(handle, 0), TickResult::Success);
-    EXPECT_EQ(handle->groupMask.load(), 1u);
-    EXPECT_EQ(CTickScheduler_AddGroup(handle, 1), TickResult::Success);
-    EXPECT_EQ(handle->groupMask.load(), 3u);
-    EXPECT_EQ(CTickScheduler_AddGroup(handle, 1), TickResult::Success);
-    EXPECT_EQ(handle->groupMask.load(), 3u);
-    EXPECT_TRUE(platform_double::traces().empty());
-}
-
-TEST_F(GroupsTest, RemoveGroupClearsOnlyItsBit) {
-    ASSERT_EQ(CTickScheduler_AddGroup(handle, 0), TickResult::Success);
-    ASSERT_EQ(CTickScheduler_AddGroup(handle, 1), TickResult::Success);
-    EXPECT_EQ(CTickScheduler_RemoveGroup(handle, 0), TickResult::Success);
-    EXPECT_EQ(handle->groupMask.load(), 2u);
-    EXPECT_EQ(CTickScheduler_RemoveGroup(handle, 0), TickResult::Success);
-    EXPECT_EQ(handle->groupMask.load(), 2u);
-    EXPECT_TRUE(platform_double::traces().empty());
-}
 
 TEST_F(GroupsTest, GroupIdsAboveOneAreRefusedByEveryOperation) {
     for (uint32_t id : {2u, 3u, 31u, 32u, 1000u}) {
@@ -92,46 +68,89 @@ TEST_F(GroupsTest, RemoveGroupWithANullHandlerIsRefusedWithoutTrace) {
     EXPECT_TRUE(platform_double::traces().empty());
 }
 
-TEST_F(GroupsTest, EnablingGroupZeroTracesItsDoubledText) {
-    EXPECT_EQ(CTickScheduler_EnableTickGroup(0), TickResult::Success);
-    EXPECT_EQ(messages(), (std::vector<Line>{{5, kEnable, "Enabled tick group, Enabled tick group channel 1(0)"}}));
+// ---- Membership and whole groups ---------------------------------------------
+// Adding and removing set and clear only the group's bit of the handler's
+// mask, silently, whether or not the bit was already so. Switching a whole
+// group off and on sets and clears only its bit of the disabled mask, and
+// traces its text every time, even when it changes nothing.
+
+enum class GroupOperation { Add, Remove, Enable, Disable };
+
+/// One group operation (on the fixture's handler where it takes one), and both
+/// masks right after it.
+struct GroupStep {
+    GroupOperation operation;
+    uint32_t group;
+    uint32_t memberMaskAfter;
+    uint32_t disabledMaskAfter;
+};
+
+struct GroupCase {
+    const char* name;
+    std::vector<GroupStep> steps;
+    std::vector<Line> lines;
+};
+
+uint32_t apply(const GroupStep& step, STickHandler* handle) {
+    switch (step.operation) {
+        case GroupOperation::Add:
+            return CTickScheduler_AddGroup(handle, step.group);
+        case GroupOperation::Remove:
+            return CTickScheduler_RemoveGroup(handle, step.group);
+        case GroupOperation::Enable:
+            return CTickScheduler_EnableTickGroup(step.group);
+        case GroupOperation::Disable:
+            return CTickScheduler_DisableTickGroup(step.group);
+    }
+    return TickResult::Failure;
 }
 
-TEST_F(GroupsTest, EnablingGroupOneTracesChannelTwo) {
-    EXPECT_EQ(CTickScheduler_EnableTickGroup(1), TickResult::Success);
-    EXPECT_EQ(messages(), (std::vector<Line>{{5, kEnable, "Enabled tick group, Enabled tick group channel 2(1)"}}));
+constexpr GroupOperation kAddTo = GroupOperation::Add;
+constexpr GroupOperation kRemoveFrom = GroupOperation::Remove;
+constexpr GroupOperation kSwitchOn = GroupOperation::Enable;
+constexpr GroupOperation kSwitchOff = GroupOperation::Disable;
+
+const Line kEnabledZero{5, kEnable, "Enabled tick group, Enabled tick group channel 1(0)"};
+const Line kEnabledOne{5, kEnable, "Enabled tick group, Enabled tick group channel 2(1)"};
+const Line kDisabledZero{5, kDisable, "Disabled tick group Disabled tick group channel 1(0)"};
+const Line kDisabledOne{5, kDisable, "Disabled tick group Disabled tick group channel 2(1)"};
+
+const std::vector<GroupCase> kGroupCases = {
+    {"AddGroupSetsTheBitsOfGroupsZeroAndOne", {{kAddTo, 0, 1u, 0u}, {kAddTo, 1, 3u, 0u}, {kAddTo, 1, 3u, 0u}}, {}},
+    {"RemoveGroupClearsOnlyItsBit",
+     {{kAddTo, 0, 1u, 0u}, {kAddTo, 1, 3u, 0u}, {kRemoveFrom, 0, 2u, 0u}, {kRemoveFrom, 0, 2u, 0u}},
+     {}},
+    {"EnablingGroupZeroTracesItsDoubledText", {{kSwitchOn, 0, 0u, 0u}}, {kEnabledZero}},
+    {"EnablingGroupOneTracesChannelTwo", {{kSwitchOn, 1, 0u, 0u}}, {kEnabledOne}},
+    {"DisablingGroupsSetsTheirBitsAndTracesTheirTexts",
+     {{kSwitchOff, 1, 0u, 2u}, {kSwitchOff, 0, 0u, 3u}},
+     {kDisabledOne, kDisabledZero}},
+    {"EnablingClearsOnlyItsBit",
+     {{kSwitchOff, 0, 0u, 1u}, {kSwitchOff, 1, 0u, 3u}, {kSwitchOn, 0, 0u, 2u}},
+     {kDisabledZero, kDisabledOne, kEnabledZero}},
+    {"EnablingAnEnabledGroupTracesAgain", {{kSwitchOn, 1, 0u, 0u}, {kSwitchOn, 1, 0u, 0u}}, {kEnabledOne, kEnabledOne}},
+    {"DisablingADisabledGroupTracesAgain",
+     {{kSwitchOff, 0, 0u, 1u}, {kSwitchOff, 0, 0u, 1u}},
+     {kDisabledZero, kDisabledZero}},
+};
+
+/// Shows a case by its name in test listings and failures.
+void PrintTo(const GroupCase& groupCase, std::ostream* out) { *out << groupCase.name; }
+
+class GroupOperationTest : public GroupsTest, public ::testing::WithParamInterface<GroupCase> {};
+
+TEST_P(GroupOperationTest, SetsExactlyItsBitsAndTracesWhatItDoes) {
+    for (const GroupStep& step : GetParam().steps) {
+        EXPECT_EQ(apply(step, handle), TickResult::Success) << "group " << step.group;
+        EXPECT_EQ(handle->groupMask.load(), step.memberMaskAfter) << "group " << step.group;
+        EXPECT_EQ(disabledGroups(), step.disabledMaskAfter) << "group " << step.group;
+    }
+    EXPECT_EQ(messages(), GetParam().lines);
+    EXPECT_TRUE(entries().empty());
 }
 
-TEST_F(GroupsTest, DisablingGroupsSetsTheirBitsAndTracesTheirTexts) {
-    EXPECT_EQ(CTickScheduler_DisableTickGroup(1), TickResult::Success);
-    EXPECT_EQ(disabledGroups(), 2u);
-    EXPECT_EQ(CTickScheduler_DisableTickGroup(0), TickResult::Success);
-    EXPECT_EQ(disabledGroups(), 3u);
-    EXPECT_EQ(messages(), (std::vector<Line>{{5, kDisable, "Disabled tick group Disabled tick group channel 2(1)"},
-                                             {5, kDisable, "Disabled tick group Disabled tick group channel 1(0)"}}));
-}
-
-TEST_F(GroupsTest, EnablingClearsOnlyItsBit) {
-    ASSERT_EQ(CTickScheduler_DisableTickGroup(0), TickResult::Success);
-    ASSERT_EQ(CTickScheduler_DisableTickGroup(1), TickResult::Success);
-    EXPECT_EQ(CTickScheduler_EnableTickGroup(0), TickResult::Success);
-    EXPECT_EQ(disabledGroups(), 2u);
-}
-
-TEST_F(GroupsTest, EnablingAnEnabledGroupTracesAgain) {
-    EXPECT_EQ(CTickScheduler_EnableTickGroup(1), TickResult::Success);
-    EXPECT_EQ(CTickScheduler_EnableTickGroup(1), TickResult::Success);
-    EXPECT_EQ(disabledGroups(), 0u);
-    EXPECT_EQ(messages(), (std::vector<Line>{{5, kEnable, "Enabled tick group, Enabled tick group channel 2(1)"},
-                                             {5, kEnable, "Enabled tick group, Enabled tick group channel 2(1)"}}));
-}
-
-TEST_F(GroupsTest, DisablingADisabledGroupTracesAgain) {
-    EXPECT_EQ(CTickScheduler_DisableTickGroup(0), TickResult::Success);
-    EXPECT_EQ(CTickScheduler_DisableTickGroup(0), TickResult::Success);
-    EXPECT_EQ(disabledGroups(), 1u);
-    EXPECT_EQ(messages().size(), 2u);
-}
+INSTANTIATE_TEST_SUITE_P(Groups, GroupOperationTest, ::testing::ValuesIn(kGroupCases),
+                         [](const ::testing::TestParamInfo<GroupCase>& info) { return info.param.name; });
 
 TEST_F(GroupsTest, HandlerInBothGroupsRunsOnlyWhileBothAreEnabled) {
     ASSERT_EQ(CTickScheduler_AddGroup(handle, 0), TickResult::Success);

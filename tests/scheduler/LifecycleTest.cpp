@@ -14,7 +14,8 @@ constexpr const char* kInitialize = "CTickScheduler_Initialize";
 constexpr const char* kPhase = "CTickScheduler_OnPhaseActivation";
 constexpr const char* kStartTick = "CTickScheduler_PhaseModuleStartTick";
 constexpr const char* kHeading = "Starting TickScheduler with TickHandlers in the following order";
-constexpr uint32_t kModuleId = 22000;
+constexpr uint32_t kModuleId = TickModule::SchedulerModuleId;
+namespace Phase = TickModule::Phase;
 
 class LifecycleTest : public SchedulerTest {
 protected:
@@ -41,7 +42,8 @@ TEST_F(LifecycleTest, InitializeRegistersModuleCallbackAndInterfaceInThisOrder) 
     EXPECT_EQ(callbacks[0].callbackContext, &phaseCallbackContext);
     EXPECT_EQ(callbacks[0].param2, 3u);
     EXPECT_EQ(callbacks[0].param3, 0u);
-    EXPECT_EQ(callbacks[0].phases, (std::vector<uint32_t>{11, 13, 16, 14}));
+    EXPECT_EQ(callbacks[0].phases,
+              (std::vector<uint32_t>{Phase::Configure, Phase::Idle, Phase::ShutDown, Phase::StartTicks}));
     EXPECT_EQ(phaseCallbackContext.context, nullptr);
     EXPECT_EQ(phaseCallbackContext.callback, &CTickScheduler_OnPhaseActivation);
 
@@ -128,7 +130,7 @@ TEST_F(LifecycleTest, FailedInitializeLeavesThePriorityAndTheModuleUninitialised
     EXPECT_EQ(CTickScheduler_Initialize(&priority), TickResult::Failure);
     EXPECT_EQ(tickScheduler.tickPriority, TICK_PRIORITY_LOWEST);
     // The callback was registered and still arrives: it finds the module uninitialised.
-    EXPECT_EQ(phase(11), TickResult::ModuleNotInitialized);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::ModuleNotInitialized);
     EXPECT_FALSE(tickScheduler.tickOscillator.isInitialized());
 }
 
@@ -173,7 +175,7 @@ TEST_F(LifecycleTest, InitializeAfterUninitializeRegistersTheSameObjectAgain) {
 // ---- Phases -----------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, AnyPhaseBeforeInitializeIsRefusedAndDoesNothing) {
-    for (uint32_t code : {11u, 13u, 14u, 16u, 12u}) {
+    for (uint32_t code : {Phase::Configure, Phase::Idle, Phase::StartTicks, Phase::ShutDown, 12u}) {
         platform_double::clearTraces();
         EXPECT_EQ(runPhaseDirectly(code), TickResult::ModuleNotInitialized) << code;
         EXPECT_EQ(messages(), (std::vector<Line>{{2, kPhase, "Tick Scheduler has not been initialized"}})) << code;
@@ -186,7 +188,7 @@ TEST_F(LifecycleTest, AnyPhaseBeforeInitializeIsRefusedAndDoesNothing) {
 TEST_F(LifecycleTest, PhaseElevenPreparesTheOscillatorAndItsReceiver) {
     ASSERT_EQ(initialize(TICK_PRIORITY_HIGH), TickResult::Success);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(11), TickResult::Success);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::Success);
     EXPECT_TRUE(tickScheduler.tickOscillator.isInitialized());
     EXPECT_EQ(tickScheduler.tickOscillator.getDelay(), TICK_DELAY_6MS);
     EXPECT_EQ(tickScheduler.tickOscillator.getPriority(), 98);
@@ -203,7 +205,7 @@ TEST_F(LifecycleTest, PhaseThirteenChangesNothing) {
     ASSERT_EQ(initialize(), TickResult::Success);
     const std::vector<STickHandler*> before = handlerList();
     platform_double::clearTraces();
-    EXPECT_EQ(phase(13), TickResult::Success);
+    EXPECT_EQ(phase(Phase::Idle), TickResult::Success);
     EXPECT_EQ(handlerList(), before);
     EXPECT_FALSE(tickScheduler.tickOscillator.isInitialized());
     EXPECT_EQ(tickScheduler.initialized.load(), 1u);
@@ -213,10 +215,9 @@ TEST_F(LifecycleTest, PhaseThirteenChangesNothing) {
 TEST_F(LifecycleTest, PhasesTwelveAndFifteenAreNotHandled) {
     ASSERT_EQ(initialize(), TickResult::Success);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(12), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(15), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(0), TickResult::PhaseNotHandled);
-    EXPECT_EQ(phase(4000000000u), TickResult::PhaseNotHandled);
+    for (uint32_t code : {12u, 15u, 0u, 4000000000u}) {
+        EXPECT_EQ(phase(code), TickResult::PhaseNotHandled) << "phase " << code;
+    }
     EXPECT_EQ(messages(), (std::vector<Line>{{1, kPhase, "Phase not handled: 12"},
                                              {1, kPhase, "Phase not handled: 15"},
                                              {1, kPhase, "Phase not handled: 0"},
@@ -225,9 +226,9 @@ TEST_F(LifecycleTest, PhasesTwelveAndFifteenAreNotHandled) {
 
 TEST_F(LifecycleTest, PhaseFourteenWithoutHandlersTracesOnlyTheHeadingAndStarts) {
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(14), TickResult::Success);
+    EXPECT_EQ(phase(Phase::StartTicks), TickResult::Success);
     EXPECT_TRUE(tickScheduler.tickOscillator.isRunning());
     const std::vector<Line> listing = {{5, kStartTick, kHeading}};
     std::vector<Line> ours;
@@ -254,7 +255,7 @@ TEST_F(LifecycleTest, StartUpListingShowsEveryHandlerInDispatchOrder) {
     ASSERT_EQ(CTickScheduler_SetTickPriority(videoHandle, -3), TickResult::Success);
     ASSERT_EQ(CTickScheduler_SetStartOffset(videoHandle, 2), TickResult::Success);
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     // Freeze so that no tick changes the counters shown below.
     ASSERT_EQ(CTickScheduler_Freeze(), TickResult::Success);
     platform_double::clearTraces();
@@ -290,10 +291,10 @@ TEST_F(LifecycleTest, ListingIsLeftOutWhenLevelFiveIsDisabled) {
     Probe probe("P", &log);
     registerProbe(probe, 1);
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
     platform_double::setTraceLevel(4);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(14), TickResult::Success);
+    EXPECT_EQ(phase(Phase::StartTicks), TickResult::Success);
     EXPECT_TRUE(platform_double::tracesOf(kStartTick).empty());
     // The oscillator ticks the probe: stop it before the probe goes out of scope.
     (void)tickScheduler.tickOscillator.stop();
@@ -302,7 +303,7 @@ TEST_F(LifecycleTest, ListingIsLeftOutWhenLevelFiveIsDisabled) {
 TEST_F(LifecycleTest, PhaseFourteenWithoutPhaseElevenFailsWithTwoErrorLines) {
     ASSERT_EQ(initialize(), TickResult::Success);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(14), TickResult::Failure);
+    EXPECT_EQ(phase(Phase::StartTicks), TickResult::Failure);
     EXPECT_FALSE(tickScheduler.tickOscillator.isRunning());
     std::vector<Line> errors;
     for (const Line& line : messages()) {
@@ -321,9 +322,9 @@ TEST_F(LifecycleTest, HandlersRegisteredBeforeInitializeAreListedAndCalledAfterT
     early.action = [&called] { called.open(); };
     STickHandler* handle = registerProbe(early, 1);
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
-    ASSERT_EQ(phase(13), TickResult::Success);
-    ASSERT_EQ(phase(14), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Idle), TickResult::Success);
+    ASSERT_EQ(phase(Phase::StartTicks), TickResult::Success);
     called.wait();
     CTickScheduler_Uninitialize();
     delete[] handle;  // shut-down empties the list without freeing records
@@ -341,11 +342,11 @@ TEST_F(LifecycleTest, PhaseSixteenStopsWithdrawsAndEmptiesTheListWithoutFreeing)
     Probe probe("P", &log);
     STickHandler* handle = registerProbe(probe, 1);
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(11), TickResult::Success);
-    ASSERT_EQ(phase(14), TickResult::Success);
+    ASSERT_EQ(phase(Phase::Configure), TickResult::Success);
+    ASSERT_EQ(phase(Phase::StartTicks), TickResult::Success);
     platform_double::clearTraces();
 
-    EXPECT_EQ(phase(16), TickResult::Success);
+    EXPECT_EQ(phase(Phase::ShutDown), TickResult::Success);
     EXPECT_FALSE(tickScheduler.tickOscillator.isRunning());
     EXPECT_EQ(tickScheduler.initialized.load(), 0u);
     EXPECT_TRUE(handlerList().empty());
@@ -372,9 +373,9 @@ TEST_F(LifecycleTest, PhaseSixteenStopsWithdrawsAndEmptiesTheListWithoutFreeing)
 
 TEST_F(LifecycleTest, PhasesAfterUninitializeAreRefused) {
     ASSERT_EQ(initialize(), TickResult::Success);
-    ASSERT_EQ(phase(16), TickResult::Success);
+    ASSERT_EQ(phase(Phase::ShutDown), TickResult::Success);
     platform_double::clearTraces();
-    EXPECT_EQ(phase(11), TickResult::ModuleNotInitialized);
+    EXPECT_EQ(phase(Phase::Configure), TickResult::ModuleNotInitialized);
     EXPECT_EQ(messages(), (std::vector<Line>{{2, kPhase, "Tick Scheduler has not been initialized"}}));
 }
 

@@ -11,10 +11,6 @@
 namespace scheduler_test {
 namespace {
 
-constexpr const char* kUnregister = "CTickScheduler_UnregisterTickHandler";
-constexpr const char* kSetPriority = "CTickScheduler_SetTickPriority";
-constexpr const char* kSetOffset = "CTickScheduler_SetStartOffset";
-
 using Handles = std::vector<STickHandler*>;
 
 class MaintenanceTest : public SchedulerTest {
@@ -31,6 +27,18 @@ protected:
 };
 
 // ---- Unregistering ---------------------------------------------------------------
+
+/// Unregisters `record` through a variable of its own: the call succeeds and
+/// clears the variable, and the trace says that the list does not hold it.
+void expectUnregisterFindsNothing(STickHandler* record) {
+    STickHandler* handle = record;
+    platform_double::clearTraces();
+    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(
+        messages(),
+        (std::vector<Line>{{2, kUnregister, "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+}
 
 TEST_F(MaintenanceTest, UnregisterFreesTheRecordClearsTheHandleAndTracesTheName) {
     Probe probe("Audio", &log);
@@ -70,13 +78,7 @@ TEST_F(MaintenanceTest, UnregisterOfAPointerNotInTheListClearsTheVariableAndFree
     STickHandler* kept = registerProbe(probe, 1);
     STickHandler* stranger = new STickHandler[1]();
     std::snprintf(stranger->name, sizeof(stranger->name), "%s", "Stranger");
-    STickHandler* handle = stranger;
-    platform_double::clearTraces();
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
-    EXPECT_EQ(handle, nullptr);
-    EXPECT_EQ(
-        messages(),
-        (std::vector<Line>{{2, kUnregister, "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+    expectUnregisterFindsNothing(stranger);
     EXPECT_EQ(handlerList(), Handles{kept});
     // Still a live block (a freed one would be reported by the address sanitizer).
     EXPECT_STREQ(stranger->name, "Stranger");
@@ -88,12 +90,7 @@ TEST_F(MaintenanceTest, UnregisterOfAStaleCopyDoesNotTouchTheFreedRecord) {
     STickHandler* handle = registerProbe(probe, 1);
     STickHandler* copy = handle;
     ASSERT_EQ(CTickScheduler_UnregisterTickHandler(&handle), TickResult::Success);
-    platform_double::clearTraces();
-    EXPECT_EQ(CTickScheduler_UnregisterTickHandler(&copy), TickResult::Success);
-    EXPECT_EQ(copy, nullptr);
-    EXPECT_EQ(
-        messages(),
-        (std::vector<Line>{{2, kUnregister, "Tick Handler unregister unsuccessful : Tick handler doesn't exist"}}));
+    expectUnregisterFindsNothing(copy);
 }
 
 TEST_F(MaintenanceTest, UnregisteringTheOnlyHandlerLeavesAnEmptyList) {

@@ -176,7 +176,7 @@ TEST_F(ReentrancyTest, HandlerRegisteredAndUnregisteredInTheSamePassIsFreed) {
 TEST_F(ReentrancyTest, RecordRemovedInThePassIsNotFoundByALaterPriorityChange) {
     Handles h = registerNamed({"A", "B", "C"});
     STickHandler* b = h[1];
-    STickHandler* copyOfB = h[1];
+    STickHandler* copyOfB = b;  // the copy a client kept
     uint32_t priorityResult = 0;
     probe(0).action = [&] {
         if (b == nullptr) {

@@ -6,14 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "FreshHandlerRecord.h"
 #include "SchedulerFixture.h"
 
 namespace scheduler_test {
 namespace {
-
-constexpr const char* kRegister = "CTickScheduler_RegisterTickHandler";
-
-void noTick(void*) {}
 
 class RegistrationTest : public SchedulerTest {};
 
@@ -22,18 +19,10 @@ TEST_F(RegistrationTest, NewRecordHoldsTheCopiedReceiverAndDefaults) {
     STickHandler* handle = nullptr;
     {
         // The caller's receiver may go away after the call: it is copied.
-        const ITickReceiver receiver{&contextObject, &noTick};
+        const ITickReceiver receiver{&contextObject, &handler_record::noTick};
         ASSERT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, 7, "Audio"), TickResult::Success);
     }
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(handle->tickReceiver.context, &contextObject);
-    EXPECT_EQ(handle->tickReceiver.onTick, &noTick);
-    EXPECT_EQ(handle->enabled.load(), 1u);
-    EXPECT_EQ(handle->tickInterval, 7u);
-    EXPECT_EQ(handle->prio.load(), 5);
-    EXPECT_EQ(handle->currentInterval.load(), 0u);
-    EXPECT_STREQ(handle->name, "Audio");
-    EXPECT_EQ(handle->groupMask.load(), 0u);
+    handler_record::expectFresh(handle, &contextObject, &handler_record::noTick, 7, "Audio");
     EXPECT_EQ(handlerList(), std::vector<STickHandler*>{handle});
 }
 
@@ -78,7 +67,7 @@ TEST_F(RegistrationTest, EmptyNameIsAccepted) {
 }
 
 TEST_F(RegistrationTest, NullHandleVariableIsRefused) {
-    const ITickReceiver receiver{nullptr, &noTick};
+    const ITickReceiver receiver{nullptr, &handler_record::noTick};
     EXPECT_EQ(CTickScheduler_RegisterTickHandler(nullptr, &receiver, 1, "A"), TickResult::NullArgument);
     EXPECT_EQ(messages(), (std::vector<Line>{{1, kRegister, "tickHandler == NULL"}}));
     EXPECT_TRUE(handlerList().empty());
@@ -94,7 +83,7 @@ TEST_F(RegistrationTest, NullReceiverIsRefusedAndTheHandleIsUntouched) {
 }
 
 TEST_F(RegistrationTest, NullNameIsRefusedAndTheHandleIsUntouched) {
-    const ITickReceiver receiver{nullptr, &noTick};
+    const ITickReceiver receiver{nullptr, &handler_record::noTick};
     STickHandler* handle = nullptr;
     EXPECT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, 1, nullptr), TickResult::NullArgument);
     EXPECT_EQ(handle, nullptr);

@@ -28,11 +28,23 @@
 #include "CTickSchedulerModule.h"
 #include "ModuleState.h"
 #include "PlatformDouble.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
 namespace scheduler_test {
 
 constexpr const char* kSourceFile = "PlatformServices/TickScheduler/private/CTickScheduler.cpp";
+
+// The functions the module's traces are written under.
+constexpr const char* kRegister = "CTickScheduler_RegisterTickHandler";
+constexpr const char* kUnregister = "CTickScheduler_UnregisterTickHandler";
+constexpr const char* kSetPriority = "CTickScheduler_SetTickPriority";
+constexpr const char* kSetOffset = "CTickScheduler_SetStartOffset";
+constexpr const char* kOnTick = "CTickScheduler_OnTick";
+constexpr const char* kAdd = "CTickScheduler_AddGroup";
+constexpr const char* kRemove = "CTickScheduler_RemoveGroup";
+constexpr const char* kEnable = "CTickScheduler_EnableTickGroup";
+constexpr const char* kDisable = "CTickScheduler_DisableTickGroup";
 
 // ---- Tick functions ---------------------------------------------------------
 
@@ -137,6 +149,15 @@ inline std::vector<std::string> entries(const std::string& except = std::string(
         }
     }
     return names;
+}
+
+/// Runs the configure and start phases through the module manager, as the
+/// platform does at start-up: the oscillator starts ticking the handlers.
+inline void runStartUpPhases() {
+    for (uint32_t phase : {TickModule::Phase::Configure, TickModule::Phase::StartTicks}) {
+        ASSERT_EQ(platform_double::activatePhase(TickModule::SchedulerModuleId, phase), TickResult::Success)
+            << "phase " << phase;
+    }
 }
 
 /// The fixture of every test: the module and the platform double start from

@@ -13,11 +13,6 @@
 namespace scheduler_test {
 namespace {
 
-constexpr const char* kRegister = "CTickScheduler_RegisterTickHandler";
-constexpr const char* kUnregister = "CTickScheduler_UnregisterTickHandler";
-constexpr const char* kPriority = "CTickScheduler_SetTickPriority";
-constexpr const char* kOnTick = "CTickScheduler_OnTick";
-
 struct Outcome {
     std::vector<uint32_t> results;
     std::vector<Line> lines;
@@ -34,16 +29,17 @@ Outcome runScenario() {
     Probe odd("Odd", &log);
     odd.action = [] { throw 7; };
     Outcome outcome;
+    const auto registerAs = [&outcome](Probe& probe, STickHandler** handle, uint32_t interval, const char* name) {
+        const ITickReceiver receiver = probe.receiver();
+        outcome.results.push_back(CTickScheduler_RegisterTickHandler(handle, &receiver, interval, name));
+    };
     STickHandler* steadyHandle = nullptr;
     STickHandler* failingHandle = nullptr;
     STickHandler* oddHandle = nullptr;
-    const ITickReceiver steadyReceiver = steady.receiver();
-    const ITickReceiver failingReceiver = failing.receiver();
-    const ITickReceiver oddReceiver = odd.receiver();
-    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&steadyHandle, &steadyReceiver, 1, "Steady"));
-    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&failingHandle, &failingReceiver, 2, "Failing"));
-    outcome.results.push_back(CTickScheduler_RegisterTickHandler(&oddHandle, &oddReceiver, 3, "Odd"));
-    outcome.results.push_back(CTickScheduler_RegisterTickHandler(nullptr, &oddReceiver, 3, "Null"));
+    registerAs(steady, &steadyHandle, 1, "Steady");
+    registerAs(failing, &failingHandle, 2, "Failing");
+    registerAs(odd, &oddHandle, 3, "Odd");
+    registerAs(odd, nullptr, 3, "Null");
     tick(4);
     outcome.results.push_back(CTickScheduler_DisableTickHandler(steadyHandle));
     tick(2);
@@ -60,20 +56,24 @@ Outcome runScenario() {
 }
 
 const std::vector<Line>& linesOfToday() {
+    // The lines of the passes: "Failing" runs every second pass, "Odd" every
+    // third.
+    const Line failingThrew{KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"};
+    const Line oddThrew{KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"};
     static const std::vector<Line> lines = {
         {KIV_TRACE_INFO, kRegister, "Register tick handler  Steady"},
         {KIV_TRACE_INFO, kRegister, "Register tick handler  Failing"},
         {KIV_TRACE_INFO, kRegister, "Register tick handler  Odd"},
         {KIV_TRACE_ERROR, kRegister, "tickHandler == NULL"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Failing. Runtime error: boom"},
-        {KIV_TRACE_INFO, kPriority, "Tick Handler Odd changed priority to 3"},
+        failingThrew,
+        oddThrew,
+        failingThrew,
+        oddThrew,
+        failingThrew,
+        {KIV_TRACE_INFO, kSetPriority, "Tick Handler Odd changed priority to 3"},
         {KIV_TRACE_INFO, kUnregister, "Tick Handler Failing unregistered successfully"},
         {KIV_TRACE_WARNING, kUnregister, "Error Unregistering Tick Handler"},
-        {KIV_TRACE_ERROR, kOnTick, "Failed to execute TickHandler Odd"},
+        oddThrew,
     };
     return lines;
 }

@@ -10,8 +10,10 @@
 #include <utility>
 #include <vector>
 
+#include "HandlerFigures.h"
 #include "SchedulerFixture.h"
 #include "ScriptedClock.h"
+#include "SizedRecords.h"
 #include "TickStatistics.h"
 
 namespace scheduler_test {
@@ -19,7 +21,6 @@ namespace {
 
 using test_support::ScriptedClock;
 constexpr int64_t kMs = ScriptedClock::kMs;
-constexpr const char* kOnTick = "CTickScheduler_OnTick";
 
 /// A probe whose every call takes the next of `durations` (the last repeats).
 struct TimedProbe : Probe {
@@ -35,17 +36,12 @@ struct TimedProbe : Probe {
 };
 
 STickHandlerStatistics handlerStatistics(const STickHandler* handler) {
-    STickHandlerStatistics statistics{};
-    statistics.size = sizeof(statistics);
-    EXPECT_EQ(CTickScheduler_GetHandlerStatistics(handler, &statistics), TickResult::Success);
-    return statistics;
+    return sized_record::filledBy<STickHandlerStatistics>(
+        [handler](STickHandlerStatistics* record) { return CTickScheduler_GetHandlerStatistics(handler, record); });
 }
 
 STickSchedulerStatistics schedulerStatistics() {
-    STickSchedulerStatistics statistics{};
-    statistics.size = sizeof(statistics);
-    EXPECT_EQ(CTickScheduler_GetSchedulerStatistics(&statistics), TickResult::Success);
-    return statistics;
+    return sized_record::filledBy<STickSchedulerStatistics>(&CTickScheduler_GetSchedulerStatistics);
 }
 
 std::vector<Line> warnings() {
@@ -60,6 +56,15 @@ std::vector<Line> warnings() {
 
 class StatisticsTest : public SchedulerTest {
 protected:
+    /// Initializes with ZYN_TICK_STATISTICS set to `value` for the call only.
+    static void initializeWithStatisticsVariable(const char* value) {
+        ASSERT_EQ(setenv("ZYN_TICK_STATISTICS", value, 1), 0);
+        const ETickPriority priority = TICK_PRIORITY_NORMAL;
+        const uint32_t result = CTickScheduler_Initialize(&priority);
+        unsetenv("ZYN_TICK_STATISTICS");
+        ASSERT_EQ(result, TickResult::Success);
+    }
+
     ScriptedClock clock;
 };
 
@@ -82,13 +87,8 @@ TEST_F(StatisticsTest, HandlerFiguresAreCallsTotalMinimumMaximumAndLast) {
     ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
     tick(3);
 
-    const STickHandlerStatistics figures = handlerStatistics(handle);
-    EXPECT_EQ(figures.calls, 3u);
-    EXPECT_EQ(figures.totalNs, 6 * kMs);
-    EXPECT_EQ(figures.minNs, 1 * kMs);
-    EXPECT_EQ(figures.maxNs, 3 * kMs);
-    EXPECT_EQ(figures.lastNs, 2 * kMs);
-    EXPECT_EQ(figures.overBudget, 0u);
+    EXPECT_EQ(handler_figures::of(handlerStatistics(handle)),
+              (handler_figures::Figures{3, 6 * kMs, 1 * kMs, 3 * kMs, 2 * kMs, 0}));
     EXPECT_EQ(schedulerStatistics().passes, 3u);
     EXPECT_EQ(schedulerStatistics().enabled, 1u);
 }
@@ -238,12 +238,8 @@ TEST_F(StatisticsTest, QueriesRefuseNullPointersAndTooSmallRecords) {
 }
 
 TEST_F(StatisticsTest, ALargerRecordKeepsItsBytesBeyondTheLibrarysOwn) {
-    struct Grown {
-        STickSchedulerStatistics known;
-        uint64_t later;
-    } grown{};
-    grown.known.size = sizeof(grown);
-    grown.later = 0x5555555555555555ULL;
+    sized_record::Grown<STickSchedulerStatistics> grown =
+        sized_record::grown<STickSchedulerStatistics>(0x5555555555555555ULL);
     EXPECT_EQ(CTickScheduler_GetSchedulerStatistics(&grown.known), TickResult::Success);
     EXPECT_EQ(grown.later, 0x5555555555555555ULL);
     EXPECT_EQ(grown.known.periodNs, 6 * kMs);
@@ -310,21 +306,13 @@ TEST_F(StatisticsTest, ATickFunctionMayQueryItsOwnFigures) {
 }
 
 TEST_F(StatisticsTest, TheEnvironmentSwitchesThemOnAtInitialization) {
-    ASSERT_EQ(setenv("ZYN_TICK_STATISTICS", "1", 1), 0);
-    const ETickPriority priority = TICK_PRIORITY_NORMAL;
-    const uint32_t result = CTickScheduler_Initialize(&priority);
-    unsetenv("ZYN_TICK_STATISTICS");
-    ASSERT_EQ(result, TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(initializeWithStatisticsVariable("1"));
     EXPECT_EQ(schedulerStatistics().enabled, 1u);
     EXPECT_EQ(schedulerStatistics().handlerBudgetNs, 6 * kMs);
 }
 
 TEST_F(StatisticsTest, AnEnvironmentValueOfZeroLeavesThemOff) {
-    ASSERT_EQ(setenv("ZYN_TICK_STATISTICS", "0", 1), 0);
-    const ETickPriority priority = TICK_PRIORITY_NORMAL;
-    const uint32_t result = CTickScheduler_Initialize(&priority);
-    unsetenv("ZYN_TICK_STATISTICS");
-    ASSERT_EQ(result, TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(initializeWithStatisticsVariable("0"));
     EXPECT_EQ(schedulerStatistics().enabled, 0u);
 }
 

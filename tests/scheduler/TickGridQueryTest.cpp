@@ -4,31 +4,26 @@
 // Waits for ticks are bounded by generous timeouts; nothing here bounds
 // timing.
 
-#include <time.h>
-
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "CTickSchedulerFastModule.h"
 #include "SchedulerFixture.h"
+#include "SizedRecords.h"
 #include "TickGrid.h"
+#include "WaitableLog.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace scheduler_test {
 namespace {
 
-constexpr int64_t kSixMsNs = 6000000;
-constexpr int64_t kOneMsNs = 1000000;
+constexpr int64_t kSixMsNs = 6 * zyn_support::kNanosecondsPerMillisecond;
+constexpr int64_t kOneMsNs = zyn_support::kNanosecondsPerMillisecond;
 constexpr auto kTickTimeout = std::chrono::seconds(10);
 
-int64_t monotonicNowNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
+using zyn_support::monotonicNowNs;
 
 STickGrid emptyGrid() {
     STickGrid grid{};
@@ -58,15 +53,9 @@ public:
     ITickReceiver receiver() { return ITickReceiver{this, &GridQueryingTickFunction::onTick}; }
 
     /// Waits until `count` ticks have been seen in all; false on timeout.
-    bool waitForTicks(size_t count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return arrived.wait_for(lock, kTickTimeout, [&] { return seen.size() >= count; });
-    }
+    bool waitForTicks(size_t count) { return seen.waitForSize(count, kTickTimeout); }
 
-    std::vector<SeenTick> ticks() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return seen;
-    }
+    std::vector<SeenTick> ticks() { return seen.snapshot(); }
 
 private:
     static void onTick(void* context) {
@@ -75,15 +64,11 @@ private:
         tick.nowNs = monotonicNowNs();
         tick.grid = emptyGrid();
         tick.result = self->query(&tick.grid);
-        std::lock_guard<std::mutex> lock(self->mutex);
-        self->seen.push_back(tick);
-        self->arrived.notify_all();
+        self->seen.add(tick);
     }
 
     Query query;
-    std::mutex mutex;
-    std::condition_variable arrived;
-    std::vector<SeenTick> seen;
+    test_wait::WaitableLog<SeenTick> seen;
 };
 
 class TickGridQueryTest : public SchedulerTest {
@@ -95,15 +80,14 @@ protected:
     }
 
     /// Initialises the module, registers `function` on every tick and runs
-    /// phases 11 and 14, which start the 6 ms oscillator.
+    /// the configure and start phases, which start the 6 ms oscillator.
     void startScheduler() {
         ETickPriority priority = TICK_PRIORITY_NORMAL;
         ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
         STickHandler* handle = nullptr;
         const ITickReceiver receiver = function.receiver();
         ASSERT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, 1, "grid-query"), TickResult::Success);
-        ASSERT_EQ(platform_double::activatePhase(22000, 11), TickResult::Success);
-        ASSERT_EQ(platform_double::activatePhase(22000, 14), TickResult::Success);
+        ASSERT_NO_FATAL_FAILURE(runStartUpPhases());
     }
 
     /// Outlives TearDown, which stops the oscillator that calls it.
@@ -144,16 +128,11 @@ TEST_F(TickGridQueryTest, RecordSmallerThanTheGridIsRefusedAndLeftUntouched) {
 }
 
 TEST_F(TickGridQueryTest, LargerRecordIsFilledUpToTheGridAndTheRestLeftAlone) {
-    struct GrownRecord {
-        STickGrid grid;
-        uint64_t later;
-    } grown{};
-    grown.grid.size = sizeof(GrownRecord);
-    grown.later = 0x5a5a5a5a5a5a5a5aULL;
-    grown.grid.running = 77;
-    EXPECT_EQ(CTickScheduler_GetTickGrid(&grown.grid), TickResult::GridNotRunning);
-    EXPECT_EQ(grown.grid.running, 0u);
-    EXPECT_EQ(grown.grid.size, sizeof(GrownRecord));
+    sized_record::Grown<STickGrid> grown = sized_record::grown<STickGrid>(0x5a5a5a5a5a5a5a5aULL);
+    grown.known.running = 77;
+    EXPECT_EQ(CTickScheduler_GetTickGrid(&grown.known), TickResult::GridNotRunning);
+    EXPECT_EQ(grown.known.running, 0u);
+    EXPECT_EQ(grown.known.size, sizeof(grown));
     EXPECT_EQ(grown.later, 0x5a5a5a5a5a5a5a5aULL);
 }
 

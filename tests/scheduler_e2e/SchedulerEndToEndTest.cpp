@@ -18,11 +18,13 @@
 #include <vector>
 
 #include "CTickScheduler.h"
+#include "HostPlatformRun.h"
 #include "ITickScheduler.h"
 #include "InterfaceBroker.h"
 #include "ModuleState.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "PlatformHost/TraceHost.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 #include "TimingEnvironment.h"
 
@@ -31,24 +33,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kModuleId = 22000;
+constexpr uint32_t kModuleId = TickModule::SchedulerModuleId;
 constexpr const char* kTraceModule = "ZYN.TS";
-// Guards against a hang only; a working scheduler gets there in milliseconds.
-constexpr std::chrono::seconds kHangGuard{20};
 constexpr std::chrono::milliseconds kTickPeriod{6};
-
-/// Polls `condition` until it holds; false when the hang guard ran out.
-template <typename Condition>
-bool eventually(Condition condition) {
-    const Clock::time_point deadline = Clock::now() + kHangGuard;
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
+namespace Phase = TickModule::Phase;
+using host_run::eventually;
 
 /// A tick function that counts its calls, keeps when they came and on which
 /// thread (the oscillator's).
@@ -57,6 +46,7 @@ struct Recorder {
     std::vector<Clock::time_point> times;
     std::atomic<uint64_t> calls{0};
     std::atomic<pid_t> threadId{0};
+    STickHandler* handle = nullptr;
 
     static void onTick(void* context) {
         auto* recorder = static_cast<Recorder*>(context);
@@ -68,6 +58,11 @@ struct Recorder {
         recorder->calls.fetch_add(1);
     }
     ITickReceiver receiver() { return ITickReceiver{this, &Recorder::onTick}; }
+    /// Registers through the client interface `api`, keeping the handle.
+    uint32_t registerWith(ITickScheduler* api, uint32_t interval, const char* name) {
+        const ITickReceiver tickReceiver = receiver();
+        return api->RegisterTickHandler(&handle, &tickReceiver, interval, name);
+    }
     std::vector<Clock::time_point> callTimes() {
         std::lock_guard<std::mutex> lock(mutex);
         return times;
@@ -89,51 +84,18 @@ uint64_t voluntarySleeps(pid_t tid) {
     return 0;
 }
 
-/// Collects the lines of the reference trace service.
-class TraceCapture {
+/// The lines of the reference trace service while it exists.
+class ModuleTraces : public TraceCapture {
 public:
-    TraceCapture() {
-        platform_host::setTraceSink([this](const std::string& line) {
-            std::lock_guard<std::mutex> lock(mutex);
-            lines.push_back(line);
-        });
-    }
-    ~TraceCapture() { platform_host::setTraceSink({}); }
-    TraceCapture(const TraceCapture&) = delete;
-    TraceCapture& operator=(const TraceCapture&) = delete;
-
-    /// The texts of the messages written at `level` under `function`, in order.
+    /// The texts of this module's messages at `level` under `function`.
     std::vector<std::string> texts(uint32_t level, const std::string& function) {
-        const std::string marker = std::string(kTraceModule) + " L" + std::to_string(level) + " " + function + ": ";
-        std::vector<std::string> found;
-        std::lock_guard<std::mutex> lock(mutex);
-        for (const std::string& line : lines) {
-            const std::string::size_type at = line.find(marker);
-            if (at != std::string::npos) {
-                found.push_back(line.substr(at + marker.size()));
-            }
-        }
-        return found;
+        return host_run::messageTexts(lines(), kTraceModule, level, function);
     }
-
-private:
-    std::mutex mutex;
-    std::vector<std::string> lines;
 };
 
-/// The results that this module's callback gave for one phase.
-std::vector<uint32_t> resultsOf(const std::vector<platform_host::PhaseCallResult>& results) {
-    std::vector<uint32_t> ours;
-    for (const platform_host::PhaseCallResult& result : results) {
-        if (result.moduleId == kModuleId) {
-            EXPECT_EQ(result.callbackName, "CCTickScheduler_OnPhaseActivation");
-            ours.push_back(result.result);
-        }
-    }
-    return ours;
-}
+const host_run::ModulePhases kModulePhases{kModuleId, "CCTickScheduler_OnPhaseActivation"};
 
-std::vector<uint32_t> runPhase(uint32_t phase) { return resultsOf(platform_host::runPhase(phase)); }
+std::vector<uint32_t> runPhase(uint32_t phase) { return kModulePhases.run(phase); }
 
 ITickScheduler* brokerInterface() {
     return dynamic_cast<ITickScheduler*>(InterfaceBroker::getInstance()->getInterface("ITickScheduler"));
@@ -167,11 +129,21 @@ protected:
         (void)InterfaceBroker::getInstance()->unregisterInterface("ITickScheduler", nullptr);
     }
 
-    /// Initialize, then phases 11 and 13, as the platform's start-up does.
+    /// Initialize, then the configure and idle phases, as the platform's
+    /// start-up does.
     void initializeAndPrepare(ETickPriority priority = TICK_PRIORITY_LOWEST) {
         ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
-        ASSERT_EQ(runPhase(11), std::vector<uint32_t>{TickResult::Success});
-        ASSERT_EQ(runPhase(13), std::vector<uint32_t>{TickResult::Success});
+        ASSERT_EQ(runPhase(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
+        ASSERT_EQ(runPhase(Phase::Idle), std::vector<uint32_t>{TickResult::Success});
+    }
+
+    /// Registers `recorder` under `name` on every tick through `api`, runs
+    /// the start phase and waits until it has been called twice.
+    void startTickingWith(ITickScheduler* api, Recorder& recorder, const char* name) {
+        ASSERT_EQ(recorder.registerWith(api, 1, name), TickResult::Success);
+        keep({recorder.handle});
+        ASSERT_EQ(runPhase(Phase::StartTicks), std::vector<uint32_t>{TickResult::Success});
+        ASSERT_TRUE(eventually([&] { return recorder.calls.load() >= 2; }));
     }
 
     /// Notes records that the test does not unregister, so that they are
@@ -190,17 +162,18 @@ TEST_F(SchedulerEndToEndTest, InitializeRegistersTheModuleItsCallbackAndItsInter
     EXPECT_EQ(api->RegisterTickHandler, &CTickScheduler_RegisterTickHandler);
     EXPECT_EQ(api->DisableTickGroup, &CTickScheduler_DisableTickGroup);
 
-    // The callback is subscribed to exactly 11, 13, 14 and 16.
+    // The callback is subscribed to exactly the configure, idle, start and
+    // shut-down phases.
     EXPECT_EQ(runPhase(12), std::vector<uint32_t>{});
     EXPECT_EQ(runPhase(15), std::vector<uint32_t>{});
-    EXPECT_EQ(runPhase(11), std::vector<uint32_t>{TickResult::Success});
+    EXPECT_EQ(runPhase(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     EXPECT_TRUE(tickScheduler.tickOscillator.isInitialized());
     EXPECT_EQ(tickScheduler.tickOscillator.getPriority(), 79);
-    EXPECT_EQ(runPhase(13), std::vector<uint32_t>{TickResult::Success});
+    EXPECT_EQ(runPhase(Phase::Idle), std::vector<uint32_t>{TickResult::Success});
 }
 
 TEST_F(SchedulerEndToEndTest, HandlersRunOnRealSixMillisecondTicksAfterTheStartUpListing) {
-    TraceCapture capture;
+    ModuleTraces capture;
     Recorder early;
     Recorder fast;
     Recorder slow;
@@ -212,16 +185,12 @@ TEST_F(SchedulerEndToEndTest, HandlersRunOnRealSixMillisecondTicksAfterTheStartU
     initializeAndPrepare();
     ITickScheduler* api = brokerInterface();
     ASSERT_NE(api, nullptr);
-    STickHandler* fastHandle = nullptr;
-    STickHandler* slowHandle = nullptr;
-    const ITickReceiver fastReceiver = fast.receiver();
-    const ITickReceiver slowReceiver = slow.receiver();
-    ASSERT_EQ(api->RegisterTickHandler(&fastHandle, &fastReceiver, 1, "Fast"), TickResult::Success);
-    ASSERT_EQ(api->RegisterTickHandler(&slowHandle, &slowReceiver, 2, "Slow"), TickResult::Success);
-    keep({fastHandle, slowHandle});
-    ASSERT_EQ(api->SetTickPriority(slowHandle, 2), TickResult::Success);
+    ASSERT_EQ(fast.registerWith(api, 1, "Fast"), TickResult::Success);
+    ASSERT_EQ(slow.registerWith(api, 2, "Slow"), TickResult::Success);
+    keep({fast.handle, slow.handle});
+    ASSERT_EQ(api->SetTickPriority(slow.handle, 2), TickResult::Success);
 
-    ASSERT_EQ(runPhase(14), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::StartTicks), std::vector<uint32_t>{TickResult::Success});
     EXPECT_EQ(capture.texts(5, "CTickScheduler_PhaseModuleStartTick"),
               (std::vector<std::string>{"Starting TickScheduler with TickHandlers in the following order",
                                         "Slow: Prio = 2, tickInterval = 12, current interval = 0",
@@ -229,7 +198,7 @@ TEST_F(SchedulerEndToEndTest, HandlersRunOnRealSixMillisecondTicksAfterTheStartU
                                         "Fast: Prio = 5, tickInterval = 6, current interval = 0"}));
 
     ASSERT_TRUE(eventually([&] { return fast.calls.load() >= 41; }));
-    ASSERT_EQ(runPhase(16), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
 
     // The same passes call Slow on every second and Early on every fourth tick.
     const uint64_t passes = fast.calls.load();
@@ -245,9 +214,9 @@ TEST_F(SchedulerEndToEndTest, TicksComeOnTheSixMillisecondGridAndNeverEarly) {
     const ITickReceiver receiver = recorder.receiver();
     ASSERT_EQ(CTickScheduler_RegisterTickHandler(&handle, &receiver, 1, "Grid"), TickResult::Success);
     keep({handle});
-    ASSERT_EQ(runPhase(14), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::StartTicks), std::vector<uint32_t>{TickResult::Success});
     ASSERT_TRUE(eventually([&] { return recorder.calls.load() >= 41; }));
-    ASSERT_EQ(runPhase(16), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
 
     // Never early: 40 periods take at least 40 x 6 ms, less the wake-up
     // latency of the first call.
@@ -257,23 +226,20 @@ TEST_F(SchedulerEndToEndTest, TicksComeOnTheSixMillisecondGridAndNeverEarly) {
 }
 
 TEST_F(SchedulerEndToEndTest, EveryInterfaceSlotWorksOnTheTickingScheduler) {
-    TraceCapture capture;
+    ModuleTraces capture;
     initializeAndPrepare();
     ITickScheduler* api = brokerInterface();
     ASSERT_NE(api, nullptr);
     Recorder first;
     Recorder grouped;
     Recorder offset;
-    STickHandler* firstHandle = nullptr;
-    STickHandler* groupedHandle = nullptr;
-    STickHandler* offsetHandle = nullptr;
-    const ITickReceiver firstReceiver = first.receiver();
-    const ITickReceiver groupedReceiver = grouped.receiver();
-    const ITickReceiver offsetReceiver = offset.receiver();
     // Slot 1.
-    ASSERT_EQ(api->RegisterTickHandler(&firstHandle, &firstReceiver, 1, "First"), TickResult::Success);
-    ASSERT_EQ(api->RegisterTickHandler(&groupedHandle, &groupedReceiver, 1, "Grouped"), TickResult::Success);
-    ASSERT_EQ(api->RegisterTickHandler(&offsetHandle, &offsetReceiver, 100000, "Offset"), TickResult::Success);
+    ASSERT_EQ(first.registerWith(api, 1, "First"), TickResult::Success);
+    ASSERT_EQ(grouped.registerWith(api, 1, "Grouped"), TickResult::Success);
+    ASSERT_EQ(offset.registerWith(api, 100000, "Offset"), TickResult::Success);
+    STickHandler*& firstHandle = first.handle;
+    STickHandler* const groupedHandle = grouped.handle;
+    STickHandler* const offsetHandle = offset.handle;
     keep({groupedHandle, offsetHandle});
     // Slots 9 and 12: a member of a disabled group is not called.
     ASSERT_EQ(api->AddGroup(groupedHandle, 1), TickResult::Success);
@@ -281,7 +247,7 @@ TEST_F(SchedulerEndToEndTest, EveryInterfaceSlotWorksOnTheTickingScheduler) {
     // Slot 5: one tick before the end of its interval, so due on the second
     // tick and then not for another ten minutes.
     ASSERT_EQ(api->SetStartOffset(offsetHandle, 99999), TickResult::Success);
-    ASSERT_EQ(runPhase(14), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::StartTicks), std::vector<uint32_t>{TickResult::Success});
 
     ASSERT_TRUE(eventually([&] { return first.calls.load() >= 3; }));
     EXPECT_EQ(grouped.calls.load(), 0u);
@@ -339,30 +305,25 @@ TEST_F(SchedulerEndToEndTest, EveryInterfaceSlotWorksOnTheTickingScheduler) {
               std::vector<std::string>{"Tick Handler First unregistered successfully"});
     EXPECT_EQ(offset.calls.load(), 1u);
 
-    ASSERT_EQ(runPhase(16), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
 }
 
 TEST_F(SchedulerEndToEndTest, PhaseSixteenShutsDownAndASecondInitializeStartsOver) {
-    TraceCapture capture;
+    ModuleTraces capture;
     initializeAndPrepare();
     ITickScheduler* api = brokerInterface();
     ASSERT_NE(api, nullptr);
     Recorder recorder;
-    STickHandler* handle = nullptr;
-    const ITickReceiver receiver = recorder.receiver();
-    ASSERT_EQ(api->RegisterTickHandler(&handle, &receiver, 1, "Before"), TickResult::Success);
-    keep({handle});
-    ASSERT_EQ(runPhase(14), std::vector<uint32_t>{TickResult::Success});
-    ASSERT_TRUE(eventually([&] { return recorder.calls.load() >= 2; }));
+    ASSERT_NO_FATAL_FAILURE(startTickingWith(api, recorder, "Before"));
 
-    ASSERT_EQ(runPhase(16), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
     EXPECT_FALSE(tickScheduler.tickOscillator.isRunning());
     EXPECT_EQ(brokerInterface(), nullptr);
     EXPECT_TRUE(handlerList().empty());
     // The module stays registered with the module manager; its callback now
     // finds it uninitialised.
     EXPECT_TRUE(platform_host::isModuleRegistered(kModuleId));
-    EXPECT_EQ(runPhase(11), std::vector<uint32_t>{TickResult::ModuleNotInitialized});
+    EXPECT_EQ(runPhase(Phase::Configure), std::vector<uint32_t>{TickResult::ModuleNotInitialized});
     EXPECT_EQ(capture.texts(2, "CTickScheduler_OnPhaseActivation"),
               std::vector<std::string>{"Tick Scheduler has not been initialized"});
 
@@ -373,16 +334,11 @@ TEST_F(SchedulerEndToEndTest, PhaseSixteenShutsDownAndASecondInitializeStartsOve
     EXPECT_TRUE(capture.texts(1, "CTickScheduler_Initialize").empty());
     api = brokerInterface();
     ASSERT_NE(api, nullptr);
-    ASSERT_EQ(runPhase(11), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     Recorder again;
-    STickHandler* againHandle = nullptr;
-    const ITickReceiver againReceiver = again.receiver();
-    ASSERT_EQ(api->RegisterTickHandler(&againHandle, &againReceiver, 1, "After"), TickResult::Success);
-    keep({againHandle});
-    ASSERT_EQ(runPhase(14), std::vector<uint32_t>{TickResult::Success});
-    ASSERT_TRUE(eventually([&] { return again.calls.load() >= 2; }));
+    ASSERT_NO_FATAL_FAILURE(startTickingWith(api, again, "After"));
     const uint64_t oldCalls = recorder.calls.load();
-    ASSERT_EQ(runPhase(16), std::vector<uint32_t>{TickResult::Success});
+    ASSERT_EQ(runPhase(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
     EXPECT_EQ(recorder.calls.load(), oldCalls);
 }
 
