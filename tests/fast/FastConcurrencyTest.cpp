@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "Eventually.h"
 #include "FastSchedulerFixture.h"
 #include "TickModuleIdentity.h"
 
@@ -307,10 +308,7 @@ TEST_F(FastConcurrency, ClientsChurnWhileTheOscillatorThreadTicks) {
         client.join();
     }
     // Generous: only proves that ticks arrive at all.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (steady.calls.load() < 3 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    (void)test_wait::eventually([&] { return steady.calls.load() >= 3; }, std::chrono::seconds(10));
 
     ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::ShutDown), TickResult::Success);
     EXPECT_FALSE(module().tickOscillator.isRunning());

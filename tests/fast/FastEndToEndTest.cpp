@@ -218,7 +218,7 @@ TEST_F(FastEndToEnd, TicksFlowOnceSomethingStartsTheOscillator) {
     ASSERT_EQ(module().tickOscillator.start(), TickResult::Success);
 
     // Generous: only proves that ticks arrive at all.
-    (void)host_run::eventually([&] { return counter.calls.load() >= 5; });
+    (void)test_wait::eventually([&] { return counter.calls.load() >= 5; }, std::chrono::seconds(10));
     ASSERT_EQ(kModulePhases.run(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
     const uint64_t afterShutDown = counter.calls.load();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

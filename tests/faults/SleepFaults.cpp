@@ -3,13 +3,13 @@
 #include <cerrno>
 #include <mutex>
 
+#include "ZynSupport/MonotonicClock.h"
+
 extern "C" int __real_clock_nanosleep(clockid_t clock, int flags, const struct timespec* request,
                                       struct timespec* remain);
 
 namespace sleep_faults {
 namespace {
-
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
 
 struct State {
     std::mutex mutex;
@@ -23,15 +23,6 @@ struct State {
 State& state() {
     static State* const instance = new State;
     return *instance;
-}
-
-int64_t toNs(const timespec& value) { return value.tv_sec * kNanosecondsPerSecond + value.tv_nsec; }
-
-timespec fromNs(int64_t value) {
-    timespec result{};
-    result.tv_sec = value / kNanosecondsPerSecond;
-    result.tv_nsec = value % kNanosecondsPerSecond;
-    return result;
 }
 
 /// The mode of this call, counting it against the script.
@@ -96,7 +87,7 @@ extern "C" int __wrap_clock_nanosleep(clockid_t clock, int flags, const struct t
     event.kind = Event::Sleep;
     event.clock = clock;
     event.flags = flags;
-    event.requestNs = sleep_faults::toNs(*request);
+    event.requestNs = zyn_support::toNanoseconds(*request);
     event.remainIsRequest = remain == request;
     int error = 0;
     switch (sleep_faults::takeMode(error)) {
@@ -112,11 +103,11 @@ extern "C" int __wrap_clock_nanosleep(clockid_t clock, int flags, const struct t
             break;
         case Mode::InterruptHalfway: {
             const int64_t requested = event.requestNs;
-            const timespec half = sleep_faults::fromNs(requested / 2);
+            const timespec half = zyn_support::toTimespec(requested / 2);
             (void)__real_clock_nanosleep(clock, 0, &half, nullptr);
             event.remainNs = requested - requested / 2;
             if (remain != nullptr) {
-                *remain = sleep_faults::fromNs(event.remainNs);
+                *remain = zyn_support::toTimespec(event.remainNs);
             }
             event.result = EINTR;
             break;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "SchedulerFixture.h"
+#include "ScriptedClock.h"
 #include "TickStatistics.h"
 
 namespace scheduler_test {
@@ -83,7 +84,12 @@ const std::vector<uint32_t>& resultsOfToday() {
     return results;
 }
 
-class StatisticsOffStateTest : public SchedulerTest {};
+class StatisticsOffStateTest : public SchedulerTest {
+protected:
+    // Passes are timed on a clock only the test moves, and nothing moves it:
+    // no pass overruns, however long the host takes to throw and catch.
+    test_support::ScriptedClock clock;
+};
 
 TEST_F(StatisticsOffStateTest, NeverSwitchedOnTheSchedulerTracesAndReturnsWhatItAlwaysDid) {
     const Outcome outcome = runScenario();
