@@ -27,25 +27,26 @@ struct ListNode {
 /// What reset() returns to its start: the scripted results and the calls
 /// recorded.
 struct ResettableState {
-    // What the test scripted; the defaults succeed.
     uint32_t traceLevel = 7;
     int traceErrno = 0;
+    std::vector<TraceRecord> traces;
+    uint64_t isEnabledCalls = 0;
+
     uint32_t registerModuleResult = 0;
     uint32_t registerCallbackResult = 0;
-    uint32_t registerInterfaceResult = 0;
-    uint32_t missingRemoveResult = kDefaultMissingRemoveResult;
-    uint32_t getNextNullCountdown = 0;
-    int setSchedulingResult = 0;
-    int setNameResult = 0;
-
-    // What the library did.
-    uint64_t isEnabledCalls = 0;
-    std::vector<TraceRecord> traces;
     std::vector<ModuleRegistration> modules;
     std::vector<CallbackRegistration> callbacks;
+
+    uint32_t registerInterfaceResult = 0;
     std::vector<BrokerCall> brokerCalls;
     std::map<std::string, IInterface*> interfaces;
+
+    uint32_t missingRemoveResult = kDefaultMissingRemoveResult;
+    uint32_t getNextNullCountdown = 0;
     std::vector<ListFunction> listCalls;
+
+    int setSchedulingResult = 0;
+    int setNameResult = 0;
     std::vector<SchedulingCall> schedulingCalls;
     std::vector<NamingCall> namingCalls;
 };
