@@ -14,15 +14,14 @@
 
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <mutex>
 
 #include "CpuLatency.h"
+#include "ThreadSignalRequest.h"
 
 namespace platform_host::detail {
 namespace {
 
-constexpr long kPollIntervalNs = 100000;  // 0.1 ms
 constexpr long kTimeoutMs = 200;
 
 std::mutex requestMutex;  // one request at a time
@@ -65,19 +64,13 @@ bool prepare() {
     if (prepared) {
         return true;
     }
-    struct sigaction current {};
-    if (::sigaction(holderSignal(), nullptr, &current) != 0 || (current.sa_flags & SA_SIGINFO) != 0 ||
-        current.sa_handler != SIG_DFL) {
+    if (!hasDefaultDisposition(holderSignal())) {
         return false;
     }
     if (::pthread_key_create(&holderKey, &onThreadExit) != 0) {
         return false;
     }
-    struct sigaction handler {};
-    handler.sa_sigaction = &onHolderRequest;
-    handler.sa_flags = SA_SIGINFO | SA_RESTART;
-    ::sigemptyset(&handler.sa_mask);
-    if (::sigaction(holderSignal(), &handler, nullptr) != 0) {
+    if (!installRequestHandler(holderSignal(), &onHolderRequest)) {
         ::pthread_key_delete(holderKey);
         return false;
     }
@@ -88,14 +81,9 @@ bool prepare() {
 /// Waits for the handler's outcome of `request`: 1 marked, 0 marked already,
 /// -1 never claimed (and now withdrawn, so it never will be).
 int awaitOutcome(int request) {
-    const long polls = kTimeoutMs * 1000000L / kPollIntervalNs;
-    for (long poll = 0; poll <= polls; ++poll) {
-        const int outcome = lastOutcome.load(std::memory_order_acquire);
-        if (outcome / 2 == request) {
-            return outcome % 2 == 0 ? 1 : 0;
-        }
-        const timespec interval{0, kPollIntervalNs};
-        ::nanosleep(&interval, nullptr);
+    const int alreadyMarked = awaitAnswerBit(lastOutcome, request, kTimeoutMs);
+    if (alreadyMarked >= 0) {
+        return alreadyMarked == 0 ? 1 : 0;
     }
     int expected = request;
     if (pendingRequest.compare_exchange_strong(expected, 0)) {
@@ -108,11 +96,9 @@ int awaitOutcome(int request) {
 
 /// Marks another thread through the signal; the outcome as awaitOutcome's.
 int markOtherThread(pthread_t thread) {
-    const int request = requestsSent.fetch_add(1, std::memory_order_relaxed) % 0x3fffffff + 1;
+    const int request = nextRequestNumber(requestsSent);
     pendingRequest.store(request);
-    sigval value{};
-    value.sival_int = request;
-    if (::pthread_sigqueue(thread, holderSignal(), value) != 0) {
+    if (!sendRequest(thread, holderSignal(), request)) {
         pendingRequest.store(0);
         return -1;
     }

@@ -21,6 +21,7 @@
 #include "PlatformDouble.h"
 #include "RawBytes.h"
 #include "STickHandler.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
 using expected_layout::kFirstSlot;
@@ -32,9 +33,6 @@ using raw_bytes::readAt;
 
 namespace {
 
-constexpr uint32_t kTickSchedulerModuleId = 22000;
-constexpr uint32_t kTickSchedulerFastModuleId = 22001;
-
 int clientContext;
 void clientOnTick(void*) {}
 
@@ -42,15 +40,17 @@ using RegisterBySlot = uint32_t (*)(STickHandler**, const ITickReceiver*, uint32
 using RegisterFastBySlot = uint32_t (*)(STickHandler**, const ITickReceiver*, const char*);
 using UnregisterBySlot = uint32_t (*)(STickHandler**);
 
-/// The object registered with the broker under `name`, as its IInterface part.
-const IInterface* publishedInterface(const std::string& name) {
+/// The object registered with the broker under `name`, as the interface
+/// `Interface`; null when none was or it is of another type.
+template <typename Interface>
+const Interface* publishedInterface(const std::string& name) {
     const IInterface* found = nullptr;
     for (const platform_double::BrokerCall& call : platform_double::brokerCalls()) {
         if (call.registration && call.name == name) {
             found = call.iface;
         }
     }
-    return found;
+    return dynamic_cast<const Interface*>(found);
 }
 
 /// The phase-callback record the module `moduleId` handed to the module manager.
@@ -93,35 +93,66 @@ void expectFreshRecord(const STickHandler* record, uint32_t tickInterval, const 
     EXPECT_EQ(readAt<uint32_t>(record, kHandler.groupMask), 0u);
 }
 
-class PublishedTickScheduler : public ::testing::Test {
+/// The record behind a handle that slot 0 of `object` just handed out reads
+/// as a fresh one; slot 1 unregisters it and clears the handle.
+template <typename Interface>
+void expectFreshRecordThenUnregisterBySlot(const Interface& object, STickHandler* handle, uint32_t tickInterval,
+                                           const char* name) {
+    ASSERT_NE(handle, nullptr);
+    expectFreshRecord(handle, tickInterval, name);
+    EXPECT_EQ(slotAt<UnregisterBySlot>(object, 1)(&handle), TickResult::Success);
+    EXPECT_EQ(handle, nullptr);
+}
+
+/// The record module `moduleId` handed to the module manager reads as a null
+/// context, then a callback that acknowledges the idle phase and refuses
+/// phase 12, which neither module takes.
+void expectPhaseRecordOfNullContextThenCallback(uint32_t moduleId) {
+    const SPhaseCallbackContext* record = phaseRecordOf(moduleId);
+    ASSERT_NE(record, nullptr);
+
+    EXPECT_EQ(readAt<void*>(record, kTwoPointers.context), nullptr);
+    const PhaseCallback callback = readAt<PhaseCallback>(record, kTwoPointers.function);
+    ASSERT_NE(callback, nullptr);
+    EXPECT_EQ(callback(nullptr, TickModule::Phase::Idle), TickResult::Success);
+    EXPECT_EQ(callback(nullptr, 12), TickResult::PhaseNotHandled);
+}
+
+/// An interface object a module published, and a handle and receiver for
+/// registering through its slots as a client would.
+template <typename Interface>
+class PublishedObject : public ::testing::Test {
+protected:
+    /// Finds the object the module published under `name` once `initialize`
+    /// succeeded.
+    void findPublished(uint32_t initializeResult, const char* name) {
+        ASSERT_EQ(initializeResult, TickResult::Success);
+        object = publishedInterface<Interface>(name);
+        ASSERT_NE(object, nullptr) << "no " << name << " in the broker";
+    }
+
+    const Interface* object = nullptr;
+    const ITickReceiver receiver{&clientContext, &clientOnTick};
+    STickHandler* handle = nullptr;
+};
+
+class PublishedTickScheduler : public PublishedObject<ITickScheduler> {
 protected:
     void SetUp() override {
         platform_double::reset();
         const ETickPriority priority = TICK_PRIORITY_NORMAL;
-        ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
-        const IInterface* published = publishedInterface("ITickScheduler");
-        ASSERT_NE(published, nullptr);
-        object = dynamic_cast<const ITickScheduler*>(published);
-        ASSERT_NE(object, nullptr);
+        findPublished(CTickScheduler_Initialize(&priority), "ITickScheduler");
     }
     void TearDown() override { CTickScheduler_Uninitialize(); }
-
-    const ITickScheduler* object = nullptr;
 };
 
-class PublishedTickSchedulerFast : public ::testing::Test {
+class PublishedTickSchedulerFast : public PublishedObject<ITickSchedulerFast> {
 protected:
     void SetUp() override {
         platform_double::reset();
-        ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-        const IInterface* published = publishedInterface("ITickSchedulerFast");
-        ASSERT_NE(published, nullptr);
-        object = dynamic_cast<const ITickSchedulerFast*>(published);
-        ASSERT_NE(object, nullptr);
+        findPublished(CTickSchedulerFast_Initialize(), "ITickSchedulerFast");
     }
     void TearDown() override { CTickSchedulerFast_Uninitialize(); }
-
-    const ITickSchedulerFast* object = nullptr;
 };
 
 }  // namespace
@@ -144,27 +175,12 @@ TEST_F(PublishedTickScheduler, SlotsHoldTheOperationsInTheirFixedOrder) {
 }
 
 TEST_F(PublishedTickScheduler, HandlerRegisteredThroughTheFirstSlotReadsAsTheClientExpects) {
-    const ITickReceiver receiver{&clientContext, &clientOnTick};
-    STickHandler* handle = nullptr;
-
     ASSERT_EQ(slotAt<RegisterBySlot>(*object, 0)(&handle, &receiver, 7, "LayoutProbe"), TickResult::Success);
-    ASSERT_NE(handle, nullptr);
-    expectFreshRecord(handle, 7, "LayoutProbe");
-
-    EXPECT_EQ(slotAt<UnregisterBySlot>(*object, 1)(&handle), TickResult::Success);
-    EXPECT_EQ(handle, nullptr);
+    expectFreshRecordThenUnregisterBySlot(*object, handle, 7, "LayoutProbe");
 }
 
 TEST_F(PublishedTickScheduler, PhaseRecordReadsAsNullContextThenCallback) {
-    const SPhaseCallbackContext* record = phaseRecordOf(kTickSchedulerModuleId);
-    ASSERT_NE(record, nullptr);
-
-    EXPECT_EQ(readAt<void*>(record, kTwoPointers.context), nullptr);
-    const PhaseCallback callback = readAt<PhaseCallback>(record, kTwoPointers.function);
-    ASSERT_NE(callback, nullptr);
-    // Phase 13 changes nothing; phase 12 is one the module does not take.
-    EXPECT_EQ(callback(nullptr, 13), TickResult::Success);
-    EXPECT_EQ(callback(nullptr, 12), TickResult::PhaseNotHandled);
+    expectPhaseRecordOfNullContextThenCallback(TickModule::SchedulerModuleId);
 }
 
 TEST_F(PublishedTickSchedulerFast, SlotsHoldTheOperationsInTheirFixedOrder) {
@@ -182,26 +198,12 @@ TEST_F(PublishedTickSchedulerFast, SlotsHoldTheOperationsInTheirFixedOrder) {
 }
 
 TEST_F(PublishedTickSchedulerFast, HandlerRegisteredThroughTheFirstSlotReadsAsTheClientExpects) {
-    const ITickReceiver receiver{&clientContext, &clientOnTick};
-    STickHandler* handle = nullptr;
-
     ASSERT_EQ(slotAt<RegisterFastBySlot>(*object, 0)(&handle, &receiver, "FastLayoutProbe"), TickResult::Success);
-    ASSERT_NE(handle, nullptr);
     // The fast module fills the record as the interval scheduler would for
     // interval 0.
-    expectFreshRecord(handle, 0, "FastLayoutProbe");
-
-    EXPECT_EQ(slotAt<UnregisterBySlot>(*object, 1)(&handle), TickResult::Success);
-    EXPECT_EQ(handle, nullptr);
+    expectFreshRecordThenUnregisterBySlot(*object, handle, 0, "FastLayoutProbe");
 }
 
 TEST_F(PublishedTickSchedulerFast, PhaseRecordReadsAsNullContextThenCallback) {
-    const SPhaseCallbackContext* record = phaseRecordOf(kTickSchedulerFastModuleId);
-    ASSERT_NE(record, nullptr);
-
-    EXPECT_EQ(readAt<void*>(record, kTwoPointers.context), nullptr);
-    const PhaseCallback callback = readAt<PhaseCallback>(record, kTwoPointers.function);
-    ASSERT_NE(callback, nullptr);
-    EXPECT_EQ(callback(nullptr, 13), TickResult::Success);
-    EXPECT_EQ(callback(nullptr, 12), TickResult::PhaseNotHandled);
+    expectPhaseRecordOfNullContextThenCallback(TickModule::FastSchedulerModuleId);
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace raw_bytes {
 
@@ -31,6 +32,22 @@ template <typename Object, typename Member>
 std::size_t offsetWithin(const Object& object, const Member& member) {
     return static_cast<std::size_t>(reinterpret_cast<const unsigned char*>(&member) -
                                     reinterpret_cast<const unsigned char*>(&object));
+}
+
+/// A record client code may copy as bytes and read at fixed offsets.
+template <typename Record>
+constexpr bool kPlainRecord = std::is_standard_layout<Record>::value&& std::is_trivially_copyable<Record>::value;
+
+/// True when a record's layout, written as the offsets of its fields in
+/// declaration order followed by its size, is the `expected` one.
+template <std::size_t N>
+constexpr bool laidOutAs(const std::size_t (&offsetsThenSize)[N], const std::size_t (&expected)[N]) {
+    for (std::size_t i = 0; i < N; ++i) {
+        if (offsetsThenSize[i] != expected[i]) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace raw_bytes

@@ -6,37 +6,38 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "RawBytes.h"
 #include "TickStatistics.h"
 
 using raw_bytes::readAt;
 
-static_assert(std::is_standard_layout<STickHandlerStatistics>::value, "a C layout");
-static_assert(std::is_trivially_copyable<STickHandlerStatistics>::value, "copied as bytes");
-static_assert(offsetof(STickHandlerStatistics, size) == 0, "the size comes first");
-static_assert(offsetof(STickHandlerStatistics, calls) == 8, "the counts start the 64-bit fields");
-static_assert(offsetof(STickHandlerStatistics, overBudget) == 16, "fixed offset");
-static_assert(offsetof(STickHandlerStatistics, totalNs) == 24, "fixed offset");
-static_assert(offsetof(STickHandlerStatistics, minNs) == 32, "fixed offset");
-static_assert(offsetof(STickHandlerStatistics, maxNs) == 40, "fixed offset");
-static_assert(offsetof(STickHandlerStatistics, lastNs) == 48, "fixed offset");
-static_assert(sizeof(STickHandlerStatistics) == 56, "no padding on any target");
+using HandlerRecord = STickHandlerStatistics;
+using SchedulerRecord = STickSchedulerStatistics;
 
-static_assert(std::is_standard_layout<STickSchedulerStatistics>::value, "a C layout");
-static_assert(std::is_trivially_copyable<STickSchedulerStatistics>::value, "copied as bytes");
-static_assert(offsetof(STickSchedulerStatistics, size) == 0, "the size comes first");
-static_assert(offsetof(STickSchedulerStatistics, enabled) == 4, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, passes) == 8, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, overruns) == 16, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, periodNs) == 24, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, handlerBudgetNs) == 32, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, longestPassNs) == 40, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, longestPassCulpritNs) == 48, "fixed offset");
-static_assert(offsetof(STickSchedulerStatistics, longestPassCulprit) == 56, "fixed offset");
-static_assert(sizeof(STickSchedulerStatistics) == 88, "no padding on any target");
-static_assert(alignof(STickSchedulerStatistics) == 8, "64-bit fields are 8-byte aligned on every target");
+static_assert(raw_bytes::kPlainRecord<HandlerRecord>, "a C layout, copied as bytes");
+// The size first, the counts start the 64-bit fields, no padding on any
+// target.
+static_assert(raw_bytes::laidOutAs({offsetof(HandlerRecord, size), offsetof(HandlerRecord, calls),
+                                    offsetof(HandlerRecord, overBudget), offsetof(HandlerRecord, totalNs),
+                                    offsetof(HandlerRecord, minNs), offsetof(HandlerRecord, maxNs),
+                                    offsetof(HandlerRecord, lastNs), sizeof(HandlerRecord)},
+                                   {0, 8, 16, 24, 32, 40, 48, 56}),
+              "size, calls, overBudget, totalNs, minNs, maxNs, lastNs at fixed offsets, 56 bytes");
+
+static_assert(raw_bytes::kPlainRecord<SchedulerRecord>, "a C layout, copied as bytes");
+// The size first, then fixed offsets up to the culprit's name, no padding on
+// any target.
+static_assert(raw_bytes::laidOutAs({offsetof(SchedulerRecord, size), offsetof(SchedulerRecord, enabled),
+                                    offsetof(SchedulerRecord, passes), offsetof(SchedulerRecord, overruns),
+                                    offsetof(SchedulerRecord, periodNs), offsetof(SchedulerRecord, handlerBudgetNs),
+                                    offsetof(SchedulerRecord, longestPassNs),
+                                    offsetof(SchedulerRecord, longestPassCulpritNs),
+                                    offsetof(SchedulerRecord, longestPassCulprit), sizeof(SchedulerRecord)},
+                                   {0, 4, 8, 16, 24, 32, 40, 48, 56, 88}),
+              "size, enabled, passes, overruns, periodNs, handlerBudgetNs, longestPassNs, longestPassCulpritNs, "
+              "longestPassCulprit at fixed offsets, 88 bytes");
+static_assert(alignof(SchedulerRecord) == 8, "64-bit fields are 8-byte aligned on every target");
 
 TEST(StatisticsLayout, HandlerRecordHoldsSizeThenCountsThenTimesInThisOrder) {
     STickHandlerStatistics record{};

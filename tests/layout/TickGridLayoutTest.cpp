@@ -6,21 +6,20 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "RawBytes.h"
 #include "TickGrid.h"
 
 using raw_bytes::readAt;
 
-static_assert(std::is_standard_layout<STickGrid>::value, "STickGrid keeps a C layout");
-static_assert(std::is_trivially_copyable<STickGrid>::value, "STickGrid is copied as bytes");
-static_assert(offsetof(STickGrid, size) == 0, "the size comes first");
-static_assert(offsetof(STickGrid, running) == 4, "running follows the size");
-static_assert(offsetof(STickGrid, generation) == 8, "the generation starts the 64-bit fields");
-static_assert(offsetof(STickGrid, originNs) == 16, "the origin follows the generation");
-static_assert(offsetof(STickGrid, periodNs) == 24, "the period follows the origin");
-static_assert(sizeof(STickGrid) == 32, "no padding on any target");
+static_assert(raw_bytes::kPlainRecord<STickGrid>, "STickGrid keeps a C layout and is copied as bytes");
+// The size first, running after it, the generation starts the 64-bit fields,
+// the origin and the period follow; no padding on any target.
+static_assert(raw_bytes::laidOutAs({offsetof(STickGrid, size), offsetof(STickGrid, running),
+                                    offsetof(STickGrid, generation), offsetof(STickGrid, originNs),
+                                    offsetof(STickGrid, periodNs), sizeof(STickGrid)},
+                                   {0, 4, 8, 16, 24, 32}),
+              "size, running, generation, originNs, periodNs at fixed offsets, 32 bytes");
 static_assert(alignof(STickGrid) == 8, "64-bit fields are 8-byte aligned on every target");
 
 TEST(TickGridLayout, RawBytesHoldSizeRunningGenerationOriginPeriodInThisOrder) {

@@ -2,16 +2,16 @@
 // threads or memory for stacks.
 #pragma once
 
+#include "NonCopyable.h"
+
 namespace oscillator_test {
 
 /// While an object of this class exists, pthread_create in this process
 /// fails with EAGAIN (std::thread then throws std::system_error).
-class ThreadCreationFailure {
+class ThreadCreationFailure : test_support::NonCopyable {
 public:
     ThreadCreationFailure();
     ~ThreadCreationFailure();
-    ThreadCreationFailure(const ThreadCreationFailure&) = delete;
-    ThreadCreationFailure& operator=(const ThreadCreationFailure&) = delete;
 
     /// How many creations were refused while this object existed.
     int refusals() const;

@@ -25,36 +25,42 @@ int64_t totalNanoseconds(const timespec& elapsed) {
     return static_cast<int64_t>(elapsed.tv_sec) * 1000000000 + elapsed.tv_nsec;
 }
 
+/// Both fields as given: the compensation leaves its sums unnormalised, so a
+/// comparison of totals would hide a misplaced second.
+::testing::AssertionResult isTime(const timespec& actual, time_t seconds, long nanoseconds) {
+    if (actual.tv_sec == seconds && actual.tv_nsec == nanoseconds) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "{" << actual.tv_sec << " s, " << actual.tv_nsec << " ns}, expected {"
+                                         << seconds << " s, " << nanoseconds << " ns}";
+}
+
+/// timeDiff(start, end) written into a result that held `before`; the call
+/// must succeed.
+timespec timeDiffOf(timespec start, timespec end, timespec before) {
+    TickOscillator oscillator;
+    timespec result = before;
+    EXPECT_EQ(0u, oscillator.timeDiff(&start, &end, &result));
+    return result;
+}
+
+timespec compensatedFor6MS(timespec elapsed) {
+    TickOscillator::tickCompensation6MS(&elapsed);
+    return elapsed;
+}
+
 // ---- timeDiff --------------------------------------------------------------
 
 TEST(TimeDiff, SubtractsWithoutBorrowWhenEndNanosecondsAreLarger) {
-    TickOscillator oscillator;
-    timespec start = at(10, 100);
-    timespec end = at(12, 350);
-    timespec result = at(-1, -1);
-    EXPECT_EQ(0u, oscillator.timeDiff(&start, &end, &result));
-    EXPECT_EQ(2, result.tv_sec);
-    EXPECT_EQ(250, result.tv_nsec);
+    EXPECT_TRUE(isTime(timeDiffOf(at(10, 100), at(12, 350), at(-1, -1)), 2, 250));
 }
 
 TEST(TimeDiff, BorrowsASecondWhenStartNanosecondsAreLarger) {
-    TickOscillator oscillator;
-    timespec start = at(10, 999999000);
-    timespec end = at(12, 1000);
-    timespec result{};
-    EXPECT_EQ(0u, oscillator.timeDiff(&start, &end, &result));
-    EXPECT_EQ(1, result.tv_sec);
-    EXPECT_EQ(2000, result.tv_nsec);
+    EXPECT_TRUE(isTime(timeDiffOf(at(10, 999999000), at(12, 1000), timespec{}), 1, 2000));
 }
 
 TEST(TimeDiff, EqualNanosecondsNeedNoBorrow) {
-    TickOscillator oscillator;
-    timespec start = at(3, 500);
-    timespec end = at(3, 500);
-    timespec result = at(7, 7);
-    EXPECT_EQ(0u, oscillator.timeDiff(&start, &end, &result));
-    EXPECT_EQ(0, result.tv_sec);
-    EXPECT_EQ(0, result.tv_nsec);
+    EXPECT_TRUE(isTime(timeDiffOf(at(3, 500), at(3, 500), at(7, 7)), 0, 0));
 }
 
 TEST(TimeDiff, MatchesPlainSubtractionOverASweep) {
@@ -78,34 +84,20 @@ TEST(TimeDiff, MatchesPlainSubtractionOverASweep) {
 // ---- compensation routines -------------------------------------------------
 
 TEST(TickCompensation6MS, AddsFourMillisecondsWhenSecondsModThreeIsOne) {
-    timespec elapsed = at(4, 123);
-    TickOscillator::tickCompensation6MS(&elapsed);
-    EXPECT_EQ(4, elapsed.tv_sec);
-    EXPECT_EQ(4000123, elapsed.tv_nsec);
+    EXPECT_TRUE(isTime(compensatedFor6MS(at(4, 123)), 4, 4000123));
 }
 
 TEST(TickCompensation6MS, AddsTwoMillisecondsWhenSecondsModThreeIsTwo) {
-    timespec elapsed = at(5, 123);
-    TickOscillator::tickCompensation6MS(&elapsed);
-    EXPECT_EQ(5, elapsed.tv_sec);
-    EXPECT_EQ(2000123, elapsed.tv_nsec);
+    EXPECT_TRUE(isTime(compensatedFor6MS(at(5, 123)), 5, 2000123));
 }
 
 TEST(TickCompensation6MS, LeavesWholeMultiplesOfThreeSecondsAlone) {
-    timespec elapsed = at(6, 123);
-    TickOscillator::tickCompensation6MS(&elapsed);
-    EXPECT_EQ(6, elapsed.tv_sec);
-    EXPECT_EQ(123, elapsed.tv_nsec);
-    timespec zero = at(0, 0);
-    TickOscillator::tickCompensation6MS(&zero);
-    EXPECT_EQ(0, zero.tv_nsec);
+    EXPECT_TRUE(isTime(compensatedFor6MS(at(6, 123)), 6, 123));
+    EXPECT_TRUE(isTime(compensatedFor6MS(at(0, 0)), 0, 0));
 }
 
 TEST(TickCompensation6MS, LeavesTheSumUnnormalised) {
-    timespec elapsed = at(1, 999999999);
-    TickOscillator::tickCompensation6MS(&elapsed);
-    EXPECT_EQ(1, elapsed.tv_sec);
-    EXPECT_EQ(1003999999, elapsed.tv_nsec);
+    EXPECT_TRUE(isTime(compensatedFor6MS(at(1, 999999999)), 1, 1003999999));
 }
 
 TEST(TickCompensation1MS, ChangesNothing) {

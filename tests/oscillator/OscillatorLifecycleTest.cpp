@@ -6,22 +6,12 @@
 #include <chrono>
 #include <memory>
 
+#include "OscillatorFixture.h"
 #include "PlatformDouble.h"
-#include "TickOscillator.h"
-#include "TickRecorder.h"
 
 namespace {
 
-using oscillator_test::TickRecorder;
-
-class OscillatorLifecycle : public ::testing::Test {
-protected:
-    void SetUp() override { platform_double::reset(); }
-    void TearDown() override { oscillator.stop(); }
-
-    TickOscillator oscillator;
-    TickRecorder recorder;
-};
+class OscillatorLifecycle : public oscillator_test::OscillatorFixture {};
 
 TEST_F(OscillatorLifecycle, ConstructedOscillatorIsIdleWithDefaults) {
     EXPECT_FALSE(oscillator.isInitialized());
@@ -128,10 +118,7 @@ TEST_F(OscillatorLifecycle, RepeatedInitializeReappliesSettingsAndClearsFrozen) 
 
 TEST_F(OscillatorLifecycle, StartBeforeInitializeIsRefused) {
     EXPECT_EQ(32772u, oscillator.start());
-    EXPECT_FALSE(oscillator.isRunning());
-    EXPECT_EQ(std::thread::native_handle_type{}, oscillator.nativeHandle());
-    EXPECT_TRUE(platform_double::schedulingCalls().empty());
-    EXPECT_TRUE(platform_double::namingCalls().empty());
+    expectNoThreadStarted();
 }
 
 TEST_F(OscillatorLifecycle, SecondStartWithoutStopIsRefusedAndKeepsTheFirstThread) {
@@ -146,9 +133,7 @@ TEST_F(OscillatorLifecycle, SecondStartWithoutStopIsRefusedAndKeepsTheFirstThrea
 }
 
 TEST_F(OscillatorLifecycle, StartAfterStopStartsANewThread) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(3));
     const pid_t firstThread = recorder.tickThreadId();
     EXPECT_EQ(0u, oscillator.stop());
@@ -165,8 +150,7 @@ TEST_F(OscillatorLifecycle, StartAfterStopStartsANewThread) {
 }
 
 TEST_F(OscillatorLifecycle, TicksCarryTheReceiverContext) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
+    ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     EXPECT_EQ(recorder.receiver(), oscillator.getReceiver());
     ASSERT_EQ(0u, oscillator.start());
     ASSERT_TRUE(recorder.waitForTicks(2));
@@ -188,9 +172,7 @@ TEST_F(OscillatorLifecycle, RegisterOnTickWorksBeforeAndAfterStart) {
 }
 
 TEST_F(OscillatorLifecycle, NullReceiverIsAcceptedAndStopsDelivery) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(3));
 
     EXPECT_EQ(0u, oscillator.registerOnTick(nullptr));
@@ -214,9 +196,7 @@ TEST_F(OscillatorLifecycle, NullReceiverFromTheStartDeliversNoTicks) {
 }
 
 TEST_F(OscillatorLifecycle, ReceiverIsKeptAcrossStopAndStart) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(1));
     ASSERT_EQ(0u, oscillator.stop());
     EXPECT_EQ(recorder.receiver(), oscillator.getReceiver());
@@ -234,8 +214,7 @@ TEST_F(OscillatorLifecycle, FreezeOnANeverInitializedOscillatorSetsTheFlag) {
 }
 
 TEST_F(OscillatorLifecycle, FrozenOscillatorKeepsRunningWithoutTicksAndStops) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
+    ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     EXPECT_EQ(0u, oscillator.freeze());
     ASSERT_EQ(0u, oscillator.start());
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
@@ -247,8 +226,7 @@ TEST_F(OscillatorLifecycle, FrozenOscillatorKeepsRunningWithoutTicksAndStops) {
 }
 
 TEST_F(OscillatorLifecycle, UnfreezeResumesDelivery) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
+    ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_EQ(0u, oscillator.freeze());
     ASSERT_EQ(0u, oscillator.start());
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -266,9 +244,7 @@ TEST_F(OscillatorLifecycle, StopWithoutAThreadReturnsZero) {
 }
 
 TEST_F(OscillatorLifecycle, NoTickArrivesAfterStopReturns) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(5));
     ASSERT_EQ(0u, oscillator.stop());
     const size_t afterStop = recorder.count();
@@ -291,8 +267,7 @@ TEST_F(OscillatorLifecycle, DestructorStopsAndJoinsARunningThread) {
 TEST_F(OscillatorLifecycle, RefusedSchedulingOrNamingDoesNotFailStart) {
     platform_double::scriptSetSchedulingResult(1);
     platform_double::scriptSetNameResult(34);
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
+    ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     EXPECT_EQ(0u, oscillator.start());
     EXPECT_TRUE(oscillator.isRunning());
     EXPECT_TRUE(recorder.waitForTicks(3));

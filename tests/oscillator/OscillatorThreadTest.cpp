@@ -2,49 +2,42 @@
 // it asks the platform for.
 #include <gtest/gtest.h>
 
+#include <string>
+
+#include "OscillatorFixture.h"
 #include "PlatformDouble.h"
 #include "ThreadIdentity.h"
-#include "TickOscillator.h"
-#include "TickRecorder.h"
 
 namespace {
 
 using oscillator_test::kernelThreadName;
-using oscillator_test::TickRecorder;
 
-class OscillatorThread : public ::testing::Test {
+class OscillatorThread : public oscillator_test::OscillatorFixture {
 protected:
-    void SetUp() override { platform_double::reset(); }
-    void TearDown() override { oscillator.stop(); }
-
     /// Starts the oscillator and returns the kernel id of its thread.
     pid_t startAndFindThread(ETickDelay delay, ETickPriority priority) {
-        EXPECT_EQ(0u, oscillator.initialize(delay, priority));
-        EXPECT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-        EXPECT_EQ(0u, oscillator.start());
+        EXPECT_TRUE(startRecording(delay, priority));
         EXPECT_TRUE(recorder.waitForTicks(1));
         return recorder.tickThreadId();
     }
 
-    TickOscillator oscillator;
-    TickRecorder recorder;
+    /// The kernel knows thread `tid` as `name`, and the oscillator asked the
+    /// platform exactly once to give its own thread that name.
+    void expectNamedOnce(pid_t tid, const std::string& name) {
+        EXPECT_EQ(name, kernelThreadName(tid));
+        const auto naming = platform_double::namingCalls();
+        ASSERT_EQ(1u, naming.size());
+        EXPECT_EQ(name, naming[0].name);
+        EXPECT_EQ(oscillator.nativeHandle(), naming[0].thread);
+    }
 };
 
 TEST_F(OscillatorThread, SixMsThreadIsNamedZynTsOsc6) {
-    const pid_t tid = startAndFindThread(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST);
-    EXPECT_EQ("zyn-ts-osc6", kernelThreadName(tid));
-    const auto naming = platform_double::namingCalls();
-    ASSERT_EQ(1u, naming.size());
-    EXPECT_EQ("zyn-ts-osc6", naming[0].name);
-    EXPECT_EQ(oscillator.nativeHandle(), naming[0].thread);
+    expectNamedOnce(startAndFindThread(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST), "zyn-ts-osc6");
 }
 
 TEST_F(OscillatorThread, OneMsThreadIsNamedZynTsOsc1) {
-    const pid_t tid = startAndFindThread(TICK_DELAY_1MS, TICK_PRIORITY_HIGH);
-    EXPECT_EQ("zyn-ts-osc1", kernelThreadName(tid));
-    const auto naming = platform_double::namingCalls();
-    ASSERT_EQ(1u, naming.size());
-    EXPECT_EQ("zyn-ts-osc1", naming[0].name);
+    expectNamedOnce(startAndFindThread(TICK_DELAY_1MS, TICK_PRIORITY_HIGH), "zyn-ts-osc1");
 }
 
 TEST_F(OscillatorThread, NameFollowsTheDelayOfTheLatestInitialize) {

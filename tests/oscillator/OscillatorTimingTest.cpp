@@ -26,13 +26,13 @@
 #include <limits>
 #include <sstream>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "CpuWakeUpLatency.h"
 #include "ExactGridChecks.h"
 #include "GridAnalysis.h"
 #include "GridOrigin.h"
-#include "MonotonicClock.h"
 #include "PlatformDouble.h"
 #include "Punctuality.h"
 #include "RealTimeScope.h"
@@ -40,10 +40,12 @@
 #include "TickOscillator.h"
 #include "TickRecorder.h"
 #include "TimingEnvironment.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
 using namespace oscillator_test;
+using namespace zyn_support;
 
 constexpr int64_t kMs = kNanosecondsPerMillisecond;
 constexpr int64_t kUs = 1000;
@@ -65,9 +67,15 @@ public:
         restart();
     }
 
+    /// Starts and waits until `count` ticks have come.
+    void startAndAwaitTicks(ETickDelay delay, size_t count) {
+        start(delay);
+        EXPECT_TRUE(recorder.waitForTicks(count));
+    }
+
     void restart() {
         const size_t startsBefore = startingLines();
-        beforeStart = monotonicNow();
+        beforeStart = monotonicNowNs();
         EXPECT_EQ(0u, oscillator.start());
         if (realTime) {
             // What the platform's setScheduling does on the target.
@@ -78,7 +86,7 @@ public:
         while (startingLines() == startsBefore) {
             sched_yield();
         }
-        startSeen = monotonicNow();
+        startSeen = monotonicNowNs();
     }
 
     /// The origin the latest thread published, checked against the bracket
@@ -89,6 +97,26 @@ public:
         EXPECT_EQ(published.width(), 0) << "the published origin " << zyn_ts::readGrid(oscillator).originNs
                                         << " ns lies outside [" << bracket.earliest << ", " << bracket.latest << "]";
         return published;
+    }
+
+    /// What a stopped run delivered, and when stop was called.
+    struct Stopped {
+        std::vector<int64_t> ticks;
+        GridOrigin origin;
+        int64_t stopCalled;
+    };
+
+    /// Stops the oscillator and checks every tick it delivered for the exact
+    /// properties of the grid of `period` through the published origin.
+    Stopped stopAndCheckExactly(int64_t period) {
+        const int64_t stopCalled = monotonicNowNs();
+        EXPECT_EQ(0u, oscillator.stop());
+        const int64_t afterStop = monotonicNowNs();
+
+        std::vector<int64_t> ticks = recorder.ticks();
+        const GridOrigin published = origin(ticks, period);
+        expectExactGridProperties(ticks, published, afterStop, period);
+        return Stopped{std::move(ticks), published, stopCalled};
     }
 
     static size_t startingLines() {
@@ -109,6 +137,13 @@ public:
 /// The grid points of the grid through `origin` in (from, until].
 int64_t gridPointsBetween(int64_t from, int64_t until, const GridOrigin& origin, int64_t period) {
     return (until - origin.earliest) / period - (from - origin.earliest) / period;
+}
+
+/// The punctuality of every tick of a stopped run, from its start to the
+/// stop call.
+Complaint judgeWholeRun(const TimingRun::Stopped& run, int64_t period, const ReferenceRun& reference) {
+    return judgePunctuality(run.ticks, run.origin, period,
+                            gridPointsBetween(run.origin.earliest, run.stopCalled, run.origin, period), reference);
 }
 
 class OscillatorTiming : public ::testing::Test {
@@ -151,16 +186,8 @@ Complaint runOnTheGridOfTheStart(TimingRun& run, ETickDelay delay, int64_t durat
     const int64_t period = static_cast<int64_t>(delay) * kMs;
     const ReferenceRun referenceRun = measureReference(period, duration / 2, kOscillatorThreadPriority);
     run.start(delay);
-    sleepFor(duration);
-    const int64_t stopCalled = monotonicNow();
-    EXPECT_EQ(0u, run.oscillator.stop());
-    const int64_t afterStop = monotonicNow();
-
-    const std::vector<int64_t> ticks = run.recorder.ticks();
-    const GridOrigin origin = run.origin(ticks, period);
-    expectExactGridProperties(ticks, origin, afterStop, period);
-    return judgePunctuality(ticks, origin, period, gridPointsBetween(origin.earliest, stopCalled, origin, period),
-                            referenceRun);
+    sleepForNs(duration);
+    return judgeWholeRun(run.stopAndCheckExactly(period), period, referenceRun);
 }
 
 TEST_F(OscillatorTiming, SixMsTicksLandOnTheGridAnchoredAtStart) {
@@ -183,13 +210,12 @@ TEST_F(OscillatorTiming, CallbackOfTwoAndAHalfPeriodsIsFollowedByTheThirdGridPoi
         const ReferenceRun referenceRun = reference(kSixMs, 200 * kMs);
         run.recorder.setWork([&longTicks](size_t index, int64_t instant) {
             if (std::find(longTicks.begin(), longTicks.end(), index) != longTicks.end()) {
-                spinUntil(instant + kLongTick);
+                spinUntilNs(instant + kLongTick);
             }
         });
-        run.start(TICK_DELAY_6MS);
-        EXPECT_TRUE(run.recorder.waitForTicks(longTicks.back() + 5));
+        run.startAndAwaitTicks(TICK_DELAY_6MS, longTicks.back() + 5);
         EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
+        const int64_t afterStop = monotonicNowNs();
 
         const std::vector<int64_t> ticks = run.recorder.ticks();
         const GridOrigin origin = run.origin(ticks, kSixMs);
@@ -255,19 +281,13 @@ TEST_F(OscillatorTiming, SignalStormDuringTheSleepProducesNoEarlyTick) {
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
             }
         });
-        sleepFor(500 * kMs);
+        sleepForNs(500 * kMs);
         storming.store(false);
         sender.join();
-        const int64_t stopCalled = monotonicNow();
-        EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
+        const TimingRun::Stopped stopped = run.stopAndCheckExactly(kSixMs);
 
         EXPECT_GE(signalsReceived.load(), 100u) << "the storm did not reach the oscillator thread";
-        const std::vector<int64_t> ticks = run.recorder.ticks();
-        const GridOrigin origin = run.origin(ticks, kSixMs);
-        expectExactGridProperties(ticks, origin, afterStop, kSixMs);
-        return judgePunctuality(ticks, origin, kSixMs, gridPointsBetween(origin.earliest, stopCalled, origin, kSixMs),
-                                referenceRun);
+        return judgeWholeRun(stopped, kSixMs, referenceRun);
     });
 }
 
@@ -275,24 +295,17 @@ TEST_F(OscillatorTiming, FreezeKeepsTheGridAndUnfreezeResumesOnIt) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     expectPunctualInOneAttempt([](TimingRun& run) -> Complaint {
         const ReferenceRun referenceRun = reference(kSixMs, 150 * kMs);
-        run.start(TICK_DELAY_6MS);
-        EXPECT_TRUE(run.recorder.waitForTicks(10));
+        run.startAndAwaitTicks(TICK_DELAY_6MS, 10);
         EXPECT_EQ(0u, run.oscillator.freeze());
-        const int64_t frozen = monotonicNow();
+        const int64_t frozen = monotonicNowNs();
         const GridOrigin beforeFreeze = run.origin(run.recorder.ticks(), kSixMs);
         // Unfreeze in the middle of a period: a grid restarted at unfreeze
         // would then lie half a period off the original one.
-        sleepUntil(nextGridPointAfter(frozen + 100 * kMs, beforeFreeze.earliest, kSixMs) + kSixMs / 2);
-        const int64_t unfreezeCalled = monotonicNow();
+        sleepUntilNs(nextGridPointAfter(frozen + 100 * kMs, beforeFreeze.earliest, kSixMs) + kSixMs / 2);
+        const int64_t unfreezeCalled = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.unfreeze());
         EXPECT_TRUE(run.recorder.waitForTicks(run.recorder.count() + 20));
-        const int64_t stopCalled = monotonicNow();
-        EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
-
-        const std::vector<int64_t> ticks = run.recorder.ticks();
-        const GridOrigin origin = run.origin(ticks, kSixMs);
-        expectExactGridProperties(ticks, origin, afterStop, kSixMs);
+        const auto [ticks, origin, stopCalled] = run.stopAndCheckExactly(kSixMs);
         // Only the tick that passed the frozen test just before freeze() may
         // still come.
         EXPECT_LE(ticksBetween(ticks, frozen, unfreezeCalled).size(), 1u) << "ticks while frozen";
@@ -312,14 +325,14 @@ TEST_F(OscillatorTiming, FrozenFromTheStartTheLoopKeepsTheGridOfItsStart) {
         run.restart();
         // Unfreeze half a period after a grid point of the start: a grid
         // restarted at unfreeze would lie half a period off.
-        sleepUntil(run.beforeStart + 50 * kMs + kSixMs / 2);
+        sleepUntilNs(run.beforeStart + 50 * kMs + kSixMs / 2);
         EXPECT_EQ(0u, run.recorder.count());
-        const int64_t unfreezeCalled = monotonicNow();
+        const int64_t unfreezeCalled = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.unfreeze());
         EXPECT_TRUE(run.recorder.waitForTicks(20));
-        const int64_t stopCalled = monotonicNow();
+        const int64_t stopCalled = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
+        const int64_t afterStop = monotonicNowNs();
 
         const std::vector<int64_t> ticks = run.recorder.ticks();
         EXPECT_GE(ticks.front(), unfreezeCalled);
@@ -359,10 +372,10 @@ TEST_F(OscillatorTiming, FrozenOscillatorStopsWithinOnePeriod) {
         EXPECT_EQ(0u, run.oscillator.freeze());
         std::vector<int64_t> stopDurations;
         for (int round = 0; round < 5; ++round) {
-            sleepFor(20 * kMs + round * 1100 * kUs);  // stop at different points of the period
-            const int64_t stopCalled = monotonicNow();
+            sleepForNs(20 * kMs + round * 1100 * kUs);  // stop at different points of the period
+            const int64_t stopCalled = monotonicNowNs();
             EXPECT_EQ(0u, run.oscillator.stop());
-            stopDurations.push_back(monotonicNow() - stopCalled);
+            stopDurations.push_back(monotonicNowNs() - stopCalled);
             run.restart();
         }
         EXPECT_EQ(0u, run.oscillator.stop());
@@ -375,20 +388,20 @@ TEST_F(OscillatorTiming, StopReturnsWithinOnePeriodPlusOneTick) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     constexpr int64_t kTickDuration = 2 * kMs;
     expectPunctualInOneAttempt([](TimingRun& run) {
-        run.recorder.setWork([](size_t, int64_t instant) { spinUntil(instant + kTickDuration); });
+        run.recorder.setWork([](size_t, int64_t instant) { spinUntilNs(instant + kTickDuration); });
         run.start(TICK_DELAY_6MS);
         std::vector<int64_t> stopDurations;
         for (int round = 0; round < 8; ++round) {
             EXPECT_TRUE(run.recorder.waitForTicks(run.recorder.count() + 2));
-            sleepFor(round * 700 * kUs);  // stop at different points of the period
-            const int64_t stopCalled = monotonicNow();
+            sleepForNs(round * 700 * kUs);  // stop at different points of the period
+            const int64_t stopCalled = monotonicNowNs();
             EXPECT_EQ(0u, run.oscillator.stop());
-            stopDurations.push_back(monotonicNow() - stopCalled);
+            stopDurations.push_back(monotonicNowNs() - stopCalled);
             EXPECT_FALSE(run.oscillator.isRunning());
             const std::vector<int64_t> ticks = run.recorder.ticks();
             EXPECT_LE(ticksBetween(ticks, stopCalled, std::numeric_limits<int64_t>::max()).size(), 1u)
                 << "round " << round << ": more than the tick under way after stop";
-            sleepFor(10 * kMs);
+            sleepForNs(10 * kMs);
             EXPECT_EQ(ticks.size(), run.recorder.count()) << "a tick came after stop returned";
             run.restart();
         }
@@ -400,20 +413,19 @@ TEST_F(OscillatorTiming, StartAfterStopBeginsANewGrid) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     expectPunctualInOneAttempt([](TimingRun& run) {
         const ReferenceRun referenceRun = reference(kSixMs, 150 * kMs);
-        run.start(TICK_DELAY_6MS);
-        EXPECT_TRUE(run.recorder.waitForTicks(15));
+        run.startAndAwaitTicks(TICK_DELAY_6MS, 15);
         EXPECT_EQ(0u, run.oscillator.stop());
         const size_t ticksOfFirstRun = run.recorder.count();
         const GridOrigin first = run.origin(run.recorder.ticks(), kSixMs);
 
         // Restart half a period off the first grid: ticks still on the first
         // grid would come half a period after the new grid's points.
-        sleepUntil(nextGridPointAfter(monotonicNow() + 20 * kMs, first.earliest, kSixMs) + kSixMs / 2);
+        sleepUntilNs(nextGridPointAfter(monotonicNowNs() + 20 * kMs, first.earliest, kSixMs) + kSixMs / 2);
         run.restart();
         EXPECT_TRUE(run.recorder.waitForTicks(ticksOfFirstRun + 30));
-        const int64_t stopCalled = monotonicNow();
+        const int64_t stopCalled = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
+        const int64_t afterStop = monotonicNowNs();
 
         const std::vector<int64_t> all = run.recorder.ticks();
         const std::vector<int64_t> secondRun(all.begin() + static_cast<std::ptrdiff_t>(ticksOfFirstRun), all.end());
@@ -428,14 +440,13 @@ TEST_F(OscillatorTiming, RepeatedInitializeSwitchesThePeriodOnTheSameStartInstan
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     expectPunctualInOneAttempt([](TimingRun& run) {
         const ReferenceRun referenceRun = reference(kOneMs, 100 * kMs);
-        run.start(TICK_DELAY_6MS);
-        EXPECT_TRUE(run.recorder.waitForTicks(10));
-        const int64_t switched = monotonicNow();
+        run.startAndAwaitTicks(TICK_DELAY_6MS, 10);
+        const int64_t switched = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGHEST));
-        sleepFor(200 * kMs);
-        const int64_t stopCalled = monotonicNow();
+        sleepForNs(200 * kMs);
+        const int64_t stopCalled = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.stop());
-        const int64_t afterStop = monotonicNow();
+        const int64_t afterStop = monotonicNowNs();
 
         const std::vector<int64_t> ticks = run.recorder.ticks();
         const std::vector<int64_t> sixMsTicks = ticksBetween(ticks, 0, switched);

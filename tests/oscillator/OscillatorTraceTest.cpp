@@ -8,16 +8,14 @@
 #include <vector>
 
 #include "AllocationCounter.h"
+#include "OscillatorFixture.h"
 #include "PlatformDouble.h"
-#include "TickOscillator.h"
-#include "TickRecorder.h"
 #include "TickSchedulerTrace.h"
 
 namespace {
 
-using oscillator_test::AllocationScope;
-using oscillator_test::TickRecorder;
 using platform_double::TraceRecord;
+using test_support::AllocationScope;
 
 const char* const kSourceFile = "PlatformServices/TickScheduler/private/CTickOscillator.cpp";
 
@@ -48,14 +46,7 @@ std::string expectedStartLine(uint32_t delayMs) {
            std::to_string(resolution.tv_nsec) + " ns";
 }
 
-class OscillatorTrace : public ::testing::Test {
-protected:
-    void SetUp() override { platform_double::reset(); }
-    void TearDown() override { oscillator.stop(); }
-
-    TickOscillator oscillator;
-    TickRecorder recorder;
-};
+class OscillatorTrace : public oscillator_test::OscillatorFixture {};
 
 // ---- entry records and messages --------------------------------------------
 
@@ -134,9 +125,7 @@ TEST_F(OscillatorTrace, StopFreezeAndUnfreezeWriteTheirEntries) {
 }
 
 TEST_F(OscillatorTrace, RunWritesItsEntryAndTheStartingLineWithTheClockResolution) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
     ASSERT_TRUE(recorder.waitForTicks(1));
     ASSERT_EQ(0u, oscillator.stop());
     const auto records = platform_double::tracesOf("run");
@@ -153,9 +142,7 @@ TEST_F(OscillatorTrace, OneMsStartingLineNamesItsDelay) {
 }
 
 TEST_F(OscillatorTrace, EveryDeliveredTickIsTracedAtLevelSeven) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(10));
     ASSERT_EQ(0u, oscillator.stop());
     const auto records = platform_double::tracesOf("run");
@@ -169,9 +156,7 @@ TEST_F(OscillatorTrace, EveryDeliveredTickIsTracedAtLevelSeven) {
 
 TEST_F(OscillatorTrace, TicksAreNotTracedBelowLevelSeven) {
     platform_double::setTraceLevel(6);
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-    ASSERT_EQ(0u, oscillator.start());
+    ASSERT_TRUE(startRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     ASSERT_TRUE(recorder.waitForTicks(10));
     ASSERT_EQ(0u, oscillator.stop());
     EXPECT_EQ(0u, countOf(platform_double::traces(), 7, "Running OnTick"));

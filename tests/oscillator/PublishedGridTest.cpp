@@ -5,28 +5,24 @@
 // grid point, never two on one grid point. Waits are bounded by generous
 // timeouts; nothing here bounds timing.
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "PlatformDouble.h"
 #include "PublishedGrid.h"
+#include "SynchronizedLog.h"
 #include "TickOscillator.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
-constexpr auto kTickTimeout = std::chrono::seconds(10);
+using zyn_support::monotonicNowNs;
 
-int64_t monotonicNowNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
+constexpr auto kTickTimeout = std::chrono::seconds(10);
 
 /// Records the instant of every tick and the grid the oscillator had
 /// published when the tick came.
@@ -36,37 +32,38 @@ public:
 
     ITickReceiver receiver() { return ITickReceiver{this, &GridWitness::onTick}; }
 
-    bool waitForTicks(size_t count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return arrived.wait_for(lock, kTickTimeout, [&] { return instants.size() >= count; });
-    }
+    bool waitForTicks(size_t count) { return seen.waitFor(count, kTickTimeout); }
 
     std::vector<int64_t> tickInstants() {
-        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<int64_t> instants;
+        for (const SeenTick& tick : seen.snapshot()) {
+            instants.push_back(tick.instant);
+        }
         return instants;
     }
 
     std::vector<zyn_ts::GridSnapshot> gridsSeen() {
-        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<zyn_ts::GridSnapshot> grids;
+        for (const SeenTick& tick : seen.snapshot()) {
+            grids.push_back(tick.grid);
+        }
         return grids;
     }
 
 private:
+    struct SeenTick {
+        int64_t instant;
+        zyn_ts::GridSnapshot grid;
+    };
+
     static void onTick(void* context) {
         auto* self = static_cast<GridWitness*>(context);
         const int64_t now = monotonicNowNs();
-        const zyn_ts::GridSnapshot grid = zyn_ts::readGrid(self->oscillator);
-        std::lock_guard<std::mutex> lock(self->mutex);
-        self->instants.push_back(now);
-        self->grids.push_back(grid);
-        self->arrived.notify_all();
+        self->seen.append(SeenTick{now, zyn_ts::readGrid(self->oscillator)});
     }
 
     const TickOscillator& oscillator;
-    std::mutex mutex;
-    std::condition_variable arrived;
-    std::vector<int64_t> instants;
-    std::vector<zyn_ts::GridSnapshot> grids;
+    test_support::SynchronizedLog<SeenTick> seen;
 };
 
 bool sameGrid(const zyn_ts::GridSnapshot& a, const zyn_ts::GridSnapshot& b) {

@@ -23,6 +23,7 @@
 #include "GridAnalysis.h"
 #include "GridOrigin.h"
 #include "ReferenceSleeper.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace oscillator_test {
 
@@ -31,7 +32,9 @@ constexpr int kAttempts = 5;
 /// How much later than the reference the oscillator's typical tick may come:
 /// far above what the loop adds to a plain sleep (a clock reading and a
 /// division), far below a grid that is off by a visible amount.
-inline int64_t latenessMargin(int64_t period) { return period >= 6 * kNanosecondsPerMillisecond ? 500000 : 200000; }
+inline int64_t latenessMargin(int64_t period) {
+    return period >= 6 * zyn_support::kNanosecondsPerMillisecond ? 500000 : 200000;
+}
 
 /// The complaint of one attempt; empty when it passed.
 using Complaint = std::string;

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "MonotonicClock.h"
 #include "RealTimeScope.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace oscillator_test {
 
@@ -30,13 +30,13 @@ inline ReferenceRun measureReference(int64_t period, int64_t duration, int prior
     ReferenceRun run;
     std::thread sleeper([&] {
         (void)applyRoundRobin(pthread_self(), priority);
-        const int64_t origin = monotonicNow();
+        const int64_t origin = zyn_support::monotonicNowNs();
         const int64_t end = origin + duration;
         int64_t now = origin;
         while (now < end) {
             const int64_t target = now + (period - (now - origin) % period);
-            sleepUntil(target);
-            now = monotonicNow();
+            zyn_support::sleepUntilNs(target);
+            now = zyn_support::monotonicNowNs();
             run.latenesses.push_back(now - target);
         }
         run.gridPoints = (now - origin) / period;

@@ -2,23 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "FailingThreadCreation.h"
+#include "OscillatorFixture.h"
 #include "PlatformDouble.h"
-#include "TickOscillator.h"
-#include "TickRecorder.h"
 
 namespace {
 
 using oscillator_test::ThreadCreationFailure;
-using oscillator_test::TickRecorder;
 
-class OscillatorThreadCreation : public ::testing::Test {
-protected:
-    void SetUp() override { platform_double::reset(); }
-    void TearDown() override { oscillator.stop(); }
-
-    TickOscillator oscillator;
-    TickRecorder recorder;
-};
+class OscillatorThreadCreation : public oscillator_test::OscillatorFixture {};
 
 TEST_F(OscillatorThreadCreation, FailedCreationReturns32777AndLeavesTheOscillatorStopped) {
     ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
@@ -27,10 +18,7 @@ TEST_F(OscillatorThreadCreation, FailedCreationReturns32777AndLeavesTheOscillato
         EXPECT_EQ(32777u, oscillator.start());
         EXPECT_EQ(1, failure.refusals());
     }
-    EXPECT_FALSE(oscillator.isRunning());
-    EXPECT_EQ(std::thread::native_handle_type{}, oscillator.nativeHandle());
-    EXPECT_TRUE(platform_double::schedulingCalls().empty());
-    EXPECT_TRUE(platform_double::namingCalls().empty());
+    expectNoThreadStarted();
 }
 
 TEST_F(OscillatorThreadCreation, FailedCreationWritesOnlyTheEntry) {
@@ -47,8 +35,7 @@ TEST_F(OscillatorThreadCreation, FailedCreationWritesOnlyTheEntry) {
 }
 
 TEST_F(OscillatorThreadCreation, StartSucceedsOnceThreadsCanBeCreatedAgain) {
-    ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
-    ASSERT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
+    ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     {
         ThreadCreationFailure failure;
         ASSERT_EQ(32777u, oscillator.start());

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "ITickReceiver.h"
-#include "MonotonicClock.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace oscillator_test {
 
@@ -54,9 +54,10 @@ public:
 
     /// Waits until at least `n` ticks arrived or `timeout` passed; true when they did.
     bool waitForTicks(size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(10)) const {
-        const int64_t deadline = monotonicNow() + static_cast<int64_t>(timeout.count()) * kNanosecondsPerMillisecond;
+        const int64_t deadline = zyn_support::monotonicNowNs() +
+                                 static_cast<int64_t>(timeout.count()) * zyn_support::kNanosecondsPerMillisecond;
         while (count() < n) {
-            if (monotonicNow() > deadline) {
+            if (zyn_support::monotonicNowNs() > deadline) {
                 return false;
             }
             std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -68,7 +69,7 @@ private:
     static void onTickThunk(void* self) {
         auto* recorder = static_cast<TickRecorder*>(self);
         recorder->context.store(self, std::memory_order_relaxed);
-        recorder->record(monotonicNow());
+        recorder->record(zyn_support::monotonicNowNs());
     }
 
     void record(int64_t instant) {

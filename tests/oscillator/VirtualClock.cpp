@@ -11,6 +11,8 @@
 #include <map>
 #include <mutex>
 
+#include "ZynSupport/MonotonicClock.h"
+
 extern "C" int __real_clock_gettime(clockid_t clock, struct timespec* value);
 extern "C" int __real_clock_nanosleep(clockid_t clock, int flags, const struct timespec* request,
                                       struct timespec* remain);
@@ -18,7 +20,6 @@ extern "C" int __real_clock_nanosleep(clockid_t clock, int flags, const struct t
 namespace virtual_clock {
 namespace {
 
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
 constexpr size_t kNoPark = std::numeric_limits<size_t>::max();
 /// Generous for a sanitizer build on a loaded machine; a loop that never
 /// reaches the awaited sleep fails the test within this.
@@ -46,17 +47,6 @@ std::atomic<bool> installed{false};
 State& state() {
     static State* const instance = new State;
     return *instance;
-}
-
-int64_t toNs(const timespec& value) {
-    return static_cast<int64_t>(value.tv_sec) * kNanosecondsPerSecond + value.tv_nsec;
-}
-
-timespec fromNs(int64_t value) {
-    timespec result{};
-    result.tv_sec = static_cast<time_t>(value / kNanosecondsPerSecond);
-    result.tv_nsec = static_cast<long>(value % kNanosecondsPerSecond);
-    return result;
 }
 
 /// True when the calling thread lives on the virtual clock.
@@ -96,7 +86,8 @@ int simulatedSleep(int flags, const timespec* request, timespec* remain) {
     sleep.flags = flags;
     sleep.remainIsRequest = remain == request;
     sleep.calledAt = s.now;
-    const int64_t requestedEnd = (flags & TIMER_ABSTIME) != 0 ? toNs(*request) : s.now + toNs(*request);
+    const int64_t requestedEnd = (flags & TIMER_ABSTIME) != 0 ? zyn_support::toNanoseconds(*request)
+                                                              : s.now + zyn_support::toNanoseconds(*request);
     sleep.requestNs = requestedEnd - sleep.calledAt;
     const size_t index = s.calls++;
     parkIfAsked(s, lock, index);
@@ -107,7 +98,7 @@ int simulatedSleep(int flags, const timespec* request, timespec* remain) {
         sleep.result = EINTR;
         sleep.remainNs = requestedEnd - end;
         if (remain != nullptr && (flags & TIMER_ABSTIME) == 0) {
-            *remain = fromNs(sleep.remainNs);
+            *remain = zyn_support::toTimespec(sleep.remainNs);
         }
     }
     s.now = std::max(s.now, end);
@@ -222,7 +213,7 @@ extern "C" int __wrap_clock_gettime(clockid_t clock, struct timespec* value) {
     }
     virtual_clock::State& s = virtual_clock::state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    *value = virtual_clock::fromNs(s.now);
+    *value = zyn_support::toTimespec(s.now);
     s.readings.push_back(s.now);
     return 0;
 }

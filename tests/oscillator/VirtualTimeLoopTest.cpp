@@ -9,18 +9,18 @@
 #include <thread>
 #include <vector>
 
-#include "MonotonicClock.h"
 #include "PlatformDouble.h"
 #include "TickOscillator.h"
 #include "TickRecorder.h"
 #include "VirtualClock.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
-using oscillator_test::kNanosecondsPerMillisecond;
-using oscillator_test::kNanosecondsPerSecond;
 using oscillator_test::TickRecorder;
 using virtual_clock::Sleep;
+using zyn_support::kNanosecondsPerMillisecond;
+using zyn_support::kNanosecondsPerSecond;
 
 constexpr int64_t kMs = kNanosecondsPerMillisecond;
 constexpr int64_t kSecond = kNanosecondsPerSecond;
@@ -103,6 +103,11 @@ protected:
         return nextGridPoint + kSixMs / 2;
     }
 
+    /// Six thousand sleeps with wake-ups late by up to three periods, which
+    /// span at least `minimumSpan`: every sleep asks for the next grid point of
+    /// the start, and one tick follows each.
+    void expectSleepsOnTheGridOfTheStartUnderLateWakeUps(ETickDelay delay, int64_t minimumSpan);
+
     TickOscillator oscillator;
     TickRecorder recorder;
     int64_t origin = 0;
@@ -131,25 +136,24 @@ void expectOneTickAtTheEndOfEverySleep(const std::vector<Sleep>& sleeps, const s
     }
 }
 
-TEST_F(VirtualTimeLoop, SixMsSleepsEndOnTheGridOfTheStartWhateverTheWakeUpLateness) {
-    virtual_clock::setWakeUpPlan(latenessUpToThreePeriods(kSixMs));
-    start(TICK_DELAY_6MS);
+void VirtualTimeLoop::expectSleepsOnTheGridOfTheStartUnderLateWakeUps(ETickDelay delay, int64_t minimumSpan) {
+    const int64_t period = static_cast<int64_t>(delay) * kMs;
+    virtual_clock::setWakeUpPlan(latenessUpToThreePeriods(period));
+    start(delay);
     runTo(6000);
     const std::vector<Sleep> sleeps = virtual_clock::sleeps();
-    // Long enough for every remainder of the whole seconds modulo three.
-    ASSERT_GT(sleeps.back().endedAt - origin, 60 * kSecond);
-    expectEverySleepTargetsTheNextGridPoint(sleeps, 0, origin, kSixMs);
+    ASSERT_GT(sleeps.back().endedAt - origin, minimumSpan);
+    expectEverySleepTargetsTheNextGridPoint(sleeps, 0, origin, period);
     expectOneTickAtTheEndOfEverySleep(sleeps, recorder.ticks());
 }
 
+TEST_F(VirtualTimeLoop, SixMsSleepsEndOnTheGridOfTheStartWhateverTheWakeUpLateness) {
+    // Long enough for every remainder of the whole seconds modulo three.
+    expectSleepsOnTheGridOfTheStartUnderLateWakeUps(TICK_DELAY_6MS, 60 * kSecond);
+}
+
 TEST_F(VirtualTimeLoop, OneMsSleepsEndOnTheGridOfTheStartWhateverTheWakeUpLateness) {
-    virtual_clock::setWakeUpPlan(latenessUpToThreePeriods(kOneMs));
-    start(TICK_DELAY_1MS);
-    runTo(6000);
-    const std::vector<Sleep> sleeps = virtual_clock::sleeps();
-    ASSERT_GT(sleeps.back().endedAt - origin, 10 * kSecond);
-    expectEverySleepTargetsTheNextGridPoint(sleeps, 0, origin, kOneMs);
-    expectOneTickAtTheEndOfEverySleep(sleeps, recorder.ticks());
+    expectSleepsOnTheGridOfTheStartUnderLateWakeUps(TICK_DELAY_1MS, 10 * kSecond);
 }
 
 TEST_F(VirtualTimeLoop, SixMsGridHoldsAcrossThreeHoursOfWholeSeconds) {

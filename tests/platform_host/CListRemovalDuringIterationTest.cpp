@@ -5,71 +5,47 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstddef>
+#include <initializer_list>
 #include <vector>
 
-#include "CList.h"
-#include "PlatformHost/HostResultCodes.h"
+#include "CListFixture.h"
 
 namespace {
 
 namespace result = platform_host::host_result;
 
-class CListRemovalDuringIteration : public ::testing::Test {
+class CListRemovalDuringIteration : public clist_test::CListFixture {
 protected:
     void SetUp() override {
-        std::memset(&list, 0, sizeof list);
-        ASSERT_EQ(CList_Construct(&list), result::Success);
+        CListFixture::SetUp();
         for (int& element : values) {
-            ASSERT_EQ(CList_PushTail(&list, &element), result::Success);
+            ASSERT_NO_FATAL_FAILURE(push(element));
         }
     }
 
-    void TearDown() override {
-        for (void* element : rest(start())) {
-            EXPECT_EQ(CList_Remove(&list, element), result::Success);
+    /// A new iteration that has delivered the first `count` elements, which
+    /// must come in order.
+    CListCursor afterDelivering(size_t count) {
+        CListCursor cursor = start();
+        for (size_t i = 0; i < count; ++i) {
+            EXPECT_EQ(next(cursor), &values[i]) << "delivery " << i;
         }
-        // Every node, tombstones included, is freed once all iterations ended.
-        EXPECT_EQ(list.head, nullptr);
-        EXPECT_EQ(list.tail, nullptr);
-    }
-
-    CListCursor start() {
-        CListCursor cursor = nullptr;
-        CList_StartIterationFromHead(&list, &cursor);
         return cursor;
     }
 
-    // One CList_GetNext: the element delivered (null for none).
-    void* next(CListCursor& cursor, uint32_t* status = nullptr) {
-        void* element = nullptr;
-        const uint32_t got = CList_GetNext(&list, &element, &cursor);
-        if (status != nullptr) {
-            *status = got;
+    /// Removes `removed`, in this order, while `cursor` stands where it
+    /// stands; then the cursor delivers `cursorRest` and a new iteration the
+    /// whole list `listAfter`.
+    void removeThenExpect(CListCursor cursor, std::initializer_list<int*> removed, const std::vector<void*>& cursorRest,
+                          const std::vector<void*>& listAfter) {
+        for (int* element : removed) {
+            remove(*element);
         }
-        return element;
+        EXPECT_EQ(rest(cursor), cursorRest);
+        EXPECT_EQ(rest(start()), listAfter);
     }
 
-    // The elements the iteration still delivers, to its end.
-    std::vector<void*> rest(CListCursor cursor) {
-        std::vector<void*> delivered;
-        if (cursor == nullptr) {
-            return delivered;
-        }
-        uint32_t status = 0;
-        do {
-            void* element = next(cursor, &status);
-            if (element == nullptr) {
-                break;
-            }
-            delivered.push_back(element);
-        } while (status != CLIST_END_OF_LIST);
-        return delivered;
-    }
-
-    void remove(int& element) { ASSERT_EQ(CList_Remove(&list, &element), result::Success); }
-
-    CList list;
     int values[4] = {0, 1, 2, 3};
     int& a = values[0];
     int& b = values[1];
@@ -78,19 +54,12 @@ protected:
 };
 
 TEST_F(CListRemovalDuringIteration, RemovingTheElementUnderTheCursorDeliversTheOneAfterIt) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    remove(b);
-    EXPECT_EQ(rest(cursor), (std::vector<void*>{&c, &d}));
-    EXPECT_EQ(rest(start()), (std::vector<void*>{&a, &c, &d}));
+    removeThenExpect(afterDelivering(1), {&b}, {&c, &d}, {&a, &c, &d});
     EXPECT_EQ(list.count, 3u);
 }
 
 TEST_F(CListRemovalDuringIteration, RemovingTheLastElementUnderTheCursorEndsTheIterationWithNull) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    ASSERT_EQ(next(cursor), &b);
-    ASSERT_EQ(next(cursor), &c);
+    CListCursor cursor = afterDelivering(3);
     remove(d);
     uint32_t status = 0;
     EXPECT_EQ(next(cursor, &status), nullptr);
@@ -100,26 +69,15 @@ TEST_F(CListRemovalDuringIteration, RemovingTheLastElementUnderTheCursorEndsTheI
 }
 
 TEST_F(CListRemovalDuringIteration, RemovingTheElementsUnderAndAfterTheCursor) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    remove(c);
-    remove(b);
-    EXPECT_EQ(rest(cursor), std::vector<void*>{&d});
+    removeThenExpect(afterDelivering(1), {&c, &b}, {&d}, {&a, &d});
 }
 
 TEST_F(CListRemovalDuringIteration, RemovingTheDeliveredElementAndTheOneUnderTheCursor) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    ASSERT_EQ(next(cursor), &b);
-    remove(b);
-    remove(c);
-    EXPECT_EQ(rest(cursor), std::vector<void*>{&d});
-    EXPECT_EQ(rest(start()), (std::vector<void*>{&a, &d}));
+    removeThenExpect(afterDelivering(2), {&b, &c}, {&d}, {&a, &d});
 }
 
 TEST_F(CListRemovalDuringIteration, RemovingEveryElementUnderACursorEmptiesTheList) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
+    CListCursor cursor = afterDelivering(1);
     for (int& element : values) {
         remove(element);
     }
@@ -131,18 +89,14 @@ TEST_F(CListRemovalDuringIteration, RemovingEveryElementUnderACursorEmptiesTheLi
 }
 
 TEST_F(CListRemovalDuringIteration, ARemovedElementUnderTheCursorCannotBeRemovedTwice) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
+    CListCursor cursor = afterDelivering(1);
     remove(b);
     EXPECT_EQ(CList_Remove(&list, &b), result::ElementNotInList);
     EXPECT_EQ(rest(cursor), (std::vector<void*>{&c, &d}));
 }
 
 TEST_F(CListRemovalDuringIteration, ElementPushedAfterARemovalIsDeliveredByTheRunningIteration) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    ASSERT_EQ(next(cursor), &b);
-    ASSERT_EQ(next(cursor), &c);
+    CListCursor cursor = afterDelivering(3);
     remove(d);
     int e = 4;
     ASSERT_EQ(CList_PushTail(&list, &e), result::Success);
@@ -152,18 +106,15 @@ TEST_F(CListRemovalDuringIteration, ElementPushedAfterARemovalIsDeliveredByTheRu
 }
 
 TEST_F(CListRemovalDuringIteration, SamePointerPushedAgainIsANewElement) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
+    CListCursor cursor = afterDelivering(1);
     remove(b);
     ASSERT_EQ(CList_PushTail(&list, &b), result::Success);
     EXPECT_EQ(rest(cursor), (std::vector<void*>{&c, &d, &b}));
 }
 
 TEST_F(CListRemovalDuringIteration, TwoIterationsOnTheSameElementBothStepOverItsRemoval) {
-    CListCursor outer = start();
-    ASSERT_EQ(next(outer), &a);
-    CListCursor inner = start();
-    ASSERT_EQ(next(inner), &a);
+    CListCursor outer = afterDelivering(1);
+    CListCursor inner = afterDelivering(1);
     remove(b);
     EXPECT_EQ(rest(inner), (std::vector<void*>{&c, &d}));
     remove(c);
@@ -172,9 +123,7 @@ TEST_F(CListRemovalDuringIteration, TwoIterationsOnTheSameElementBothStepOverIts
 
 TEST_F(CListRemovalDuringIteration, IterationsOnDifferentElementsKeepTheirPlaces) {
     CListCursor early = start();
-    CListCursor late = start();
-    ASSERT_EQ(next(late), &a);
-    ASSERT_EQ(next(late), &b);
+    CListCursor late = afterDelivering(2);
     remove(a);
     remove(c);
     EXPECT_EQ(rest(early), (std::vector<void*>{&b, &d}));
@@ -182,12 +131,7 @@ TEST_F(CListRemovalDuringIteration, IterationsOnDifferentElementsKeepTheirPlaces
 }
 
 TEST_F(CListRemovalDuringIteration, RemovingAlternateElementsAheadOfTheCursor) {
-    CListCursor cursor = start();
-    ASSERT_EQ(next(cursor), &a);
-    remove(b);
-    remove(d);
-    EXPECT_EQ(rest(cursor), std::vector<void*>{&c});
-    EXPECT_EQ(rest(start()), (std::vector<void*>{&a, &c}));
+    removeThenExpect(afterDelivering(1), {&b, &d}, {&c}, {&a, &c});
 }
 
 }  // namespace

@@ -3,65 +3,77 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
-#include "CList.h"
-#include "PlatformHost/HostResultCodes.h"
+#include "CListFixture.h"
 
 namespace {
 
 namespace result = platform_host::host_result;
 
-class CListTest : public ::testing::Test {
+class CListTest : public clist_test::CListFixture {
 protected:
-    void SetUp() override {
-        std::memset(&list, 0, sizeof list);
-        ASSERT_EQ(CList_Construct(&list), result::Success);
-    }
-    void TearDown() override {
-        // Free the nodes of whatever the test left in the list.
-        std::vector<void*> left = elements();
-        for (void* element : left) {
-            CList_Remove(&list, element);
-        }
-        // Every node is gone once no iteration is left unfinished.
-        EXPECT_EQ(list.head, nullptr);
-    }
-
-    void push(int& element) { ASSERT_EQ(CList_PushTail(&list, &element), result::Success); }
-
-    // The elements in iteration order, the way the fast scheduler walks them.
-    std::vector<void*> elements() {
+    /// One whole iteration that removes each element `removeIt` picks as
+    /// soon as it is delivered; the elements it delivered.
+    std::vector<void*> iterateRemoving(const std::function<bool(void*)>& removeIt) {
         std::vector<void*> delivered;
-        CListCursor cursor = nullptr;
-        if (CList_StartIterationFromHead(&list, &cursor) == CLIST_END_OF_LIST) {
+        CListCursor cursor = start();
+        if (cursor == nullptr) {
+            ADD_FAILURE() << "the iteration did not start";
             return delivered;
         }
         uint32_t status = 0;
         do {
-            void* element = nullptr;
-            status = CList_GetNext(&list, &element, &cursor);
+            void* element = next(cursor, &status);
             if (element == nullptr) {
+                ADD_FAILURE() << "no element delivered before the end of the list";
                 break;
             }
             delivered.push_back(element);
+            if (removeIt(element)) {
+                EXPECT_EQ(CList_Remove(&list, element), result::Success);
+            }
         } while (status != CLIST_END_OF_LIST);
         return delivered;
     }
 
-    CList list;
+    /// The status and the element of one CList_GetNext.
+    using Delivery = std::pair<uint32_t, void*>;
+
+    /// Starts an iteration from the head, which must succeed, and calls
+    /// CList_GetNext `calls` times. The element is preset to a stale pointer
+    /// before each call, so each call must write it.
+    std::vector<Delivery> deliveriesFromHead(size_t calls) {
+        std::vector<Delivery> deliveries;
+        CListCursor cursor = nullptr;
+        EXPECT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
+        for (size_t i = 0; i < calls; ++i) {
+            void* element = &stale;
+            const uint32_t status = CList_GetNext(&list, &element, &cursor);
+            deliveries.emplace_back(status, element);
+        }
+        return deliveries;
+    }
+
+    /// Empty by every account: the query, both ends and the count.
+    void expectEmpty() {
+        EXPECT_NE(CList_IsEmpty(&list), 0u);
+        EXPECT_EQ(list.head, nullptr);
+        EXPECT_EQ(list.tail, nullptr);
+        EXPECT_EQ(list.count, 0u);
+    }
+
     int a = 1;
     int b = 2;
     int c = 3;
+    int stale = 0;
 };
 
-TEST_F(CListTest, ZeroFilledListConstructsEmpty) {
-    EXPECT_NE(CList_IsEmpty(&list), 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(list.count, 0u);
-}
+TEST_F(CListTest, ZeroFilledListConstructsEmpty) { expectEmpty(); }
 
 TEST_F(CListTest, PushTailKeepsInsertionOrder) {
     push(a);
@@ -93,63 +105,30 @@ TEST_F(CListTest, IterationOfEmptyListReportsEndAtOnce) {
 TEST_F(CListTest, IterationStartsWithCursorOnHead) {
     push(a);
     push(b);
-    CListCursor cursor = nullptr;
-    EXPECT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    void* element = nullptr;
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), result::Success);
-    EXPECT_EQ(element, &a);
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
+    EXPECT_EQ(deliveriesFromHead(2).front(), Delivery(result::Success, &a));
 }
 
 TEST_F(CListTest, EndOfListComesTogetherWithTheLastElement) {
     push(a);
     push(b);
-    CListCursor cursor = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    void* element = nullptr;
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), result::Success);
-    EXPECT_EQ(element, &a);
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
-    EXPECT_EQ(element, &b);
+    EXPECT_EQ(deliveriesFromHead(2), (std::vector<Delivery>{{result::Success, &a}, {CLIST_END_OF_LIST, &b}}));
 }
 
 TEST_F(CListTest, SingleElementIsDeliveredWithEndOfList) {
     push(a);
-    CListCursor cursor = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    void* element = nullptr;
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
-    EXPECT_EQ(element, &a);
+    EXPECT_EQ(deliveriesFromHead(1), std::vector<Delivery>{Delivery(CLIST_END_OF_LIST, &a)});
 }
 
 TEST_F(CListTest, GetNextPastTheEndDeliversNull) {
     push(a);
-    CListCursor cursor = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    void* element = nullptr;
-    ASSERT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
-    element = &b;
-    EXPECT_EQ(CList_GetNext(&list, &element, &cursor), CLIST_END_OF_LIST);
-    EXPECT_EQ(element, nullptr);
+    EXPECT_EQ(deliveriesFromHead(2), (std::vector<Delivery>{{CLIST_END_OF_LIST, &a}, {CLIST_END_OF_LIST, nullptr}}));
 }
 
 TEST_F(CListTest, RemovingTheElementJustDeliveredKeepsTheIteration) {
     push(a);
     push(b);
     push(c);
-    std::vector<void*> delivered;
-    CListCursor cursor = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    uint32_t status = 0;
-    do {
-        void* element = nullptr;
-        status = CList_GetNext(&list, &element, &cursor);
-        ASSERT_NE(element, nullptr);
-        delivered.push_back(element);
-        if (element == &b) {
-            ASSERT_EQ(CList_Remove(&list, element), result::Success);
-        }
-    } while (status != CLIST_END_OF_LIST);
+    const std::vector<void*> delivered = iterateRemoving([&](void* element) { return element == &b; });
 
     EXPECT_EQ(delivered, (std::vector<void*>{&a, &b, &c}));
     EXPECT_EQ(elements(), (std::vector<void*>{&a, &c}));
@@ -160,23 +139,10 @@ TEST_F(CListTest, RemovingEveryElementDuringOneIteration) {
     push(a);
     push(b);
     push(c);
-    std::vector<void*> delivered;
-    CListCursor cursor = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&list, &cursor), result::Success);
-    uint32_t status = 0;
-    do {
-        void* element = nullptr;
-        status = CList_GetNext(&list, &element, &cursor);
-        ASSERT_NE(element, nullptr);
-        delivered.push_back(element);
-        ASSERT_EQ(CList_Remove(&list, element), result::Success);
-    } while (status != CLIST_END_OF_LIST);
+    const std::vector<void*> delivered = iterateRemoving([](void*) { return true; });
 
     EXPECT_EQ(delivered, (std::vector<void*>{&a, &b, &c}));
-    EXPECT_NE(CList_IsEmpty(&list), 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(list.count, 0u);
+    expectEmpty();
 }
 
 TEST_F(CListTest, RemovingTheLastElementWhenDeliveredEndsCleanly) {

@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
 #include "CModuleManager.h"
 #include "PlatformHost/HostResultCodes.h"
 #include "PlatformHost/ModuleManagerHost.h"
+#include "TickModuleIdentity.h"
 
 namespace {
 
@@ -47,21 +49,41 @@ protected:
         return CModuleManager_RegisterCallback(moduleId, name, 100, &record, 3, 0, phases.data(),
                                                static_cast<uint32_t>(phases.size()));
     }
+
+    /// Subscribes a recording callback of module `moduleId` to `phases`: it
+    /// is registered as `name`_OnPhase, records its calls as `name` and
+    /// returns `resultToReturn`.
+    uint32_t subscribeRecording(uint32_t moduleId, const std::string& name, const std::vector<uint32_t>& phases,
+                                uint32_t resultToReturn = 0) {
+        Subscriber& subscriber = subscribers.emplace_back();
+        subscriber.identity = CallbackIdentity{name, resultToReturn};
+        subscriber.record = SPhaseCallbackContext{&subscriber.identity, &recordingCallback};
+        return registerCallback(moduleId, (name + "_OnPhase").c_str(), subscriber.record, phases);
+    }
+
+private:
+    struct Subscriber {
+        CallbackIdentity identity;
+        SPhaseCallbackContext record;
+    };
+    // The module manager keeps the record's address: a deque never moves
+    // its elements.
+    std::deque<Subscriber> subscribers;
 };
 
 TEST_F(ModuleManagerTest, RegisteredModuleIsKnown) {
-    EXPECT_FALSE(platform_host::isModuleRegistered(22000));
-    EXPECT_EQ(CModuleManager_RegisterModule(22000, "CTickScheduler"), result::Success);
-    EXPECT_TRUE(platform_host::isModuleRegistered(22000));
-    EXPECT_FALSE(platform_host::isModuleRegistered(22001));
+    EXPECT_FALSE(platform_host::isModuleRegistered(TickModule::SchedulerModuleId));
+    EXPECT_EQ(CModuleManager_RegisterModule(TickModule::SchedulerModuleId, "CTickScheduler"), result::Success);
+    EXPECT_TRUE(platform_host::isModuleRegistered(TickModule::SchedulerModuleId));
+    EXPECT_FALSE(platform_host::isModuleRegistered(TickModule::FastSchedulerModuleId));
 }
 
 TEST_F(ModuleManagerTest, DuplicateModuleIdIsRefused) {
-    ASSERT_EQ(CModuleManager_RegisterModule(22000, "First"), result::Success);
-    const uint32_t refusal = CModuleManager_RegisterModule(22000, "Second");
+    ASSERT_EQ(CModuleManager_RegisterModule(TickModule::SchedulerModuleId, "First"), result::Success);
+    const uint32_t refusal = CModuleManager_RegisterModule(TickModule::SchedulerModuleId, "Second");
     EXPECT_EQ(refusal, result::ModuleAlreadyRegistered);
     EXPECT_GE(refusal, 32768u);
-    EXPECT_TRUE(platform_host::isModuleRegistered(22000));
+    EXPECT_TRUE(platform_host::isModuleRegistered(TickModule::SchedulerModuleId));
 }
 
 TEST_F(ModuleManagerTest, NullModuleNameIsRefused) {
@@ -107,15 +129,9 @@ TEST_F(ModuleManagerTest, CallbackWithEmptyPhaseListIsAcceptedAndNeverCalled) {
 TEST_F(ModuleManagerTest, PhaseCallsSubscribersInRegistrationOrder) {
     ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
     ASSERT_EQ(CModuleManager_RegisterModule(2, "B"), result::Success);
-    CallbackIdentity b{"B", 0};
-    CallbackIdentity a1{"A1", 0};
-    CallbackIdentity a2{"A2", 0};
-    SPhaseCallbackContext recordB{&b, &recordingCallback};
-    SPhaseCallbackContext recordA1{&a1, &recordingCallback};
-    SPhaseCallbackContext recordA2{&a2, &recordingCallback};
-    ASSERT_EQ(registerCallback(2, "B_OnPhase", recordB, {11, 14}), result::Success);
-    ASSERT_EQ(registerCallback(1, "A1_OnPhase", recordA1, {11}), result::Success);
-    ASSERT_EQ(registerCallback(1, "A2_OnPhase", recordA2, {14, 11}), result::Success);
+    ASSERT_EQ(subscribeRecording(2, "B", {11, 14}), result::Success);
+    ASSERT_EQ(subscribeRecording(1, "A1", {11}), result::Success);
+    ASSERT_EQ(subscribeRecording(1, "A2", {14, 11}), result::Success);
 
     const std::vector<PhaseCallResult> results = platform_host::runPhase(11);
 
@@ -136,9 +152,7 @@ TEST_F(ModuleManagerTest, PhaseCallsSubscribersInRegistrationOrder) {
 
 TEST_F(ModuleManagerTest, PhaseReachesOnlyItsSubscribers) {
     ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
-    CallbackIdentity a{"A", 0};
-    SPhaseCallbackContext record{&a, &recordingCallback};
-    ASSERT_EQ(registerCallback(1, "A_OnPhase", record, {11, 13, 16}), result::Success);
+    ASSERT_EQ(subscribeRecording(1, "A", {11, 13, 16}), result::Success);
 
     EXPECT_TRUE(platform_host::runPhase(14).empty());
     EXPECT_TRUE(platform_host::runPhase(12).empty());
@@ -149,12 +163,8 @@ TEST_F(ModuleManagerTest, PhaseReachesOnlyItsSubscribers) {
 TEST_F(ModuleManagerTest, PhaseReportsEachCallbackResult) {
     ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
     ASSERT_EQ(CModuleManager_RegisterModule(2, "B"), result::Success);
-    CallbackIdentity a{"A", 0};
-    CallbackIdentity b{"B", 32779};
-    SPhaseCallbackContext recordA{&a, &recordingCallback};
-    SPhaseCallbackContext recordB{&b, &recordingCallback};
-    ASSERT_EQ(registerCallback(1, "A_OnPhase", recordA, {14}), result::Success);
-    ASSERT_EQ(registerCallback(2, "B_OnPhase", recordB, {14}), result::Success);
+    ASSERT_EQ(subscribeRecording(1, "A", {14}), result::Success);
+    ASSERT_EQ(subscribeRecording(2, "B", {14}, 32779), result::Success);
 
     const std::vector<PhaseCallResult> results = platform_host::runPhase(14);
 
@@ -263,12 +273,8 @@ TEST_F(ModuleManagerTest, StartupRunsPhasesElevenToFifteenInOrderAndShutdownSixt
 TEST_F(ModuleManagerTest, RunPhasesConcatenatesResultsInPhaseOrder) {
     ASSERT_EQ(CModuleManager_RegisterModule(1, "A"), result::Success);
     ASSERT_EQ(CModuleManager_RegisterModule(2, "B"), result::Success);
-    CallbackIdentity a{"A", 0};
-    CallbackIdentity b{"B", 0};
-    SPhaseCallbackContext recordA{&a, &recordingCallback};
-    SPhaseCallbackContext recordB{&b, &recordingCallback};
-    ASSERT_EQ(registerCallback(1, "A_OnPhase", recordA, {11, 13}), result::Success);
-    ASSERT_EQ(registerCallback(2, "B_OnPhase", recordB, {13, 11}), result::Success);
+    ASSERT_EQ(subscribeRecording(1, "A", {11, 13}), result::Success);
+    ASSERT_EQ(subscribeRecording(2, "B", {13, 11}), result::Success);
 
     const std::vector<PhaseCallResult> results = platform_host::runPhases({13, 11});
 

@@ -1,30 +1,22 @@
 // Captures the trace lines written while it exists.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "NonCopyable.h"
 #include "PlatformHost/TraceHost.h"
+#include "SynchronizedLog.h"
 
-class TraceCapture {
+class TraceCapture : test_support::NonCopyable {
 public:
     TraceCapture() {
-        platform_host::setTraceSink([this](const std::string& line) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            captured.push_back(line);
-        });
+        platform_host::setTraceSink([this](const std::string& line) { captured.append(line); });
     }
     ~TraceCapture() { platform_host::setTraceSink({}); }
-    TraceCapture(const TraceCapture&) = delete;
-    TraceCapture& operator=(const TraceCapture&) = delete;
 
-    std::vector<std::string> lines() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return captured;
-    }
+    std::vector<std::string> lines() { return captured.snapshot(); }
 
 private:
-    std::mutex mutex;
-    std::vector<std::string> captured;
+    test_support::SynchronizedLog<std::string> captured;
 };

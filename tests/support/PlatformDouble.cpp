@@ -24,14 +24,13 @@ struct ListNode {
     uint32_t cursors;
 };
 
-struct State {
-    std::mutex mutex;
-
+/// What reset() returns to its start: the scripted results and the calls
+/// recorded.
+struct ResettableState {
     uint32_t traceLevel = 7;
-    uint64_t isEnabledCalls = 0;
     int traceErrno = 0;
     std::vector<TraceRecord> traces;
-    std::vector<TraceConstruction> constructions;
+    uint64_t isEnabledCalls = 0;
 
     uint32_t registerModuleResult = 0;
     uint32_t registerCallbackResult = 0;
@@ -45,15 +44,22 @@ struct State {
     uint32_t missingRemoveResult = kDefaultMissingRemoveResult;
     uint32_t getNextNullCountdown = 0;
     std::vector<ListFunction> listCalls;
-    // Tombstones and the list holding each. An iteration that never ends (a
-    // tick function that throws) leaves one behind; CList_Construct frees
-    // those of its list without reading the old record.
-    std::vector<std::pair<const CList*, ListNode*>> tombstones;
 
     int setSchedulingResult = 0;
     int setNameResult = 0;
     std::vector<SchedulingCall> schedulingCalls;
     std::vector<NamingCall> namingCalls;
+};
+
+struct State : ResettableState {
+    std::mutex mutex;
+    // Kept across resets: the library constructs its trace objects once,
+    // during static initialisation.
+    std::vector<TraceConstruction> constructions;
+    // Tombstones and the list holding each. An iteration that never ends (a
+    // tick function that throws) leaves one behind; CList_Construct frees
+    // those of its list without reading the old record.
+    std::vector<std::pair<const CList*, ListNode*>> tombstones;
 };
 
 // A function-local static: KivTrace objects of the library under test are
@@ -65,9 +71,16 @@ State& state() {
 }
 
 template <typename T>
-std::vector<T> copyUnderLock(const std::vector<T>& source) {
+T copyUnderLock(const T& source) {
     std::lock_guard<std::mutex> lock(state().mutex);
     return source;
+}
+
+/// What a test scripts is read by the library's calls on other threads.
+template <typename T>
+void setUnderLock(T& field, T value) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    field = value;
 }
 
 void recordTrace(uint32_t level, const KivTraceHeader& header, const std::string& text, bool entry) {
@@ -95,30 +108,10 @@ void recordListCall(ListFunction function) {
 void reset() {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    s.traceLevel = 7;
-    s.isEnabledCalls = 0;
-    s.traceErrno = 0;
-    s.traces.clear();
-    s.registerModuleResult = 0;
-    s.registerCallbackResult = 0;
-    s.modules.clear();
-    s.callbacks.clear();
-    s.registerInterfaceResult = 0;
-    s.brokerCalls.clear();
-    s.interfaces.clear();
-    s.missingRemoveResult = kDefaultMissingRemoveResult;
-    s.getNextNullCountdown = 0;
-    s.listCalls.clear();
-    s.setSchedulingResult = 0;
-    s.setNameResult = 0;
-    s.schedulingCalls.clear();
-    s.namingCalls.clear();
+    static_cast<ResettableState&>(s) = ResettableState{};
 }
 
-void setTraceLevel(uint32_t maxLevel) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().traceLevel = maxLevel;
-}
+void setTraceLevel(uint32_t maxLevel) { setUnderLock(state().traceLevel, maxLevel); }
 
 std::vector<TraceRecord> traces() { return copyUnderLock(state().traces); }
 
@@ -146,25 +139,13 @@ void clearTraces() {
 
 std::vector<TraceConstruction> traceConstructions() { return copyUnderLock(state().constructions); }
 
-void scriptTraceErrno(int value) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().traceErrno = value;
-}
+void scriptTraceErrno(int value) { setUnderLock(state().traceErrno, value); }
 
-uint64_t isEnabledCalls() {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    return state().isEnabledCalls;
-}
+uint64_t isEnabledCalls() { return copyUnderLock(state().isEnabledCalls); }
 
-void scriptRegisterModuleResult(uint32_t result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().registerModuleResult = result;
-}
+void scriptRegisterModuleResult(uint32_t result) { setUnderLock(state().registerModuleResult, result); }
 
-void scriptRegisterCallbackResult(uint32_t result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().registerCallbackResult = result;
-}
+void scriptRegisterCallbackResult(uint32_t result) { setUnderLock(state().registerCallbackResult, result); }
 
 std::vector<ModuleRegistration> moduleRegistrations() { return copyUnderLock(state().modules); }
 
@@ -186,22 +167,13 @@ uint32_t activatePhase(uint32_t moduleId, uint32_t phase) {
     return record->callback(record->context, phase);
 }
 
-void scriptRegisterInterfaceResult(uint32_t result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().registerInterfaceResult = result;
-}
+void scriptRegisterInterfaceResult(uint32_t result) { setUnderLock(state().registerInterfaceResult, result); }
 
 std::vector<BrokerCall> brokerCalls() { return copyUnderLock(state().brokerCalls); }
 
-void scriptListRemoveMissingResult(uint32_t result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().missingRemoveResult = result;
-}
+void scriptListRemoveMissingResult(uint32_t result) { setUnderLock(state().missingRemoveResult, result); }
 
-void scriptListGetNextNullAt(uint32_t n) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().getNextNullCountdown = n;
-}
+void scriptListGetNextNullAt(uint32_t n) { setUnderLock(state().getNextNullCountdown, n); }
 
 std::vector<ListFunction> listCalls() { return copyUnderLock(state().listCalls); }
 
@@ -215,15 +187,9 @@ std::vector<void*> listElements(CList* list) {
     return elements;
 }
 
-void scriptSetSchedulingResult(int result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().setSchedulingResult = result;
-}
+void scriptSetSchedulingResult(int result) { setUnderLock(state().setSchedulingResult, result); }
 
-void scriptSetNameResult(int result) {
-    std::lock_guard<std::mutex> lock(state().mutex);
-    state().setNameResult = result;
-}
+void scriptSetNameResult(int result) { setUnderLock(state().setNameResult, result); }
 
 std::vector<SchedulingCall> schedulingCalls() { return copyUnderLock(state().schedulingCalls); }
 

@@ -33,13 +33,13 @@ void* allocateNoThrow(std::size_t size) noexcept {
 
 }  // namespace
 
-namespace oscillator_test {
+namespace test_support {
 
 AllocationScope::AllocationScope() : startCount(allocations) { ++openScopes; }
 AllocationScope::~AllocationScope() { --openScopes; }
 uint64_t AllocationScope::count() const { return allocations - startCount; }
 
-}  // namespace oscillator_test
+}  // namespace test_support
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }

@@ -1,0 +1,24 @@
+// Counts heap allocations made by the current thread while a counting scope
+// is open. The test executable that links the ZynAllocationCounter objects
+// has the global operator new/delete family replaced to do so.
+#pragma once
+
+#include <cstdint>
+
+#include "NonCopyable.h"
+
+namespace test_support {
+
+/// Counts the allocations of this thread from construction to `count()`.
+class AllocationScope : NonCopyable {
+public:
+    AllocationScope();
+    ~AllocationScope();
+
+    uint64_t count() const;
+
+private:
+    uint64_t startCount;
+};
+
+}  // namespace test_support
