@@ -1,66 +1,94 @@
-// Decoding and description of the operations both fuzz targets know. Each
-// target's Op and OpKind name these operations alike; the target decodes and
+// Layout and description of the operations both fuzz targets know. Each
+// target's OpKind names these operations alike; the target lays out and
 // describes its own operations and hands the rest to these templates, which
-// read the input bytes in the same order for both.
+// read or write the arguments in the same order for both.
+//
+// A layout is written once, over the direction: with an InputDecoder it
+// fills the operation from the input, with an InputEncoder it writes the
+// bytes that decode to the operation (InputCodec.h).
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "ByteReader.h"
 #include "FuzzNames.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 #include "PlatformResults.h"
 
 namespace zyn_fuzz {
 
-inline uint8_t decodeSlot(ByteReader& input) { return static_cast<uint8_t>(input.byte() % (kSlots + 1)); }
+/// The kind of an operation at `depth`: only nestable kinds inside a tick
+/// function; `allowedAt` turns what may not run there into what may.
+template <typename Channel, typename Op, typename Kind>
+void codeKind(Channel& channel, Op& op, int depth, uint8_t nestableKinds, uint8_t allKinds,
+              Kind (*allowedAt)(Kind, int)) {
+    auto kind = static_cast<uint8_t>(op.kind);
+    channel.inRange(kind, static_cast<uint8_t>((depth == 0 ? allKinds : nestableKinds) - 1));
+    op.kind = allowedAt(static_cast<Kind>(kind), depth);
+}
 
-inline uint8_t decodeClient(ByteReader& input) { return static_cast<uint8_t>(input.byte() % kClients); }
+template <typename Channel>
+void codeSlot(Channel& channel, uint8_t& slot) {
+    channel.inRange(slot, static_cast<uint8_t>(kSlots));
+}
+
+template <typename Channel>
+void codeClient(Channel& channel, uint8_t& client) {
+    channel.inRange(client, static_cast<uint8_t>(kClients - 1));
+}
 
 /// The null-argument variant and the client of a Register.
-template <typename Op>
-void decodeRegisterHead(ByteReader& input, Op& op) {
-    const uint8_t variant = input.byte();
-    op.variant = variant < 8 ? variant : 0;
-    op.client = decodeClient(input);
+template <typename Channel, typename Op>
+void codeRegisterHead(Channel& channel, Op& op) {
+    channel.mostlyZero(op.variant, uint8_t{8});
+    codeClient(channel, op.client);
+}
+
+/// The name buffer of a Register.
+template <typename Channel, typename Op>
+void codeRegisterName(Channel& channel, Op& op) {
+    codeName(channel, op.name);
+    op.text = nameBuffer(op.name);
 }
 
 /// The three results the platform gives Initialize.
-template <typename Op>
-void decodePlatformResults(ByteReader& input, Op& op) {
-    op.b = decodePlatformResult(input);
-    op.c = decodePlatformResult(input);
-    op.d = decodePlatformResult(input);
+template <typename Channel, typename Op>
+void codePlatformResults(Channel& channel, Op& op) {
+    channel.oneOf(op.b, kPlatformResults, false);
+    channel.oneOf(op.c, kPlatformResults, false);
+    channel.oneOf(op.d, kPlatformResults, false);
 }
 
-/// Reads the arguments of an operation both targets know; false when
-/// `op.kind` is one of the target's own.
-template <typename Op>
-bool decodeSharedOp(ByteReader& input, Op& op, int depth, Op (*decodeOp)(ByteReader&, int)) {
+/// Reads or writes the arguments of an operation both targets know; false
+/// when `op.kind` is one of the target's own. `codeNested` lays out an
+/// operation armed one level deeper.
+template <typename Channel, typename Op, typename CodeNested>
+bool codeSharedOp(Channel& channel, Op& op, int depth, CodeNested codeNested) {
     using Kind = decltype(op.kind);
     switch (op.kind) {
         case Kind::Unregister:
         case Kind::Enable:
         case Kind::Disable:
-            op.slot = decodeSlot(input);
+            codeSlot(channel, op.slot);
             return true;
         case Kind::AddGroup:
         case Kind::RemoveGroup:
         case Kind::WriteEnabled:
-            op.slot = decodeSlot(input);
-            op.a = input.interesting32();
+            codeSlot(channel, op.slot);
+            channel.interesting32(op.a);
             return true;
         case Kind::EnableGroup:
         case Kind::DisableGroup:
-            op.a = input.interesting32();
+            channel.interesting32(op.a);
             return true;
         case Kind::ArmNested:
-            op.client = decodeClient(input);
-            op.nested.push_back(decodeOp(input, depth + 1));
+            codeClient(channel, op.client);
+            op.nested.resize(1);
+            codeNested(channel, op.nested.front(), depth + 1);
             return true;
         case Kind::TraceLevel:
-            op.a = input.byte() % 8u;
+            channel.inRange(op.a, uint32_t{7});
             return true;
         case Kind::LoadForeignRecord:
         case Kind::Tick:

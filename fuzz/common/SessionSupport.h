@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "ByteReader.h"
 #include "FuzzCheck.h"
 #include "FuzzNames.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 #include "PlatformDouble.h"
 
 namespace zyn_fuzz {
@@ -46,10 +46,10 @@ void fillForeignHandler(Handler& handler, uint32_t enabled, uint32_t interval, i
 /// Decodes operations from the input and performs each at top level, until
 /// the input is used up or kMaxOperations have run.
 template <typename Op, typename Perform>
-void performOperations(const uint8_t* data, size_t size, Op (*decodeOp)(ByteReader&, int), Perform perform) {
-    ByteReader input(data, size);
+void performOperations(const uint8_t* data, size_t size, Op (*decodeOp)(InputDecoder&), Perform perform) {
+    InputDecoder input(data, size);
     for (size_t n = 0; n < kMaxOperations && !input.exhausted(); ++n) {
-        perform(decodeOp(input, 0), false);
+        perform(decodeOp(input), false);
     }
 }
 

@@ -4,72 +4,72 @@
 
 namespace fast_fuzz {
 
-using zyn_fuzz::ByteReader;
 using zyn_fuzz::kMaxArmDepth;
 
 namespace {
 
-uint32_t decodePhase(ByteReader& input) {
-    static const uint32_t phases[] = {11, 13, 16, 14, 12, 15, 0, UINT32_MAX};
-    const uint8_t selector = input.byte();
-    if (selector < 200) {
-        return phases[selector % (sizeof(phases) / sizeof(phases[0]))];
-    }
-    return input.u32();
-}
+constexpr uint32_t kPhases[] = {11, 13, 16, 14, 12, 15, 0, UINT32_MAX};
 
 /// What the list answers when asked to remove a pointer it does not hold:
 /// always an error, with or without the top bit.
-uint32_t decodeRemoveResult(ByteReader& input) {
-    static const uint32_t results[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
-    return results[input.byte() % (sizeof(results) / sizeof(results[0]))];
-}
+constexpr uint32_t kRemoveResults[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
 
-OpKind decodeKind(ByteReader& input, int depth) {
-    const uint8_t selector = input.byte();
-    OpKind kind = static_cast<OpKind>(selector % (depth == 0 ? kAllKinds : kNestableKinds));
+/// The list delivers null at the latest on this GetNext call from now.
+constexpr uint32_t kLastNullCall = 6;
+
+OpKind allowedAt(OpKind kind, int depth) {
     if (kind == OpKind::ArmNested && depth >= kMaxArmDepth) {
-        kind = OpKind::TraceLevel;
+        return OpKind::TraceLevel;
     }
-    if (kind == OpKind::UnregisterFromOnTick && depth == 0) {
-        // The unlocked variant is for tick functions only.
-        kind = OpKind::Unregister;
-    }
-    return kind;
+    // The unlocked variant is for tick functions only.
+    return kind == OpKind::UnregisterFromOnTick && depth == 0 ? OpKind::Unregister : kind;
 }
 
-}  // namespace
-
-Op decodeOp(ByteReader& input, int depth) {
-    Op op;
-    op.kind = decodeKind(input, depth);
-    if (zyn_fuzz::decodeSharedOp(input, op, depth, &decodeOp)) {
-        return op;
+template <typename Channel>
+void codeOp(Channel& channel, Op& op, int depth) {
+    zyn_fuzz::codeKind(channel, op, depth, kNestableKinds, kAllKinds, &allowedAt);
+    if (zyn_fuzz::codeSharedOp(channel, op, depth, &codeOp<Channel>)) {
+        return;
     }
     switch (op.kind) {
         case OpKind::Register:
-            zyn_fuzz::decodeRegisterHead(input, op);
-            op.text = zyn_fuzz::decodeName(input);
+            zyn_fuzz::codeRegisterHead(channel, op);
+            zyn_fuzz::codeRegisterName(channel, op);
             break;
         case OpKind::UnregisterFromOnTick:
-            op.slot = zyn_fuzz::decodeSlot(input);
+            zyn_fuzz::codeSlot(channel, op.slot);
             break;
         case OpKind::ScriptRemoveResult:
-            op.a = decodeRemoveResult(input);
+            channel.oneOf(op.a, kRemoveResults, false);
             break;
-        case OpKind::ScriptGetNextNull:
-            op.a = 1u + input.byte() % 6u;
+        case OpKind::ScriptGetNextNull: {
+            uint32_t later = op.a - 1;
+            channel.inRange(later, kLastNullCall - 1);
+            op.a = later + 1;
             break;
+        }
         case OpKind::Initialize:
-            zyn_fuzz::decodePlatformResults(input, op);
+            zyn_fuzz::codePlatformResults(channel, op);
             break;
         case OpKind::Phase:
-            op.a = decodePhase(input);
+            channel.oneOf(op.a, kPhases, true);
             break;
         default:
             break;
     }
+}
+
+}  // namespace
+
+Op decodeOp(zyn_fuzz::InputDecoder& input) {
+    Op op;
+    codeOp(input, op, 0);
     return op;
+}
+
+void encodeOp(zyn_fuzz::InputEncoder& output, const Op& op) {
+    Op copy = op;
+    codeOp(output, copy, 0);
 }
 
 std::string describe(const Op& op) {

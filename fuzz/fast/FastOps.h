@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "ByteReader.h"
+#include "FuzzOp.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 
 namespace fast_fuzz {
 
@@ -53,21 +54,13 @@ using zyn_fuzz::kNullHandleVariable;
 using zyn_fuzz::kNullName;
 using zyn_fuzz::kNullReceiver;
 
-struct Op {
-    OpKind kind = OpKind::Tick;
-    uint8_t slot = kNullSlot;
-    uint8_t client = 0;
-    uint8_t variant = 0;
-    uint32_t a = 0;          ///< group id, level, phase, written value, scripted result or call number
-    uint32_t b = 0;          ///< Initialize: module registration result
-    uint32_t c = 0;          ///< Initialize: callback registration result
-    uint32_t d = 0;          ///< Initialize: interface registration result
-    std::string text;        ///< name buffer
-    std::vector<Op> nested;  ///< ArmNested: the operation to arm
-};
+using Op = zyn_fuzz::BasicOp<OpKind>;
 
-/// Decodes one operation; `depth` 0 is a top-level operation.
-Op decodeOp(zyn_fuzz::ByteReader& input, int depth);
+/// Decodes one top-level operation.
+Op decodeOp(zyn_fuzz::InputDecoder& input);
+
+/// Writes the bytes that decode to `op`, a top-level operation.
+void encodeOp(zyn_fuzz::InputEncoder& output, const Op& op);
 
 /// One line describing the operation, for failure reports.
 std::string describe(const Op& op);

@@ -4,71 +4,67 @@
 
 namespace sched_fuzz {
 
-using zyn_fuzz::ByteReader;
 using zyn_fuzz::kMaxArmDepth;
 
 namespace {
 
-uint32_t decodePhase(ByteReader& input) {
-    // Phase 11 configures the oscillator, after which phase 14 starts its
-    // thread; the target parks that thread (ParkedOscillator.h). 11 comes
-    // from the raw values only, so the stored inputs keep their meaning.
-    static const uint32_t phases[] = {13, 14, 16, 12, 15, 0, 17, 10, UINT32_MAX};
-    const uint8_t selector = input.byte();
-    if (selector < 200) {
-        return phases[selector % (sizeof(phases) / sizeof(phases[0]))];
-    }
-    return input.u32();
+// Phase 11 configures the oscillator, after which phase 14 starts its thread
+// (which the target parks, ParkedOscillator.h). 11 comes only as "any value":
+// every start costs a thread, and kept rare they keep the runs fast.
+constexpr uint32_t kPhases[] = {13, 14, 16, 12, 15, 0, 17, 10, UINT32_MAX};
+
+OpKind allowedAt(OpKind kind, int depth) {
+    return kind == OpKind::ArmNested && depth >= kMaxArmDepth ? OpKind::ArmThrow : kind;
 }
 
-OpKind decodeKind(ByteReader& input, int depth) {
-    const uint8_t selector = input.byte();
-    const uint8_t range = depth == 0 ? kAllKinds : kNestableKinds;
-    OpKind kind = static_cast<OpKind>(selector % range);
-    if (kind == OpKind::ArmNested && depth >= kMaxArmDepth) {
-        kind = OpKind::ArmThrow;
-    }
-    return kind;
-}
-
-}  // namespace
-
-Op decodeOp(ByteReader& input, int depth) {
-    Op op;
-    op.kind = decodeKind(input, depth);
-    if (zyn_fuzz::decodeSharedOp(input, op, depth, &decodeOp)) {
-        return op;
+template <typename Channel>
+void codeOp(Channel& channel, Op& op, int depth) {
+    zyn_fuzz::codeKind(channel, op, depth, kNestableKinds, kAllKinds, &allowedAt);
+    if (zyn_fuzz::codeSharedOp(channel, op, depth, &codeOp<Channel>)) {
+        return;
     }
     switch (op.kind) {
         case OpKind::Register:
-            zyn_fuzz::decodeRegisterHead(input, op);
-            op.a = input.interesting32();
-            op.text = zyn_fuzz::decodeName(input);
+            zyn_fuzz::codeRegisterHead(channel, op);
+            channel.interesting32(op.a);
+            zyn_fuzz::codeRegisterName(channel, op);
             break;
         case OpKind::CopyForeignHandle:
-            op.slot = zyn_fuzz::decodeSlot(input);
+            zyn_fuzz::codeSlot(channel, op.slot);
             break;
         case OpKind::SetPriority:
         case OpKind::SetStartOffset:
-            op.slot = zyn_fuzz::decodeSlot(input);
-            op.a = input.interesting32();
+            zyn_fuzz::codeSlot(channel, op.slot);
+            channel.interesting32(op.a);
             break;
         case OpKind::ArmThrow:
-            op.client = zyn_fuzz::decodeClient(input);
-            op.variant = static_cast<uint8_t>(input.byte() % 5);
-            op.text = input.bytes(input.byte() % 24u);
+            zyn_fuzz::codeClient(channel, op.client);
+            channel.inRange(op.variant, static_cast<uint8_t>(ThrowKind::Int));
+            channel.text(op.text, uint8_t{23});
             break;
         case OpKind::Initialize:
-            op.a = input.interesting32();
-            zyn_fuzz::decodePlatformResults(input, op);
+            channel.interesting32(op.a);
+            zyn_fuzz::codePlatformResults(channel, op);
             break;
         case OpKind::Phase:
-            op.a = decodePhase(input);
+            channel.oneOf(op.a, kPhases, true);
             break;
         default:
             break;
     }
+}
+
+}  // namespace
+
+Op decodeOp(zyn_fuzz::InputDecoder& input) {
+    Op op;
+    codeOp(input, op, 0);
     return op;
+}
+
+void encodeOp(zyn_fuzz::InputEncoder& output, const Op& op) {
+    Op copy = op;
+    codeOp(output, copy, 0);
 }
 
 std::string describe(const Op& op) {

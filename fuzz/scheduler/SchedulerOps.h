@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "ByteReader.h"
+#include "FuzzOp.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 
 namespace sched_fuzz {
 
@@ -57,21 +58,13 @@ using zyn_fuzz::kNullReceiver;
 /// What an armed tick function throws.
 enum class ThrowKind : uint8_t { None, RuntimeError, RangeError, LogicError, Int };
 
-struct Op {
-    OpKind kind = OpKind::Tick;
-    uint8_t slot = kNullSlot;
-    uint8_t client = 0;
-    uint8_t variant = 0;
-    uint32_t a = 0;          ///< interval, priority, offset, group id, level, phase, written value
-    uint32_t b = 0;          ///< Initialize: module registration result
-    uint32_t c = 0;          ///< Initialize: callback registration result
-    uint32_t d = 0;          ///< Initialize: interface registration result
-    std::string text;        ///< name buffer or exception text
-    std::vector<Op> nested;  ///< ArmNested: the operation to arm
-};
+using Op = zyn_fuzz::BasicOp<OpKind>;
 
-/// Decodes one operation; `depth` 0 is a top-level operation.
-Op decodeOp(zyn_fuzz::ByteReader& input, int depth);
+/// Decodes one top-level operation.
+Op decodeOp(zyn_fuzz::InputDecoder& input);
+
+/// Writes the bytes that decode to `op`, a top-level operation.
+void encodeOp(zyn_fuzz::InputEncoder& output, const Op& op);
 
 /// One line describing the operation, for failure reports.
 std::string describe(const Op& op);
