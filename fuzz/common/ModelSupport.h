@@ -1,10 +1,12 @@
 // Bookkeeping both reference models share: the result codes and trace levels
-// they expect, outcomes, and the handle variables of the clients.
+// they expect, handler records, outcomes, and the handle variables of the
+// clients.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "HarnessLimits.h"
@@ -32,9 +34,40 @@ constexpr uint32_t kNotInitialized = 32788;
 
 }  // namespace codes
 
+/// Where a record is as far as the module is concerned.
+enum class Place {
+    Listed,   ///< in the handler list
+    Retired,  ///< unregistered during the running pass; freed when it ends
+    Dropped,  ///< left out of the list by Uninitialize; the block stays valid
+    Foreign,  ///< a record the module never created
+    Freed,
+};
+
+/// A handler record as the model has it. The fast module keeps no interval,
+/// priority or counter: for it these stay at the values its records get.
+struct ModelRecord {
+    uint32_t client = 0;
+    uint32_t enabled = 1;
+    uint32_t interval = 0;
+    int32_t prio = 5;
+    uint32_t counter = 0;
+    std::string name;
+    uint32_t groupMask = 0;
+    Place place = Place::Listed;
+};
+
+/// What the model decided for one operation.
+struct Outcome {
+    bool skipped = false;  ///< not performed (it would break the rules a client must keep)
+    bool hasResult = false;
+    uint32_t result = 0;
+    int slot = -1;                     ///< the slot an operation fills
+    uint32_t newRecord = kNoRecord;    ///< the record Register creates
+    uint32_t freedRecord = kNoRecord;  ///< the record an operation frees at once
+};
+
 /// An outcome that carries `result`.
-template <typename Outcome>
-Outcome resultOf(uint32_t result) {
+inline Outcome resultOf(uint32_t result) {
     Outcome outcome;
     outcome.hasResult = true;
     outcome.result = result;
@@ -42,16 +75,15 @@ Outcome resultOf(uint32_t result) {
 }
 
 /// An outcome for an operation that is not performed.
-template <typename Outcome>
-Outcome skipped() {
+inline Outcome skipped() {
     Outcome outcome;
     outcome.skipped = true;
     return outcome;
 }
 
 /// The record a handle variable refers to, or null.
-template <typename Record>
-Record* recordIn(std::vector<Record>& records, const std::array<uint32_t, kSlots>& slots, uint8_t slot) {
+inline ModelRecord* recordIn(std::vector<ModelRecord>& records, const std::array<uint32_t, kSlots>& slots,
+                             uint8_t slot) {
     if (slot >= kSlots || slots[slot] == kNoRecord) {
         return nullptr;
     }
@@ -69,10 +101,9 @@ inline int firstFreeSlot(const std::array<uint32_t, kSlots>& slots) {
 }
 
 /// Writes `value` into the enabled flag of a record; skipped without one.
-template <typename Outcome, typename Record>
-Outcome writeEnabled(Record* record, uint32_t value) {
+inline Outcome writeEnabled(ModelRecord* record, uint32_t value) {
     if (record == nullptr) {
-        return skipped<Outcome>();
+        return skipped();
     }
     record->enabled = value;
     return Outcome{};
@@ -80,11 +111,10 @@ Outcome writeEnabled(Record* record, uint32_t value) {
 
 /// Puts `record` into the first empty handle variable; skipped when all are
 /// taken.
-template <typename Outcome>
-Outcome fillFreeSlot(std::array<uint32_t, kSlots>& slots, uint32_t record) {
+inline Outcome fillFreeSlot(std::array<uint32_t, kSlots>& slots, uint32_t record) {
     const int target = firstFreeSlot(slots);
     if (target < 0) {
-        return skipped<Outcome>();
+        return skipped();
     }
     slots[static_cast<size_t>(target)] = record;
     Outcome outcome;

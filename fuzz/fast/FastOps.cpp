@@ -1,6 +1,7 @@
 #include "FastOps.h"
 
 #include "OpCodec.h"
+#include "TickModuleIdentity.h"
 
 namespace fast_fuzz {
 
@@ -8,7 +9,15 @@ using zyn_fuzz::kMaxArmDepth;
 
 namespace {
 
-constexpr uint32_t kPhases[] = {11, 13, 16, 14, 12, 15, 0, UINT32_MAX};
+// Phase 14 is one the fast module does not subscribe to, like the others.
+constexpr uint32_t kPhases[] = {TickModule::Phase::Configure,
+                                TickModule::Phase::Idle,
+                                TickModule::Phase::ShutDown,
+                                TickModule::Phase::StartTicks,
+                                12,
+                                15,
+                                0,
+                                UINT32_MAX};
 
 /// What the list answers when asked to remove a pointer it does not hold:
 /// always an error, with or without the top bit.

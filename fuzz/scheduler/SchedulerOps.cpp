@@ -1,6 +1,7 @@
 #include "SchedulerOps.h"
 
 #include "OpCodec.h"
+#include "TickModuleIdentity.h"
 
 namespace sched_fuzz {
 
@@ -11,7 +12,9 @@ namespace {
 // Phase 11 configures the oscillator, after which phase 14 starts its thread
 // (which the target parks, ParkedOscillator.h). 11 comes only as "any value":
 // every start costs a thread, and kept rare they keep the runs fast.
-constexpr uint32_t kPhases[] = {13, 14, 16, 12, 15, 0, 17, 10, UINT32_MAX};
+// The other codes are phases the module does not subscribe to.
+constexpr uint32_t kPhases[] = {
+    TickModule::Phase::Idle, TickModule::Phase::StartTicks, TickModule::Phase::ShutDown, 12, 15, 0, 17, 10, UINT32_MAX};
 
 OpKind allowedAt(OpKind kind, int depth) {
     return kind == OpKind::ArmNested && depth >= kMaxArmDepth ? OpKind::ArmThrow : kind;
