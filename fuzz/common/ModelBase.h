@@ -95,6 +95,19 @@ public:
         }
     }
 
+    // The tick walk, in step with the library's dispatch: the session calls
+    // beginTick(), runs the library's tick, and asks nextCall() each time a
+    // tick function is entered; finishTick() then checks that no due
+    // handler was left out.
+
+    virtual void beginTick() = 0;
+    /// The record whose tick function must be entered next, or nothing when
+    /// the tick must call no further handler.
+    virtual std::optional<uint32_t> nextCall() = 0;
+    /// Ends the tick; returns the records freed by its end.
+    virtual std::vector<uint32_t> finishTick() = 0;
+    virtual bool inTick() const = 0;
+
     // The state, for comparison with the library.
     const std::vector<uint32_t>& listed() const { return handlerList; }
     const std::vector<ModelRecord>& records() const { return allRecords; }

@@ -22,6 +22,7 @@
 #include "HarnessLimits.h"
 #include "ITickReceiver.h"
 #include "InputCodec.h"
+#include "ModelBase.h"
 #include "ModelSupport.h"
 #include "PlatformDouble.h"
 #include "STickHandler.h"
@@ -68,6 +69,13 @@ public:
 
     void run(const uint8_t* data, size_t size, Op (*decodeOp)(InputDecoder&)) {
         OperationTrail::current().clear();
+        // Every input starts from the same module state, whatever earlier
+        // inputs left behind: uninitialised, both groups enabled.
+        platform_double::reset();
+        module.uninitialize();
+        module.enableGroup(0);
+        module.enableGroup(1);
+        check(listedInLibrary().empty(), "an earlier input left handlers registered", std::string());
         prepareLibrary();
         platform_double::reset();
         ledger.discard();
@@ -119,8 +127,7 @@ protected:
     }
     virtual ~SessionBase() = default;
 
-    /// Brings the module to the state every input starts from, whatever
-    /// earlier inputs left behind.
+    /// Brings the rest of the module's state to where every input starts.
     virtual void prepareLibrary() = 0;
     /// Unregisters what the input left registered (trace levels are off).
     virtual void cleanUp() = 0;
@@ -151,6 +158,9 @@ protected:
             ITickReceiver{&clients[op.client], &SessionBase::onTick}, (op.variant & kNullReceiver) != 0,
             (op.variant & kNullName) != 0 ? nullptr : op.text.c_str()};
     }
+
+    /// The model's tick walk, through the interface every model has.
+    ModelBase<Op>& walk() { return model; }
 
     STickHandler* handleIn(uint8_t slot) const { return slot == kNullSlot ? nullptr : slots[slot]; }
     STickHandler** variableIn(uint8_t slot) { return slot == kNullSlot ? nullptr : &slots[slot]; }
@@ -249,9 +259,9 @@ private:
     }
 
     void tick() {
-        model.beginTick();
+        walk().beginTick();
         module.onTick(module.tickContext);
-        for (uint32_t id : model.finishTick()) {
+        for (uint32_t id : walk().finishTick()) {
             addressOf[id] = nullptr;
         }
         ledger.verify("after the tick");
@@ -274,7 +284,7 @@ private:
     /// Checks that the model expects the tick function of `client` to be
     /// entered now; returns where this happens, for the comparisons.
     std::string expectTickFunction(uint32_t client) {
-        const std::optional<uint32_t> expected = model.nextCall();
+        const std::optional<uint32_t> expected = walk().nextCall();
         if (!expected) {
             fail("the library entered the tick function of client " + std::to_string(client) +
                  ", the model expects no further call in this tick");

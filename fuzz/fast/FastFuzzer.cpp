@@ -12,10 +12,8 @@
 #include "SessionBase.h"
 #include "TickModuleIdentity.h"
 
-namespace fast_fuzz {
+namespace zyn_fuzz::fast {
 namespace {
-
-using zyn_fuzz::check;
 
 const zyn_fuzz::ModuleUnderTest kModule{
     &CTickSchedulerFast_UnregisterTickHandler,
@@ -38,93 +36,82 @@ const zyn_fuzz::ModuleUnderTest kModule{
 
 class Session : public zyn_fuzz::SessionBase<Op, FastModel> {
 public:
-    Session() : SessionBase(kModule, &fast_fuzz::describe) {}
+    Session() : SessionBase(kModule, &zyn_fuzz::fast::describe) {}
 
 private:
-    void prepareLibrary() override;
-    void cleanUp() override;
-    uint32_t callOwn(const Op& op, const Outcome& outcome) override;
+    // An empty list, and an oscillator that phase 11 has not configured.
+    void prepareLibrary() override {
+        TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
+        if (oscillator.isInitialized()) {
+            oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_LOWEST);
+            oscillator.registerOnTick(nullptr);
+        }
+    }
+
+    void cleanUp() override {
+        for (STickHandler* handler : listedInLibrary()) {
+            check(CTickSchedulerFast_UnregisterTickHandler(&handler) == 0, "clean-up could not unregister",
+                  std::string());
+        }
+    }
+
+    std::vector<STickHandler*> listedInLibrary() const override {
+        std::vector<STickHandler*> handlers;
+        for (void* element : platform_double::listElements(&tickSchedulerFastModule.handlerList)) {
+            handlers.push_back(static_cast<STickHandler*>(element));
+        }
+        return handlers;
+    }
+
+    uint32_t callOwn(const Op& op, const Outcome& outcome) override {
+        switch (op.kind) {
+            case OpKind::Register: {
+                const RegisterArguments call = registerArguments(op, outcome);
+                return CTickSchedulerFast_RegisterTickHandler(call.variable, call.receiverPointer(), call.name);
+            }
+            case OpKind::UnregisterFromOnTick:
+                return CTickSchedulerFast_UnregisterTickHandlerFromOnTick(variableIn(op.slot));
+            case OpKind::ScriptRemoveResult:
+                platform_double::scriptListRemoveMissingResult(op.a);
+                return 0;
+            case OpKind::ScriptGetNextNull:
+                platform_double::scriptListGetNextNullAt(op.a);
+                return 0;
+            default:
+                zyn_fuzz::fail("an operation the fast target does not know");
+        }
+    }
+
+    void compareOwnState(const std::string& where) override {
+        const TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
+        check(!oscillator.isRunning(), "the module started its oscillator", where);
+        if (model.oscillatorConfigured()) {
+            check(oscillator.isInitialized() && oscillator.getDelay() == TICK_DELAY_1MS &&
+                      oscillator.getPriority() == 98 && oscillator.getReceiver() != nullptr &&
+                      oscillator.getReceiver()->onTick == &CTickSchedulerFast_OnTick &&
+                      oscillator.getReceiver()->context == &tickSchedulerFastModule,
+                  "oscillator configuration", where);
+        }
+    }
+
+    // Outside a tick the module must never leave its mutex held.
+    void checkBetweenTicks(const std::string& where) override {
+        pthread_mutex_t* mutex = &tickSchedulerFastModule.tickMutex;
+        check(pthread_mutex_trylock(mutex) == 0, "the module's mutex is held", where);
+        pthread_mutex_unlock(mutex);
+    }
+
     uint32_t callInitialize(const Op& /*op*/) override { return CTickSchedulerFast_Initialize(); }
-    std::vector<STickHandler*> listedInLibrary() const override;
     zyn_fuzz::ModuleFlags moduleFlags() const override {
         return {tickSchedulerFastModule.disabledGroupMask.load(), tickSchedulerFastModule.initialized};
     }
-    void compareOwnState(const std::string& where) override;
-    void checkBetweenTicks(const std::string& where) override;
 };
 
-// Every input starts from the same module state: uninitialised, an empty
-// list, both groups enabled, an oscillator that phase 11 has not configured.
-void Session::prepareLibrary() {
-    platform_double::reset();
-    CTickSchedulerFast_Uninitialize();
-    CTickSchedulerFast_EnableTickGroup(0);
-    CTickSchedulerFast_EnableTickGroup(1);
-    TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
-    if (oscillator.isInitialized()) {
-        oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_LOWEST);
-        oscillator.registerOnTick(nullptr);
-    }
-    check(listedInLibrary().empty(), "an earlier input left handlers registered", std::string());
-}
-
-void Session::cleanUp() {
-    for (STickHandler* handler : listedInLibrary()) {
-        check(CTickSchedulerFast_UnregisterTickHandler(&handler) == 0, "clean-up could not unregister", std::string());
-    }
-}
-
-std::vector<STickHandler*> Session::listedInLibrary() const {
-    std::vector<STickHandler*> handlers;
-    for (void* element : platform_double::listElements(&tickSchedulerFastModule.handlerList)) {
-        handlers.push_back(static_cast<STickHandler*>(element));
-    }
-    return handlers;
-}
-
-uint32_t Session::callOwn(const Op& op, const Outcome& outcome) {
-    switch (op.kind) {
-        case OpKind::Register: {
-            const RegisterArguments call = registerArguments(op, outcome);
-            return CTickSchedulerFast_RegisterTickHandler(call.variable, call.receiverPointer(), call.name);
-        }
-        case OpKind::UnregisterFromOnTick:
-            return CTickSchedulerFast_UnregisterTickHandlerFromOnTick(variableIn(op.slot));
-        case OpKind::ScriptRemoveResult:
-            platform_double::scriptListRemoveMissingResult(op.a);
-            return 0;
-        case OpKind::ScriptGetNextNull:
-            platform_double::scriptListGetNextNullAt(op.a);
-            return 0;
-        default:
-            zyn_fuzz::fail("an operation the fast target does not know");
-    }
-}
-
-void Session::compareOwnState(const std::string& where) {
-    const TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
-    check(!oscillator.isRunning(), "the module started its oscillator", where);
-    if (model.oscillatorConfigured()) {
-        check(oscillator.isInitialized() && oscillator.getDelay() == TICK_DELAY_1MS && oscillator.getPriority() == 98 &&
-                  oscillator.getReceiver() != nullptr &&
-                  oscillator.getReceiver()->onTick == &CTickSchedulerFast_OnTick &&
-                  oscillator.getReceiver()->context == &tickSchedulerFastModule,
-              "oscillator configuration", where);
-    }
-}
-
-// Outside a tick the module must never leave its mutex held.
-void Session::checkBetweenTicks(const std::string& where) {
-    pthread_mutex_t* mutex = &tickSchedulerFastModule.tickMutex;
-    check(pthread_mutex_trylock(mutex) == 0, "the module's mutex is held", where);
-    pthread_mutex_unlock(mutex);
-}
-
 }  // namespace
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fast_fuzz::Session session;
-    session.run(data, size, &fast_fuzz::decodeOp);
+    zyn_fuzz::fast::Session session;
+    session.run(data, size, &zyn_fuzz::fast::decodeOp);
     return 0;
 }

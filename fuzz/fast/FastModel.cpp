@@ -8,12 +8,7 @@
 #include "PlatformResults.h"
 #include "TickModuleIdentity.h"
 
-namespace fast_fuzz {
-
-using zyn_fuzz::kFastSource;
-using zyn_fuzz::kOscillatorSource;
-using zyn_fuzz::resultOf;
-using zyn_fuzz::skipped;
+namespace zyn_fuzz::fast {
 
 namespace {
 
@@ -159,4 +154,4 @@ std::vector<uint32_t> FastModel::finishTick() {
     return {};
 }
 
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast

@@ -3,8 +3,7 @@
 // list's behaviour as the module relies on it, and for each operation the
 // result and the trace lines the library must produce.
 //
-// A tick runs in step with the library: beginTick(), then nextCall() each
-// time a tick function is entered, then finishTick(). The dispatch walks the
+// A tick runs in step with the library (ModelBase.h). The dispatch walks the
 // live list with a cursor that has already moved past the element it
 // delivered, so a tick function may remove itself or any other element; when
 // it removes the one the cursor stands on, the cursor moves on to the element
@@ -20,25 +19,11 @@
 #include "ModelBase.h"
 #include "TraceLedger.h"
 
-namespace fast_fuzz {
+namespace zyn_fuzz::fast {
 
-using zyn_fuzz::kNoRecord;
-using zyn_fuzz::ModelRecord;
-using zyn_fuzz::Outcome;
-using zyn_fuzz::Place;
-using zyn_fuzz::PlatformCalls;
-
-class FastModel : public zyn_fuzz::ModelBase<Op> {
+class FastModel : public ModelBase<Op> {
 public:
-    explicit FastModel(zyn_fuzz::TraceLedger& ledger);
-
-    void beginTick();
-    /// The record whose tick function must be entered next, if any.
-    std::optional<uint32_t> nextCall();
-    /// Fails when a due handler was not called; a tick frees no record
-    /// later than the unregistration itself.
-    std::vector<uint32_t> finishTick();
-    bool inTick() const { return ticking; }
+    explicit FastModel(TraceLedger& ledger);
 
     /// Records the module compares: every one not freed.
     static bool compared(const ModelRecord& record) { return record.place != Place::Freed; }
@@ -47,11 +32,18 @@ public:
 
 private:
     Outcome applyOwn(const Op& op) override;
-    std::optional<Outcome> applyOwnPhase(uint32_t phase) override;
-    bool acceptsRegistration(const Op& op) override;
-    Outcome initialize(const Op& op) override;
-
     Outcome unregisterHandler(const Op& op, const std::string& function);
+    bool acceptsRegistration(const Op& op) override;
+    /// Skips an Initialize that would abandon a list with handlers in it.
+    Outcome initialize(const Op& op) override;
+    std::optional<Outcome> applyOwnPhase(uint32_t phase) override;
+
+    // The walk over the live list; a tick frees no record later than the
+    // unregistration itself.
+    void beginTick() override;
+    std::optional<uint32_t> nextCall() override;
+    std::vector<uint32_t> finishTick() override;
+    bool inTick() const override { return ticking; }
     std::optional<uint32_t> successorOf(uint32_t record) const;
     /// One CList_GetNext as the double answers it.
     bool deliversNull();
@@ -65,4 +57,4 @@ private:
     std::optional<uint32_t> cursor;
 };
 
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast

@@ -17,11 +17,7 @@
 #include "HarnessLimits.h"
 #include "InputCodec.h"
 
-namespace fast_fuzz {
-
-using zyn_fuzz::kClients;
-using zyn_fuzz::kNullSlot;
-using zyn_fuzz::kSlots;
+namespace zyn_fuzz::fast {
 
 /// The operations that may also run inside a tick function come first.
 enum class OpKind : uint8_t {
@@ -47,22 +43,12 @@ enum class OpKind : uint8_t {
     Phase,
 };
 
-constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::ScriptGetNextNull) + 1;
-constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
+using Op = BasicOp<OpKind>;
 
-using zyn_fuzz::kNullHandleVariable;
-using zyn_fuzz::kNullName;
-using zyn_fuzz::kNullReceiver;
-
-using Op = zyn_fuzz::BasicOp<OpKind>;
-
-/// Decodes one top-level operation.
-Op decodeOp(zyn_fuzz::InputDecoder& input);
-
-/// Writes the bytes that decode to `op`, a top-level operation.
-void encodeOp(zyn_fuzz::InputEncoder& output, const Op& op);
-
-/// One line describing the operation, for failure reports.
+/// Reads one top-level operation, writes the bytes that decode to one, and
+/// describes one in a line for failure reports (OpCodec.h).
+Op decodeOp(InputDecoder& input);
+void encodeOp(InputEncoder& output, const Op& op);
 std::string describe(const Op& op);
 
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast

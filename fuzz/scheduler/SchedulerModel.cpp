@@ -9,12 +9,7 @@
 #include "ModelSupport.h"
 #include "TickModuleIdentity.h"
 
-namespace sched_fuzz {
-
-using zyn_fuzz::kOscillatorSource;
-using zyn_fuzz::kSchedulerSource;
-using zyn_fuzz::resultOf;
-using zyn_fuzz::skipped;
+namespace zyn_fuzz::sched {
 
 namespace {
 
@@ -56,9 +51,8 @@ Outcome SchedulerModel::applyOwn(const Op& op) {
         case OpKind::SetStartOffset:
             return setStartOffset(op);
         case OpKind::Freeze:
-            return freeze(true);
         case OpKind::Unfreeze:
-            return freeze(false);
+            return freeze(op.kind == OpKind::Freeze);
         case OpKind::CopyForeignHandle:
             return copyForeignHandle(op);
         default:  // ArmThrow: only the target's bookkeeping
@@ -311,4 +305,4 @@ std::vector<uint32_t> SchedulerModel::finishTick() {
     return freed;
 }
 
-}  // namespace sched_fuzz
+}  // namespace zyn_fuzz::sched

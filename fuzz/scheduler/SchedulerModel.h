@@ -3,15 +3,11 @@
 // freeze state, the module's life cycle, and for each operation the result
 // and the trace lines the library must produce.
 //
-// Tick passes run in step with the library: the target calls beginTick(),
-// runs the library's tick, and asks nextCall() each time a tick function is
-// entered; finishTick() then checks that no due handler was left out. The
-// model follows the module's rules for changes made from inside a pass: the
-// pass walks the handlers it started with; a handler unregistered during the
-// pass is not called after its removal and is freed when the pass ends; a
-// handler registered during the pass is first considered by the next pass; a
-// new priority order applies from the next pass; every handler that stays
-// registered advances its counter exactly once per pass.
+// Tick passes run in step with the library (ModelBase.h). The model follows the module's rules for changes made from
+// inside a pass: the pass walks the handlers it started with; a handler unregistered during the pass is not called
+// after its removal and is freed when the pass ends; a handler registered during the pass is first considered by the
+// next pass; a new priority order applies from the next pass; every handler that stays registered advances its counter
+// exactly once per pass.
 #pragma once
 
 #include <cstdint>
@@ -23,30 +19,14 @@
 #include "SchedulerOps.h"
 #include "TraceLedger.h"
 
-namespace sched_fuzz {
+namespace zyn_fuzz::sched {
 
-using zyn_fuzz::kNoRecord;
-using zyn_fuzz::ModelRecord;
-using zyn_fuzz::Outcome;
-using zyn_fuzz::Place;
-using zyn_fuzz::PlatformCalls;
-
-class SchedulerModel : public zyn_fuzz::ModelBase<Op> {
+class SchedulerModel : public ModelBase<Op> {
 public:
-    explicit SchedulerModel(zyn_fuzz::TraceLedger& ledger);
+    explicit SchedulerModel(TraceLedger& ledger);
 
-    /// Starts a tick pass.
-    void beginTick();
-    /// The record whose tick function must be entered next in this pass, or
-    /// nothing when the pass must call no further handler.
-    std::optional<uint32_t> nextCall();
     /// The tick function entered last throws.
     void noteThrow(ThrowKind kind, const std::string& what);
-    /// Ends the pass; returns the records freed by its end. Fails when a
-    /// due handler was not called.
-    std::vector<uint32_t> finishTick();
-    bool inTick() const { return passRunning; }
-
     /// Records the module compares: those it lists or a client still holds.
     static bool compared(const ModelRecord& record) {
         return record.place == Place::Listed || record.place == Place::Dropped || record.place == Place::Foreign;
@@ -61,22 +41,27 @@ public:
     bool oscillatorStarted() const { return oscillatorRunning; }
 
 private:
+    // The operations, phases and life cycle of this module.
     Outcome applyOwn(const Op& op) override;
-    std::optional<Outcome> applyOwnPhase(uint32_t phase) override;
-    bool acceptsRegistration(const Op& op) override;
-    Outcome initialize(const Op& op) override;
-    void uninitialize() override;
-
     Outcome unregisterHandler(const Op& op);
     Outcome setPriority(const Op& op);
     Outcome setStartOffset(const Op& op);
     Outcome freeze(bool on);
     Outcome copyForeignHandle(const Op& op);
+    bool acceptsRegistration(const Op& op) override;
+    Outcome initialize(const Op& op) override;
+    void uninitialize() override;
+    std::optional<Outcome> applyOwnPhase(uint32_t phase) override;
     Outcome startTicks();
     /// Phase 14's start of the oscillator; false when it refuses.
     bool startOscillator();
-
     void removeFromList(uint32_t record);
+
+    // The pass: it walks the handlers it started with.
+    void beginTick() override;
+    std::optional<uint32_t> nextCall() override;
+    std::vector<uint32_t> finishTick() override;
+    bool inTick() const override { return passRunning; }
     void advance(ModelRecord& record);
     void finishCall();
 
@@ -93,4 +78,4 @@ private:
     std::string callingWhat;
 };
 
-}  // namespace sched_fuzz
+}  // namespace zyn_fuzz::sched

@@ -6,8 +6,8 @@
 namespace zyn_fuzz {
 namespace {
 
-using fast_fuzz::Op;
-using fast_fuzz::OpKind;
+using zyn_fuzz::fast::Op;
+using zyn_fuzz::fast::OpKind;
 using F = Scenario<Op>;
 using TickModule::Phase::Configure;
 using TickModule::Phase::Idle;
@@ -134,7 +134,8 @@ F lifecycle() {
 }
 
 SeedInput encode(std::string name, const F& scenario) {
-    return encodeScenario(std::move(name), scenario, &fast_fuzz::encodeOp, &fast_fuzz::decodeOp, &fast_fuzz::describe);
+    return encodeScenario(std::move(name), scenario, &zyn_fuzz::fast::encodeOp, &zyn_fuzz::fast::decodeOp,
+                          &zyn_fuzz::fast::describe);
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 namespace zyn_fuzz {
 namespace {
 
-using sched_fuzz::Op;
-using sched_fuzz::OpKind;
-using sched_fuzz::ThrowKind;
+using zyn_fuzz::sched::Op;
+using zyn_fuzz::sched::OpKind;
+using zyn_fuzz::sched::ThrowKind;
 using S = Scenario<Op>;
 using TickModule::Phase::Configure;
 using TickModule::Phase::Idle;
@@ -211,8 +211,8 @@ S oscillatorLeftRunning() {
 }
 
 SeedInput encode(std::string name, const S& scenario) {
-    return encodeScenario(std::move(name), scenario, &sched_fuzz::encodeOp, &sched_fuzz::decodeOp,
-                          &sched_fuzz::describe);
+    return encodeScenario(std::move(name), scenario, &zyn_fuzz::sched::encodeOp, &zyn_fuzz::sched::decodeOp,
+                          &zyn_fuzz::sched::describe);
 }
 
 }  // namespace
