@@ -132,30 +132,30 @@ protected:
         ledger.entry(texts.source, function);
         if (isInitialized) {
             message(codes::kError, function, "Has already been initialized");
-            return resultOf(codes::kAlreadyInitialized);
+            return resultOf(TickResult::AlreadyInitialized);
         }
         ++calls.moduleRegistrations;
         if (refused(op.b)) {
             message(codes::kError, function,
                     "Failed to register module with ModuleManager" +
                         (texts.moduleRefusalShowsError ? texts.errorJoin + hex8(op.b) : std::string()));
-            return resultOf(codes::kModuleRegistrationFailed);
+            return resultOf(TickResult::ModuleRegistrationFailed);
         }
         ++calls.callbackRegistrations;
         if (refused(op.c)) {
             message(codes::kError, function,
                     std::string("Failed to register module callback") + texts.errorJoin + hex8(op.c));
-            return resultOf(codes::kCallbackRegistrationFailed);
+            return resultOf(TickResult::CallbackRegistrationFailed);
         }
         ++calls.interfaceRegistrations;
         if (refused(op.d)) {
             message(codes::kError, function,
                     std::string("Failed to register ITickScheduler") + texts.errorJoin + hex8(op.d));
-            return resultOf(codes::kFailure);
+            return resultOf(TickResult::Failure);
         }
         disabledGroupMask = 0;
         isInitialized = true;
-        return resultOf(codes::kSuccess);
+        return resultOf(TickResult::Success);
     }
 
     virtual void uninitialize() {
@@ -198,7 +198,7 @@ private:
         if (!nullVariable && target < 0) {
             return skipped();  // every handle variable is taken
         }
-        Outcome outcome = resultOf(codes::kNullArgument);
+        Outcome outcome = resultOf(TickResult::NullArgument);
         outcome.slot = nullVariable ? -1 : target;
         if (!acceptsRegistration(op)) {
             return outcome;
@@ -211,7 +211,7 @@ private:
         allRecords.push_back(record);
         handlerList.push_back(id);
         slotRecords[static_cast<size_t>(target)] = id;
-        outcome.result = codes::kSuccess;
+        outcome.result = TickResult::Success;
         outcome.newRecord = id;
         return outcome;
     }
@@ -219,10 +219,10 @@ private:
     Outcome setEnabled(const Op& op, uint32_t value) {
         ModelRecord* record = recordIn(op.slot);
         if (record == nullptr) {
-            return resultOf(codes::kNullArgument);
+            return resultOf(TickResult::NullArgument);
         }
         record->enabled = value;
-        return resultOf(codes::kSuccess);
+        return resultOf(TickResult::Success);
     }
 
     /// A group id past the two groups is refused with its trace line.
@@ -239,31 +239,31 @@ private:
         ModelRecord* record = recordIn(op.slot);
         if (record == nullptr) {
             message(codes::kError, named("AddGroup"), texts.addGroupWithoutHandler);
-            return resultOf(codes::kNullArgument);
+            return resultOf(TickResult::NullArgument);
         }
         if (!groupInBounds(op.a, named("AddGroup"))) {
-            return resultOf(codes::kGroupIdOutOfBounds);
+            return resultOf(TickResult::GroupIdOutOfBounds);
         }
         record->groupMask |= 1u << op.a;
-        return resultOf(codes::kSuccess);
+        return resultOf(TickResult::Success);
     }
 
     Outcome removeGroup(const Op& op) {
         ModelRecord* record = recordIn(op.slot);
         if (record == nullptr) {
-            return resultOf(codes::kNullArgument);
+            return resultOf(TickResult::NullArgument);
         }
         if (!groupInBounds(op.a, named("RemoveGroup"))) {
-            return resultOf(codes::kGroupIdOutOfBounds);
+            return resultOf(TickResult::GroupIdOutOfBounds);
         }
         record->groupMask &= ~(1u << op.a);
-        return resultOf(codes::kSuccess);
+        return resultOf(TickResult::Success);
     }
 
     Outcome changeGroup(const Op& op, bool disable) {
         const std::string function = named(disable ? "DisableTickGroup" : "EnableTickGroup");
         if (!groupInBounds(op.a, function)) {
-            return resultOf(codes::kGroupIdOutOfBounds);
+            return resultOf(TickResult::GroupIdOutOfBounds);
         }
         if (disable) {
             disabledGroupMask |= 1u << op.a;
@@ -275,7 +275,7 @@ private:
             message(codes::kInfo, function,
                     text + ("channel " + std::to_string(op.a + 1)) + "(" + std::to_string(op.a) + ")");
         }
-        return resultOf(codes::kSuccess);
+        return resultOf(TickResult::Success);
     }
 
     Outcome phase(const Op& op) {
@@ -284,20 +284,20 @@ private:
             if (texts.phaseBeforeInitialize != nullptr) {
                 message(codes::kWarning, function, texts.phaseBeforeInitialize);
             }
-            return resultOf(codes::kNotInitialized);
+            return resultOf(TickResult::ModuleNotInitialized);
         }
         if (op.a == TickModule::Phase::Idle) {
-            return resultOf(codes::kSuccess);
+            return resultOf(TickResult::Success);
         }
         if (op.a == TickModule::Phase::ShutDown) {
             uninitialize();
-            return resultOf(codes::kSuccess);
+            return resultOf(TickResult::Success);
         }
         if (std::optional<Outcome> own = applyOwnPhase(op.a)) {
             return *own;
         }
         message(codes::kError, function, "Phase not handled: " + std::to_string(op.a));
-        return resultOf(codes::kPhaseNotHandled);
+        return resultOf(TickResult::PhaseNotHandled);
     }
 
     const ModuleTexts& texts;

@@ -10,28 +10,16 @@
 #include <vector>
 
 #include "HarnessLimits.h"
+#include "TickResultCodes.h"
 
 namespace zyn_fuzz {
 
-/// Trace levels and result codes of the library.
+/// The trace levels the models expect lines at; results are the library's
+/// own TickResult codes.
 namespace codes {
-
 constexpr uint32_t kError = 1;
 constexpr uint32_t kWarning = 2;
 constexpr uint32_t kInfo = 5;
-
-constexpr uint32_t kSuccess = 0;
-constexpr uint32_t kAlreadyInitialized = 4097;
-constexpr uint32_t kFailure = 32768;
-constexpr uint32_t kNullArgument = 32770;
-constexpr uint32_t kOutOfRange = 32771;
-constexpr uint32_t kModuleRegistrationFailed = 32775;
-constexpr uint32_t kCallbackRegistrationFailed = 32776;
-constexpr uint32_t kPhaseNotHandled = 32779;
-constexpr uint32_t kListRemoveFailed = 32780;
-constexpr uint32_t kGroupIdOutOfBounds = 32782;
-constexpr uint32_t kNotInitialized = 32788;
-
 }  // namespace codes
 
 /// Where a record is as far as the module is concerned.
@@ -46,14 +34,14 @@ enum class Place {
 /// A handler record as the model has it. The fast module keeps no interval,
 /// priority or counter: for it these stay at the values its records get.
 struct ModelRecord {
-    uint32_t client = 0;
-    uint32_t enabled = 1;
-    uint32_t interval = 0;
-    int32_t prio = 5;
-    uint32_t counter = 0;
-    std::string name;
-    uint32_t groupMask = 0;
-    Place place = Place::Listed;
+    uint32_t client = 0;          ///< whose tick function the record calls
+    uint32_t enabled = 1;         ///< as the client or the module last wrote it
+    uint32_t interval = 0;        ///< due once every `interval` ticks
+    int32_t prio = 5;             ///< lower runs earlier
+    uint32_t counter = 0;         ///< ticks until due; 0: due on the next tick
+    std::string name;             ///< as stored: at most 31 characters
+    uint32_t groupMask = 0;       ///< one bit a group
+    Place place = Place::Listed;  ///< where the module keeps the record
 };
 
 /// What the model decided for one operation.

@@ -39,7 +39,6 @@ void codeClient(Channel& channel, uint8_t& client) {
 /// Reads or writes one operation at `depth` (0: top level). What both
 /// targets know is laid out here; `Layout` names the target's own kinds and
 /// lays out their arguments. A Layout has:
-///   - `Op`, the target's operation type;
 ///   - `kNestableKinds` and `kAllKinds`, how many kinds may run inside a
 ///     tick function and at top level (the nestable ones come first);
 ///   - `allowedAt(kind, depth)`, the kind that runs instead of one that may
@@ -107,16 +106,16 @@ void codeOp(Channel& channel, Op& op, int depth) {
 }
 
 /// One top-level operation read from `input`.
-template <typename Layout>
-typename Layout::Op decodeWith(InputDecoder& input) {
-    typename Layout::Op op;
+template <typename Layout, typename Op>
+Op decodeWith(InputDecoder& input) {
+    Op op;
     codeOp<Layout>(input, op, 0);
     return op;
 }
 
 /// Writes the bytes that decode to `op`, a top-level operation.
-template <typename Layout>
-void encodeWith(InputEncoder& output, typename Layout::Op op) {
+template <typename Layout, typename Op>
+void encodeWith(InputEncoder& output, Op op) {
     codeOp<Layout>(output, op, 0);
 }
 
@@ -124,8 +123,8 @@ inline std::string describeSlot(uint8_t slot) { return slot == kNullSlot ? "null
 
 /// One line describing the operation, for failure reports; `Layout`
 /// describes the target's own kinds (`describeOwn(op)`).
-template <typename Layout>
-std::string describeWith(const typename Layout::Op& op) {
+template <typename Layout, typename Op>
+std::string describeWith(const Op& op) {
     using Kind = decltype(op.kind);
     const std::string slot = describeSlot(op.slot);
     const auto value = [&op] { return std::to_string(op.a); };

@@ -64,14 +64,14 @@ bool FastModel::acceptsRegistration(const Op& op) {
 
 Outcome FastModel::unregisterHandler(const Op& op, const std::string& function) {
     if (op.slot == kNullSlot) {
-        return resultOf(kNullArgument);
+        return resultOf(TickResult::NullArgument);
     }
     const uint32_t id = slotRecords[op.slot];
     const bool listed = id != kNoRecord && allRecords[id].place == Place::Listed;
     if (!listed) {
         message(kError, function,
                 "Failed to remove Tick Handler from list, error: " + zyn_fuzz::hex8(removeMissingResult));
-        return resultOf(kListRemoveFailed);
+        return resultOf(TickResult::ListRemoveFailed);
     }
     ModelRecord& record = allRecords[id];
     if (ticking && cursor && *cursor == id) {
@@ -83,7 +83,7 @@ Outcome FastModel::unregisterHandler(const Op& op, const std::string& function) 
     message(kInfo, function, "Tick Handler " + record.name + " unregistered successfully");
     record.place = Place::Freed;
     slotRecords[op.slot] = kNoRecord;
-    Outcome outcome = resultOf(kSuccess);
+    Outcome outcome = resultOf(TickResult::Success);
     outcome.freedRecord = id;
     return outcome;
 }
@@ -105,7 +105,7 @@ std::optional<Outcome> FastModel::applyOwnPhase(uint32_t phase) {
     }
     ledger.entry(kOscillatorSource, "initialize", "eDelay=1, ePriority=1");
     configured = true;
-    return resultOf(kSuccess);
+    return resultOf(TickResult::Success);
 }
 
 bool FastModel::deliversNull() {

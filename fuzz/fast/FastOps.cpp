@@ -8,12 +8,15 @@ namespace {
 
 /// How the fast target lays out its operations (OpCodec.h).
 struct Layout {
-    using Op = fast::Op;
+    /// What the list answers when asked to remove a pointer it does not
+    /// hold: always an error, with or without the top bit.
+    static constexpr uint32_t kRemoveResults[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
+    /// The list delivers null at the latest on this GetNext call from now.
+    static constexpr uint32_t kLastNullCall = 6;
 
     static constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::ScriptGetNextNull) + 1;
     static constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
     static constexpr bool kHandlersHaveIntervals = false;
-
     // Phase 14 is one the fast module does not subscribe to, like the codes
     // without a name.
     static constexpr uint32_t kPhases[] = {TickModule::Phase::Configure,
@@ -24,13 +27,6 @@ struct Layout {
                                            15,
                                            0,
                                            UINT32_MAX};
-
-    /// What the list answers when asked to remove a pointer it does not
-    /// hold: always an error, with or without the top bit.
-    static constexpr uint32_t kRemoveResults[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
-
-    /// The list delivers null at the latest on this GetNext call from now.
-    static constexpr uint32_t kLastNullCall = 6;
 
     static OpKind allowedAt(OpKind kind, int depth) {
         if (kind == OpKind::ArmNested && depth >= kMaxArmDepth) {
@@ -66,7 +62,7 @@ struct Layout {
 
 }  // namespace
 
-Op decodeOp(InputDecoder& input) { return decodeWith<Layout>(input); }
+Op decodeOp(InputDecoder& input) { return decodeWith<Layout, Op>(input); }
 void encodeOp(InputEncoder& output, const Op& op) { encodeWith<Layout>(output, op); }
 std::string describe(const Op& op) { return describeWith<Layout>(op); }
 

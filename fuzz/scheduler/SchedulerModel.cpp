@@ -82,12 +82,12 @@ Outcome SchedulerModel::unregisterHandler(const Op& op) {
     const std::string function = "CTickScheduler_UnregisterTickHandler";
     if (op.slot == kNullSlot) {
         message(kError, function, "Called with nullptr argument");
-        return resultOf(kNullArgument);
+        return resultOf(TickResult::NullArgument);
     }
     const uint32_t id = slotRecords[op.slot];
     if (id == kNoRecord) {
         message(kWarning, function, "Error Unregistering Tick Handler");
-        return resultOf(kSuccess);
+        return resultOf(TickResult::Success);
     }
     ModelRecord& record = allRecords[id];
     if (record.place == Place::Listed) {
@@ -100,7 +100,7 @@ Outcome SchedulerModel::unregisterHandler(const Op& op) {
         message(kWarning, function, "Tick Handler unregister unsuccessful : Tick handler doesn't exist");
     }
     slotRecords[op.slot] = kNoRecord;
-    return resultOf(kSuccess);
+    return resultOf(TickResult::Success);
 }
 
 Outcome SchedulerModel::setPriority(const Op& op) {
@@ -108,16 +108,16 @@ Outcome SchedulerModel::setPriority(const Op& op) {
     ModelRecord* record = recordIn(op.slot);
     if (record == nullptr) {
         message(kError, function, "Called with nullptr argument");
-        return resultOf(kNullArgument);
+        return resultOf(TickResult::NullArgument);
     }
     const auto priority = static_cast<int32_t>(op.a);
     if (record->prio == priority) {
-        return resultOf(kSuccess);
+        return resultOf(TickResult::Success);
     }
     if (record->place != Place::Listed) {
         message(kError, function,
                 "Tick Handler change priority unsuccessful: Tick Handler " + record->name + " not found");
-        return resultOf(kFailure);
+        return resultOf(TickResult::Failure);
     }
     const uint32_t id = slotRecords[op.slot];
     removeFromList(id);
@@ -126,26 +126,26 @@ Outcome SchedulerModel::setPriority(const Op& op) {
                               [&](uint32_t other) { return allRecords[other].prio > priority; });
     handlerList.insert(place, id);
     message(kInfo, function, "Tick Handler " + record->name + " changed priority to " + std::to_string(priority));
-    return resultOf(kSuccess);
+    return resultOf(TickResult::Success);
 }
 
 Outcome SchedulerModel::setStartOffset(const Op& op) {
     ModelRecord* record = recordIn(op.slot);
     if (record == nullptr) {
         message(kError, "CTickScheduler_SetStartOffset", "Called with nullptr argument");
-        return resultOf(kNullArgument);
+        return resultOf(TickResult::NullArgument);
     }
     if (op.a < record->interval) {
         record->counter = op.a;
-        return resultOf(kSuccess);
+        return resultOf(TickResult::Success);
     }
-    return resultOf(kOutOfRange);
+    return resultOf(TickResult::OutOfRange);
 }
 
 Outcome SchedulerModel::freeze(bool on) {
     ledger.entry(kOscillatorSource, on ? "freeze" : "unfreeze");
     isFrozen = on;
-    return resultOf(kSuccess);
+    return resultOf(TickResult::Success);
 }
 
 Outcome SchedulerModel::copyForeignHandle(const Op& op) {
@@ -165,7 +165,7 @@ Outcome SchedulerModel::copyForeignHandle(const Op& op) {
 
 Outcome SchedulerModel::initialize(const Op& op) {
     const Outcome outcome = ModelBase::initialize(op);
-    if (outcome.result == kSuccess) {
+    if (outcome.result == TickResult::Success) {
         storedPriority = static_cast<int32_t>(op.a);
     }
     return outcome;
@@ -215,7 +215,7 @@ std::optional<Outcome> SchedulerModel::applyOwnPhase(uint32_t phase) {
                      "eDelay=6, ePriority=" + std::to_string(storedPriority.value_or(0)));
         oscillatorConfigured = true;
         isFrozen = false;
-        return resultOf(kSuccess);
+        return resultOf(TickResult::Success);
     }
     return std::nullopt;
 }
@@ -231,7 +231,7 @@ Outcome SchedulerModel::startTicks() {
                     ", tickInterval = " + std::to_string(static_cast<int32_t>(6u * record.interval)) +
                     ", current interval = " + std::to_string(record.counter));
     }
-    return startOscillator() ? resultOf(kSuccess) : resultOf(kFailure);
+    return startOscillator() ? resultOf(TickResult::Success) : resultOf(TickResult::Failure);
 }
 
 void SchedulerModel::beginTick() {

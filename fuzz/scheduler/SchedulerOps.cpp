@@ -8,8 +8,10 @@ namespace {
 
 /// How the scheduler target lays out its operations (OpCodec.h).
 struct Layout {
-    using Op = sched::Op;
-
+    /// Arming goes at most kMaxArmDepth deep; past that, a throw is armed.
+    static OpKind allowedAt(OpKind kind, int depth) {
+        return kind == OpKind::ArmNested && depth >= kMaxArmDepth ? OpKind::ArmThrow : kind;
+    }
     static constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::TraceLevel) + 1;
     static constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
     static constexpr bool kHandlersHaveIntervals = true;
@@ -28,11 +30,6 @@ struct Layout {
                                            17,
                                            10,
                                            UINT32_MAX};
-
-    /// Arming goes at most kMaxArmDepth deep; past that, a throw is armed.
-    static OpKind allowedAt(OpKind kind, int depth) {
-        return kind == OpKind::ArmNested && depth >= kMaxArmDepth ? OpKind::ArmThrow : kind;
-    }
 
     template <typename Channel>
     static void codeOwn(Channel& channel, Op& op) {
@@ -71,7 +68,7 @@ struct Layout {
 
 }  // namespace
 
-Op decodeOp(InputDecoder& input) { return decodeWith<Layout>(input); }
+Op decodeOp(InputDecoder& input) { return decodeWith<Layout, Op>(input); }
 void encodeOp(InputEncoder& output, const Op& op) { encodeWith<Layout>(output, op); }
 std::string describe(const Op& op) { return describeWith<Layout>(op); }
 
