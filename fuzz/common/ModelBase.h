@@ -19,6 +19,7 @@
 #include "ModelSupport.h"
 #include "PlatformResults.h"
 #include "TickModuleIdentity.h"
+#include "TickResultCodes.h"
 #include "TraceLedger.h"
 
 namespace zyn_fuzz {
@@ -131,26 +132,24 @@ protected:
         const std::string function = named("Initialize");
         ledger.entry(texts.source, function);
         if (isInitialized) {
-            message(codes::kError, function, "Has already been initialized");
+            message(kError, function, "Has already been initialized");
             return resultOf(TickResult::AlreadyInitialized);
         }
         ++calls.moduleRegistrations;
         if (refused(op.b)) {
-            message(codes::kError, function,
+            message(kError, function,
                     "Failed to register module with ModuleManager" +
                         (texts.moduleRefusalShowsError ? texts.errorJoin + hex8(op.b) : std::string()));
             return resultOf(TickResult::ModuleRegistrationFailed);
         }
         ++calls.callbackRegistrations;
         if (refused(op.c)) {
-            message(codes::kError, function,
-                    std::string("Failed to register module callback") + texts.errorJoin + hex8(op.c));
+            message(kError, function, std::string("Failed to register module callback") + texts.errorJoin + hex8(op.c));
             return resultOf(TickResult::CallbackRegistrationFailed);
         }
         ++calls.interfaceRegistrations;
         if (refused(op.d)) {
-            message(codes::kError, function,
-                    std::string("Failed to register ITickScheduler") + texts.errorJoin + hex8(op.d));
+            message(kError, function, std::string("Failed to register ITickScheduler") + texts.errorJoin + hex8(op.d));
             return resultOf(TickResult::Failure);
         }
         disabledGroupMask = 0;
@@ -228,8 +227,7 @@ private:
     /// A group id past the two groups is refused with its trace line.
     bool groupInBounds(uint32_t groupId, const std::string& function) {
         if (groupId > 1) {
-            message(codes::kError, function,
-                    "Group ID out of bounds: " + std::to_string(static_cast<int32_t>(groupId)));
+            message(kError, function, "Group ID out of bounds: " + std::to_string(static_cast<int32_t>(groupId)));
             return false;
         }
         return true;
@@ -238,7 +236,7 @@ private:
     Outcome addGroup(const Op& op) {
         ModelRecord* record = recordIn(op.slot);
         if (record == nullptr) {
-            message(codes::kError, named("AddGroup"), texts.addGroupWithoutHandler);
+            message(kError, named("AddGroup"), texts.addGroupWithoutHandler);
             return resultOf(TickResult::NullArgument);
         }
         if (!groupInBounds(op.a, named("AddGroup"))) {
@@ -272,8 +270,7 @@ private:
         }
         const char* text = disable ? texts.groupDisabled : texts.groupEnabled;
         if (text != nullptr) {
-            message(codes::kInfo, function,
-                    text + ("channel " + std::to_string(op.a + 1)) + "(" + std::to_string(op.a) + ")");
+            message(kInfo, function, text + ("channel " + std::to_string(op.a + 1)) + "(" + std::to_string(op.a) + ")");
         }
         return resultOf(TickResult::Success);
     }
@@ -282,7 +279,7 @@ private:
         const std::string function = named("OnPhaseActivation");
         if (!isInitialized) {
             if (texts.phaseBeforeInitialize != nullptr) {
-                message(codes::kWarning, function, texts.phaseBeforeInitialize);
+                message(kWarning, function, texts.phaseBeforeInitialize);
             }
             return resultOf(TickResult::ModuleNotInitialized);
         }
@@ -296,7 +293,7 @@ private:
         if (std::optional<Outcome> own = applyOwnPhase(op.a)) {
             return *own;
         }
-        message(codes::kError, function, "Phase not handled: " + std::to_string(op.a));
+        message(kError, function, "Phase not handled: " + std::to_string(op.a));
         return resultOf(TickResult::PhaseNotHandled);
     }
 

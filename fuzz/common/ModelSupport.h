@@ -1,6 +1,5 @@
-// Bookkeeping both reference models share: the result codes and trace levels
-// they expect, handler records, outcomes, and the handle variables of the
-// clients.
+// Bookkeeping both reference models share: handler records, outcomes, and
+// the handle variables of the clients.
 #pragma once
 
 #include <array>
@@ -10,17 +9,8 @@
 #include <vector>
 
 #include "HarnessLimits.h"
-#include "TickResultCodes.h"
 
 namespace zyn_fuzz {
-
-/// The trace levels the models expect lines at; results are the library's
-/// own TickResult codes.
-namespace codes {
-constexpr uint32_t kError = 1;
-constexpr uint32_t kWarning = 2;
-constexpr uint32_t kInfo = 5;
-}  // namespace codes
 
 /// Where a record is as far as the module is concerned.
 enum class Place {

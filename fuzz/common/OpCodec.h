@@ -22,8 +22,9 @@ namespace zyn_fuzz {
 template <typename Layout, typename Channel, typename Op>
 void codeKind(Channel& channel, Op& op, int depth) {
     auto kind = static_cast<uint8_t>(op.kind);
-    channel.inRange(kind, static_cast<uint8_t>((depth == 0 ? Layout::kAllKinds : Layout::kNestableKinds) - 1));
-    op.kind = Layout::allowedAt(static_cast<decltype(op.kind)>(kind), depth);
+    using Kind = decltype(op.kind);
+    channel.inRange(kind, static_cast<uint8_t>(depth == 0 ? Kind::Phase : Kind::LastNestable));
+    op.kind = Layout::allowedAt(static_cast<Kind>(kind), depth);
 }
 
 template <typename Channel>
@@ -39,8 +40,6 @@ void codeClient(Channel& channel, uint8_t& client) {
 /// Reads or writes one operation at `depth` (0: top level). What both
 /// targets know is laid out here; `Layout` names the target's own kinds and
 /// lays out their arguments. A Layout has:
-///   - `kNestableKinds` and `kAllKinds`, how many kinds may run inside a
-///     tick function and at top level (the nestable ones come first);
 ///   - `allowedAt(kind, depth)`, the kind that runs instead of one that may
 ///     not run at that depth;
 ///   - `kHandlersHaveIntervals`: Register takes an interval and Initialize

@@ -67,7 +67,7 @@ public:
     SessionBase(const SessionBase&) = delete;
     SessionBase& operator=(const SessionBase&) = delete;
 
-    void run(const uint8_t* data, size_t size, Op (*decodeOp)(InputDecoder&)) {
+    void run(const uint8_t* data, size_t size) {
         OperationTrail::current().clear();
         // Every input starts from the same module state, whatever earlier
         // inputs left behind: uninitialised, both groups enabled.
@@ -109,8 +109,8 @@ protected:
         const ITickReceiver* receiverPointer() const { return nullReceiver ? nullptr : &receiver; }
     };
 
-    SessionBase(const ModuleUnderTest& module, std::string (*describe)(const Op&))
-        : module(module), describeOp(describe), model(ledger) {
+    SessionBase(const ModuleUnderTest& module, Op (*decode)(InputDecoder&), std::string (*describe)(const Op&))
+        : module(module), decodeOp(decode), describeOp(describe), model(ledger) {
         for (uint32_t i = 0; i < kClients; ++i) {
             clients[i].session = this;
             clients[i].index = i;
@@ -166,6 +166,7 @@ protected:
     STickHandler** variableIn(uint8_t slot) { return slot == kNullSlot ? nullptr : &slots[slot]; }
 
     const ModuleUnderTest& module;
+    Op (*decodeOp)(InputDecoder&);
     std::string (*describeOp)(const Op&);
     TraceLedger ledger;
     Model model;
@@ -404,5 +405,13 @@ private:
         checkEqual(withdrawals, model.platformCalls().interfaceWithdrawals, "interface withdrawals", where);
     }
 };
+
+/// The libFuzzer entry of a target: one session runs one input.
+template <typename Session>
+int runOneInput(const uint8_t* data, size_t size) {
+    Session session;
+    session.run(data, size);
+    return 0;
+}
 
 }  // namespace zyn_fuzz

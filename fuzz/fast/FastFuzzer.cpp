@@ -36,7 +36,7 @@ const zyn_fuzz::ModuleUnderTest kModule{
 
 class Session : public zyn_fuzz::SessionBase<Op, FastModel> {
 public:
-    Session() : SessionBase(kModule, &zyn_fuzz::fast::describe) {}
+    Session() : SessionBase(kModule, &zyn_fuzz::fast::decodeOp, &zyn_fuzz::fast::describe) {}
 
 private:
     // An empty list, and an oscillator that phase 11 has not configured.
@@ -111,7 +111,5 @@ private:
 }  // namespace zyn_fuzz::fast
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    zyn_fuzz::fast::Session session;
-    session.run(data, size, &zyn_fuzz::fast::decodeOp);
-    return 0;
+    return zyn_fuzz::runOneInput<zyn_fuzz::fast::Session>(data, size);
 }

@@ -12,9 +12,7 @@ namespace zyn_fuzz::fast {
 
 namespace {
 
-using namespace zyn_fuzz::codes;
-
-const zyn_fuzz::ModuleTexts kTexts{
+const ModuleTexts kTexts{
     kFastSource, "CTickSchedulerFast_", ". Error = ", true, "tickHandler == NULL", nullptr, nullptr, nullptr};
 
 // The fast module's records have no interval.

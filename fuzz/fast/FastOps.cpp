@@ -14,8 +14,7 @@ struct Layout {
     /// The list delivers null at the latest on this GetNext call from now.
     static constexpr uint32_t kLastNullCall = 6;
 
-    static constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::ScriptGetNextNull) + 1;
-    static constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
+    /// Neither Register nor Initialize takes more than the other module's.
     static constexpr bool kHandlersHaveIntervals = false;
     // Phase 14 is one the fast module does not subscribe to, like the codes
     // without a name.

@@ -19,7 +19,8 @@
 
 namespace zyn_fuzz::fast {
 
-/// The operations that may also run inside a tick function come first.
+/// The operations that may also run inside a tick function come first, up
+/// to LastNestable; Phase comes last.
 enum class OpKind : uint8_t {
     UnregisterFromOnTick,
     Enable,
@@ -34,6 +35,7 @@ enum class OpKind : uint8_t {
     TraceLevel,
     ScriptRemoveResult,
     ScriptGetNextNull,
+    LastNestable = ScriptGetNextNull,
     // Only from outside a tick:
     Register,
     Unregister,

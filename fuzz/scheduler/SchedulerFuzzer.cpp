@@ -50,7 +50,7 @@ struct PendingThrow {
 
 class Session : public zyn_fuzz::SessionBase<Op, SchedulerModel> {
 public:
-    Session() : SessionBase(kModule, &zyn_fuzz::sched::describe) {}
+    Session() : SessionBase(kModule, &zyn_fuzz::sched::decodeOp, &zyn_fuzz::sched::describe) {}
 
 private:
     // No handler and not frozen, and an oscillator as the library had it at
@@ -174,7 +174,5 @@ private:
 }  // namespace zyn_fuzz::sched
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    zyn_fuzz::sched::Session session;
-    session.run(data, size, &zyn_fuzz::sched::decodeOp);
-    return 0;
+    return zyn_fuzz::runOneInput<zyn_fuzz::sched::Session>(data, size);
 }

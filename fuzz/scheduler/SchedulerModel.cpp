@@ -13,16 +13,14 @@ namespace zyn_fuzz::sched {
 
 namespace {
 
-using namespace zyn_fuzz::codes;
-
-const zyn_fuzz::ModuleTexts kTexts{kSchedulerSource,
-                                   "CTickScheduler_",
-                                   " with error ",
-                                   false,
-                                   "CTickScheduler_AddGroup tickHandler == NULL",
-                                   "Enabled tick group, Enabled tick group ",
-                                   "Disabled tick group Disabled tick group ",
-                                   "Tick Scheduler has not been initialized"};
+const ModuleTexts kTexts{kSchedulerSource,
+                         "CTickScheduler_",
+                         " with error ",
+                         false,
+                         "CTickScheduler_AddGroup tickHandler == NULL",
+                         "Enabled tick group, Enabled tick group ",
+                         "Disabled tick group Disabled tick group ",
+                         "Tick Scheduler has not been initialized"};
 
 // The foreign record: a block the module never created, with an interval.
 constexpr uint32_t kForeignInterval = 7;

@@ -12,9 +12,6 @@ struct Layout {
     static OpKind allowedAt(OpKind kind, int depth) {
         return kind == OpKind::ArmNested && depth >= kMaxArmDepth ? OpKind::ArmThrow : kind;
     }
-    static constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::TraceLevel) + 1;
-    static constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
-    static constexpr bool kHandlersHaveIntervals = true;
 
     // Phase 11 configures the oscillator, after which phase 14 starts its
     // thread (which the target parks, ParkedOscillator.h). 11 comes only as
@@ -30,6 +27,9 @@ struct Layout {
                                            17,
                                            10,
                                            UINT32_MAX};
+
+    /// Register takes an interval, Initialize a tick priority.
+    static constexpr bool kHandlersHaveIntervals = true;
 
     template <typename Channel>
     static void codeOwn(Channel& channel, Op& op) {

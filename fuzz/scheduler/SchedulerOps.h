@@ -17,7 +17,8 @@
 
 namespace zyn_fuzz::sched {
 
-/// The operations that may also run inside a tick function come first.
+/// The operations that may also run inside a tick function come first, up
+/// to LastNestable; Phase comes last.
 enum class OpKind : uint8_t {
     Register,
     Unregister,
@@ -37,6 +38,7 @@ enum class OpKind : uint8_t {
     ArmNested,
     ArmThrow,
     TraceLevel,
+    LastNestable = TraceLevel,
     // Only from outside a tick pass:
     Tick,
     Initialize,
