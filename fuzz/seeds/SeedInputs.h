@@ -10,6 +10,7 @@
 
 #include "FuzzNames.h"
 #include "HarnessLimits.h"
+#include "TickModuleIdentity.h"
 
 namespace zyn_fuzz {
 
@@ -19,24 +20,10 @@ struct SeedInput {
     std::string bytes;
 };
 
-/// A scenario under construction: operations appended in order.
+/// Operations as a seed scenario spells them.
 template <typename Op>
-class Scenario {
-public:
+struct OpBuilder {
     using Kind = decltype(Op::kind);
-
-    Scenario& then(Op op) {
-        ops.push_back(std::move(op));
-        return *this;
-    }
-    Scenario& then(Kind kind) { return then(plain(kind)); }
-    Scenario& ticks(int count) {
-        for (int i = 0; i < count; ++i) {
-            then(Kind::Tick);
-        }
-        return *this;
-    }
-    const std::vector<Op>& operations() const { return ops; }
 
     static Op plain(Kind kind) {
         Op op;
@@ -82,29 +69,59 @@ public:
         op.d = interface;
         return op;
     }
-
-private:
-    std::vector<Op> ops;
 };
 
-/// Encodes a scenario, and checks that decoding gives back the same
-/// operations (by their descriptions) and uses up the input exactly.
+/// One step of a scenario: an operation, done `times` times in a row. An
+/// operation or a bare kind stands for itself done once.
+template <typename Op>
+struct Step {
+    Step(Op op, int times = 1) : op(std::move(op)), times(times) {}
+    Step(decltype(Op::kind) kind, int times = 1) : Step(OpBuilder<Op>::plain(kind), times) {}
+    Op op;
+    int times;
+};
+
+/// A seed scenario: its file name after "seed-", and its steps.
+template <typename Op>
+struct Scenario {
+    const char* name;
+    std::vector<Step<Op>> steps;
+};
+
+/// Encodes each scenario, and checks that decoding gives back the same
+/// operations (by their descriptions) and uses up the input exactly; a
+/// scenario that does not gets an empty input.
 template <typename Op, typename Decoder, typename Encoder>
-SeedInput encodeScenario(std::string name, const Scenario<Op>& scenario, void (*encodeOp)(Encoder&, const Op&),
-                         Op (*decodeOp)(Decoder&), std::string (*describe)(const Op&)) {
-    Encoder encoder;
-    for (const Op& op : scenario.operations()) {
-        encodeOp(encoder, op);
-    }
-    const std::string bytes = encoder.bytes();
-    Decoder decoder(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    for (const Op& op : scenario.operations()) {
-        if (decoder.exhausted() || describe(decodeOp(decoder)) != describe(op)) {
-            return SeedInput{std::move(name), std::string()};
+std::vector<SeedInput> encodeScenarios(const std::vector<Scenario<Op>>& scenarios,
+                                       void (*encodeOp)(Encoder&, const Op&), Op (*decodeOp)(Decoder&),
+                                       std::string (*describe)(const Op&)) {
+    std::vector<SeedInput> seeds;
+    for (const Scenario<Op>& scenario : scenarios) {
+        std::vector<Op> ops;
+        for (const Step<Op>& step : scenario.steps) {
+            ops.insert(ops.end(), static_cast<size_t>(step.times), step.op);
         }
+        Encoder encoder;
+        for (const Op& op : ops) {
+            encodeOp(encoder, op);
+        }
+        const std::string bytes = encoder.bytes();
+        Decoder decoder(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        bool same = true;
+        for (const Op& op : ops) {
+            same = same && !decoder.exhausted() && describe(decodeOp(decoder)) == describe(op);
+        }
+        seeds.push_back(SeedInput{scenario.name, same && decoder.exhausted() ? bytes : std::string()});
     }
-    return SeedInput{std::move(name), decoder.exhausted() ? bytes : std::string()};
+    return seeds;
 }
+
+/// Phase codes by name, and one that no module subscribes to.
+using TickModule::Phase::Configure;
+using TickModule::Phase::Idle;
+using TickModule::Phase::ShutDown;
+using TickModule::Phase::StartTicks;
+constexpr uint32_t kNotAPhase = 12;
 
 /// Every seed of each target; an empty input marks a seed that did not
 /// encode back to its operations.
