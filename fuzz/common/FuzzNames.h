@@ -3,52 +3,110 @@
 // or without a terminator after the first 32 bytes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "ByteReader.h"
-
 namespace zyn_fuzz {
 
-/// The bytes of a name buffer. What the library sees is the C string at
-/// `buffer.c_str()`, which ends at the first NUL of the buffer.
-inline std::string decodeName(ByteReader& input) {
-    const uint8_t mode = input.byte() % 4;
-    if (mode == 0) {
-        return std::string();
-    }
-    if (mode == 1) {
-        // Short and taken from the input itself, NULs included.
-        return input.bytes(input.byte() % 48u);
-    }
-    if (mode == 2) {
-        // Around the record's limit: 30 to 33 characters ending in a byte
-        // with the top bit set.
-        const size_t length = 30u + input.byte() % 4u;
-        std::string name;
-        for (size_t i = 0; i + 1 < length; ++i) {
-            name.push_back(static_cast<char>('A' + i % 26));
+/// How an input makes a name buffer: it spells the bytes out, or gives the
+/// recipe of a generated one.
+struct NameRecipe {
+    enum class Form : uint8_t { Empty, Spelled, NearLimit, Generated };
+    static constexpr uint8_t kLastForm = static_cast<uint8_t>(Form::Generated);
+    /// Spelled names are short; longer ones are generated.
+    static constexpr uint8_t kMaxSpelled = 47;
+    /// NearLimit: 30 characters and up to this many more.
+    static constexpr uint8_t kMaxBeyond30 = 3;
+    static constexpr uint16_t kMaxGenerated = 4096;
+
+    Form form = Form::Empty;
+    std::string spelled;         ///< Spelled: the bytes, NULs included
+    uint8_t beyond30 = 0;        ///< NearLimit
+    uint16_t length = 0;         ///< Generated
+    uint8_t seed = 0;            ///< Generated: the first byte's value
+    uint8_t terminatorSlot = 0;  ///< Generated: 0 or where a NUL goes (32 + 16 * slot)
+};
+
+inline NameRecipe spelledName(std::string bytes) {
+    NameRecipe recipe;
+    recipe.form = NameRecipe::Form::Spelled;
+    recipe.spelled = std::move(bytes);
+    return recipe;
+}
+
+/// 30 + `beyond30` characters ending in a byte with the top bit set.
+inline NameRecipe nearLimitName(uint8_t beyond30) {
+    NameRecipe recipe;
+    recipe.form = NameRecipe::Form::NearLimit;
+    recipe.beyond30 = beyond30;
+    return recipe;
+}
+
+/// `length` bytes with no NUL in the first 32, then a NUL in
+/// `terminatorSlot` when it is not 0.
+inline NameRecipe generatedName(uint16_t length, uint8_t seed, uint8_t terminatorSlot = 0) {
+    NameRecipe recipe;
+    recipe.form = NameRecipe::Form::Generated;
+    recipe.length = length;
+    recipe.seed = seed;
+    recipe.terminatorSlot = terminatorSlot;
+    return recipe;
+}
+
+/// The bytes of the name buffer a recipe makes. What the library sees is the
+/// C string at `buffer.c_str()`, which ends at the first NUL of the buffer.
+inline std::string nameBuffer(const NameRecipe& recipe) {
+    switch (recipe.form) {
+        case NameRecipe::Form::Empty:
+            return std::string();
+        case NameRecipe::Form::Spelled:
+            return recipe.spelled;
+        case NameRecipe::Form::NearLimit: {
+            const size_t length = 30u + recipe.beyond30;
+            std::string name;
+            for (size_t i = 0; i + 1 < length; ++i) {
+                name.push_back(static_cast<char>('A' + i % 26));
+            }
+            name.push_back(static_cast<char>(0xE9));
+            return name;
         }
-        name.push_back(static_cast<char>(0xE9));
-        return name;
+        case NameRecipe::Form::Generated:
+            break;
     }
-    // Long and generated: no NUL in the first 32 bytes, then maybe one.
-    const size_t length = input.u16() % 4097u;
-    const uint8_t seed = input.byte();
-    const uint8_t terminatorSlot = input.byte();
-    std::string name(length, '\0');
-    for (size_t i = 0; i < length; ++i) {
-        uint8_t value = static_cast<uint8_t>(seed + i * 7u + (i >> 3));
-        if (value == 0) {
-            value = 0xA5;
-        }
-        name[i] = static_cast<char>(value);
+    std::string name(recipe.length, '\0');
+    for (size_t i = 0; i < recipe.length; ++i) {
+        auto value = static_cast<uint8_t>(recipe.seed + i * 7u + (i >> 3));
+        name[i] = static_cast<char>(value == 0 ? 0xA5 : value);
     }
-    const size_t terminatorAt = 32u + terminatorSlot * 16u;
-    if (terminatorSlot != 0 && terminatorAt < length) {
+    const size_t terminatorAt = 32u + recipe.terminatorSlot * 16u;
+    if (recipe.terminatorSlot != 0 && terminatorAt < recipe.length) {
         name[terminatorAt] = '\0';
     }
     return name;
+}
+
+/// Reads or writes a name recipe (see InputCodec.h for the directions).
+template <typename Channel>
+void codeName(Channel& channel, NameRecipe& recipe) {
+    auto form = static_cast<uint8_t>(recipe.form);
+    channel.inRange(form, NameRecipe::kLastForm);
+    recipe.form = static_cast<NameRecipe::Form>(form);
+    switch (recipe.form) {
+        case NameRecipe::Form::Empty:
+            break;
+        case NameRecipe::Form::Spelled:
+            channel.text(recipe.spelled, NameRecipe::kMaxSpelled);
+            break;
+        case NameRecipe::Form::NearLimit:
+            channel.inRange(recipe.beyond30, NameRecipe::kMaxBeyond30);
+            break;
+        case NameRecipe::Form::Generated:
+            channel.inRange(recipe.length, NameRecipe::kMaxGenerated);
+            channel.inRange(recipe.seed, uint8_t{UINT8_MAX});
+            channel.inRange(recipe.terminatorSlot, uint8_t{UINT8_MAX});
+            break;
+    }
 }
 
 /// What a C function reading `buffer.c_str()` sees.

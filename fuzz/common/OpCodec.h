@@ -1,90 +1,137 @@
-// Decoding and description of the operations both fuzz targets know. Each
-// target's Op and OpKind name these operations alike; the target decodes and
-// describes its own operations and hands the rest to these templates, which
-// read the input bytes in the same order for both.
+// Layout and description of the operations of both fuzz targets. Each
+// target's OpKind names the operations they share alike; these templates lay
+// out and describe those, and hand the target's own to its Layout.
+//
+// A layout is written once, over the direction: with an InputDecoder it
+// fills the operation from the input, with an InputEncoder it writes the
+// bytes that decode to the operation (InputCodec.h).
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "ByteReader.h"
 #include "FuzzNames.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 #include "PlatformResults.h"
 
 namespace zyn_fuzz {
 
-inline uint8_t decodeSlot(ByteReader& input) { return static_cast<uint8_t>(input.byte() % (kSlots + 1)); }
-
-inline uint8_t decodeClient(ByteReader& input) { return static_cast<uint8_t>(input.byte() % kClients); }
-
-/// The null-argument variant and the client of a Register.
-template <typename Op>
-void decodeRegisterHead(ByteReader& input, Op& op) {
-    const uint8_t variant = input.byte();
-    op.variant = variant < 8 ? variant : 0;
-    op.client = decodeClient(input);
-}
-
-/// The three results the platform gives Initialize.
-template <typename Op>
-void decodePlatformResults(ByteReader& input, Op& op) {
-    op.b = decodePlatformResult(input);
-    op.c = decodePlatformResult(input);
-    op.d = decodePlatformResult(input);
-}
-
-/// Reads the arguments of an operation both targets know; false when
-/// `op.kind` is one of the target's own.
-template <typename Op>
-bool decodeSharedOp(ByteReader& input, Op& op, int depth, Op (*decodeOp)(ByteReader&, int)) {
+/// The kind of an operation at `depth`: only nestable kinds inside a tick
+/// function; `allowedAt` turns what may not run there into what may.
+template <typename Layout, typename Channel, typename Op>
+void codeKind(Channel& channel, Op& op, int depth) {
+    auto kind = static_cast<uint8_t>(op.kind);
     using Kind = decltype(op.kind);
+    channel.inRange(kind, static_cast<uint8_t>(depth == 0 ? Kind::Phase : Kind::LastNestable));
+    op.kind = Layout::allowedAt(static_cast<Kind>(kind), depth);
+}
+
+template <typename Channel>
+void codeSlot(Channel& channel, uint8_t& slot) {
+    channel.inRange(slot, static_cast<uint8_t>(kSlots));
+}
+
+template <typename Channel>
+void codeClient(Channel& channel, uint8_t& client) {
+    channel.inRange(client, static_cast<uint8_t>(kClients - 1));
+}
+
+/// Reads or writes one operation at `depth` (0: top level). What both
+/// targets know is laid out here; `Layout` names the target's own kinds and
+/// lays out their arguments. A Layout has:
+///   - `allowedAt(kind, depth)`, the kind that runs instead of one that may
+///     not run at that depth;
+///   - `kHandlersHaveIntervals`: Register takes an interval and Initialize
+///     a tick priority;
+///   - `kPhases`, the phase codes the input favours;
+///   - `codeOwn(channel, op)`, for the target's own kinds.
+template <typename Layout, typename Channel, typename Op>
+void codeOp(Channel& channel, Op& op, int depth) {
+    using Kind = decltype(op.kind);
+    codeKind<Layout>(channel, op, depth);
     switch (op.kind) {
+        case Kind::Register:
+            channel.mostlyZero(op.variant, uint8_t{8});
+            codeClient(channel, op.client);
+            if (Layout::kHandlersHaveIntervals) {
+                channel.interesting32(op.a);
+            }
+            codeName(channel, op.name);
+            op.text = nameBuffer(op.name);
+            break;
         case Kind::Unregister:
         case Kind::Enable:
         case Kind::Disable:
-            op.slot = decodeSlot(input);
-            return true;
+            codeSlot(channel, op.slot);
+            break;
         case Kind::AddGroup:
         case Kind::RemoveGroup:
         case Kind::WriteEnabled:
-            op.slot = decodeSlot(input);
-            op.a = input.interesting32();
-            return true;
+            codeSlot(channel, op.slot);
+            channel.interesting32(op.a);
+            break;
         case Kind::EnableGroup:
         case Kind::DisableGroup:
-            op.a = input.interesting32();
-            return true;
+            channel.interesting32(op.a);
+            break;
         case Kind::ArmNested:
-            op.client = decodeClient(input);
-            op.nested.push_back(decodeOp(input, depth + 1));
-            return true;
+            codeClient(channel, op.client);
+            op.nested.resize(1);
+            codeOp<Layout>(channel, op.nested.front(), depth + 1);
+            break;
         case Kind::TraceLevel:
-            op.a = input.byte() % 8u;
-            return true;
+            channel.inRange(op.a, uint32_t{7});
+            break;
+        case Kind::Initialize:
+            if (Layout::kHandlersHaveIntervals) {
+                channel.interesting32(op.a);
+            }
+            channel.oneOf(op.b, kPlatformResults, false);
+            channel.oneOf(op.c, kPlatformResults, false);
+            channel.oneOf(op.d, kPlatformResults, false);
+            break;
+        case Kind::Phase:
+            channel.oneOf(op.a, Layout::kPhases, true);
+            break;
         case Kind::LoadForeignRecord:
         case Kind::Tick:
         case Kind::Uninitialize:
-            return true;
+            break;
         default:
-            return false;
+            Layout::codeOwn(channel, op);
+            break;
     }
+}
+
+/// One top-level operation read from `input`.
+template <typename Layout, typename Op>
+Op decodeWith(InputDecoder& input) {
+    Op op;
+    codeOp<Layout>(input, op, 0);
+    return op;
+}
+
+/// Writes the bytes that decode to `op`, a top-level operation.
+template <typename Layout, typename Op>
+void encodeWith(InputEncoder& output, Op op) {
+    codeOp<Layout>(output, op, 0);
 }
 
 inline std::string describeSlot(uint8_t slot) { return slot == kNullSlot ? "null" : "slot " + std::to_string(slot); }
 
-/// "platform results " and the three results Initialize gets.
-template <typename Op>
-std::string describePlatformResults(const Op& op) {
-    return "platform results " + hex8(op.b) + " " + hex8(op.c) + " " + hex8(op.d);
-}
-
-/// Describes an operation both targets know; empty for the target's own.
-template <typename Op>
-std::string describeSharedOp(const Op& op, std::string (*describe)(const Op&)) {
+/// One line describing the operation, for failure reports; `Layout`
+/// describes the target's own kinds (`describeOwn(op)`).
+template <typename Layout, typename Op>
+std::string describeWith(const Op& op) {
     using Kind = decltype(op.kind);
     const std::string slot = describeSlot(op.slot);
+    const auto value = [&op] { return std::to_string(op.a); };
     switch (op.kind) {
+        case Kind::Register:
+            return "Register(variant " + std::to_string(op.variant) + ", client " + std::to_string(op.client) +
+                   (Layout::kHandlersHaveIntervals ? ", interval " + value() : std::string()) + ", name \"" +
+                   printable(op.text) + "\")";
         case Kind::Unregister:
             return "Unregister(" + slot + ")";
         case Kind::Enable:
@@ -92,29 +139,35 @@ std::string describeSharedOp(const Op& op, std::string (*describe)(const Op&)) {
         case Kind::Disable:
             return "Disable(" + slot + ")";
         case Kind::AddGroup:
-            return "AddGroup(" + slot + ", " + std::to_string(op.a) + ")";
+            return "AddGroup(" + slot + ", " + value() + ")";
         case Kind::RemoveGroup:
-            return "RemoveGroup(" + slot + ", " + std::to_string(op.a) + ")";
+            return "RemoveGroup(" + slot + ", " + value() + ")";
         case Kind::EnableGroup:
-            return "EnableTickGroup(" + std::to_string(op.a) + ")";
+            return "EnableTickGroup(" + value() + ")";
         case Kind::DisableGroup:
-            return "DisableTickGroup(" + std::to_string(op.a) + ")";
+            return "DisableTickGroup(" + value() + ")";
         case Kind::WriteEnabled:
-            return "write enabled = " + std::to_string(op.a) + " into " + slot;
+            return "write enabled = " + value() + " into " + slot;
         case Kind::LoadForeignRecord:
             return "load the unregistered record into a free slot";
         case Kind::ArmNested:
-            return "arm client " + std::to_string(op.client) + " with { " + describe(op.nested.front()) + " }";
+            return "arm client " + std::to_string(op.client) + " with { " + describeWith<Layout>(op.nested.front()) +
+                   " }";
         case Kind::TraceLevel:
-            return "trace level " + std::to_string(op.a);
+            return "trace level " + value();
         case Kind::Tick:
             return "Tick";
+        case Kind::Initialize:
+            return "Initialize(" +
+                   (Layout::kHandlersHaveIntervals ? "priority " + std::to_string(static_cast<int32_t>(op.a)) + ", "
+                                                   : std::string()) +
+                   "platform results " + hex8(op.b) + " " + hex8(op.c) + " " + hex8(op.d) + ")";
         case Kind::Uninitialize:
             return "Uninitialize()";
         case Kind::Phase:
-            return "Phase " + std::to_string(op.a);
+            return "Phase " + value();
         default:
-            return std::string();
+            return Layout::describeOwn(op);
     }
 }
 

@@ -6,16 +6,12 @@
 #include <cstdint>
 #include <string>
 
-#include "ByteReader.h"
-
 namespace zyn_fuzz {
 
-inline uint32_t decodePlatformResult(ByteReader& input) {
-    static const uint32_t results[] = {0,           0,      0,      0,          1,           4097,
-                                       32767,       32768,  32773,  32778,      0x7FFFFFFFu, 0x80000000u,
-                                       0x80008000u, 0x9001, 0x9101, 0xFFFFFFFFu};
-    return results[input.byte() % (sizeof(results) / sizeof(results[0]))];
-}
+/// Success comes four times, so that most inputs get past the platform.
+constexpr uint32_t kPlatformResults[] = {0,           0,      0,      0,          1,           4097,
+                                         32767,       32768,  32773,  32778,      0x7FFFFFFFu, 0x80000000u,
+                                         0x80008000u, 0x9001, 0x9101, 0xFFFFFFFFu};
 
 /// A platform result is a refusal when, read as a signed number, it is 32768
 /// or more.

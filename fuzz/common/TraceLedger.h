@@ -26,6 +26,9 @@ struct ExpectedLine {
     bool entry;
 };
 
+/// The levels of the library's messages.
+enum TraceLevel : uint32_t { kError = 1, kWarning = 2, kInfo = 5 };
+
 class TraceLedger {
 public:
     /// Levels up to `maxLevel` are written, in the double and in the model.

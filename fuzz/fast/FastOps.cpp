@@ -1,93 +1,68 @@
 #include "FastOps.h"
 
 #include "OpCodec.h"
+#include "TickModuleIdentity.h"
 
-namespace fast_fuzz {
-
-using zyn_fuzz::ByteReader;
-using zyn_fuzz::kMaxArmDepth;
-
+namespace zyn_fuzz::fast {
 namespace {
 
-uint32_t decodePhase(ByteReader& input) {
-    static const uint32_t phases[] = {11, 13, 16, 14, 12, 15, 0, UINT32_MAX};
-    const uint8_t selector = input.byte();
-    if (selector < 200) {
-        return phases[selector % (sizeof(phases) / sizeof(phases[0]))];
-    }
-    return input.u32();
-}
+/// How the fast target lays out its operations (OpCodec.h).
+struct Layout {
+    /// What the list answers when asked to remove a pointer it does not
+    /// hold: always an error, with or without the top bit.
+    static constexpr uint32_t kRemoveResults[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
+    /// The list delivers null at the latest on this GetNext call from now.
+    static constexpr uint32_t kLastNullCall = 6;
 
-/// What the list answers when asked to remove a pointer it does not hold:
-/// always an error, with or without the top bit.
-uint32_t decodeRemoveResult(ByteReader& input) {
-    static const uint32_t results[] = {32771, 32768, 0x800C, 0x9201, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
-    return results[input.byte() % (sizeof(results) / sizeof(results[0]))];
-}
+    /// Neither Register nor Initialize takes more than the other module's.
+    static constexpr bool kHandlersHaveIntervals = false;
+    // Phase 14 is one the fast module does not subscribe to, like the codes
+    // without a name.
+    static constexpr uint32_t kPhases[] = {TickModule::Phase::Configure,
+                                           TickModule::Phase::Idle,
+                                           TickModule::Phase::ShutDown,
+                                           TickModule::Phase::StartTicks,
+                                           12,
+                                           15,
+                                           0,
+                                           UINT32_MAX};
 
-OpKind decodeKind(ByteReader& input, int depth) {
-    const uint8_t selector = input.byte();
-    OpKind kind = static_cast<OpKind>(selector % (depth == 0 ? kAllKinds : kNestableKinds));
-    if (kind == OpKind::ArmNested && depth >= kMaxArmDepth) {
-        kind = OpKind::TraceLevel;
-    }
-    if (kind == OpKind::UnregisterFromOnTick && depth == 0) {
+    static OpKind allowedAt(OpKind kind, int depth) {
+        if (kind == OpKind::ArmNested && depth >= kMaxArmDepth) {
+            return OpKind::TraceLevel;
+        }
         // The unlocked variant is for tick functions only.
-        kind = OpKind::Unregister;
+        return kind == OpKind::UnregisterFromOnTick && depth == 0 ? OpKind::Unregister : kind;
     }
-    return kind;
-}
+
+    template <typename Channel>
+    static void codeOwn(Channel& channel, Op& op) {
+        if (op.kind == OpKind::UnregisterFromOnTick) {
+            codeSlot(channel, op.slot);
+        } else if (op.kind == OpKind::ScriptRemoveResult) {
+            channel.oneOf(op.a, kRemoveResults, false);
+        } else {
+            uint32_t later = op.a - 1;
+            channel.inRange(later, kLastNullCall - 1);
+            op.a = later + 1;
+        }
+    }
+
+    static std::string describeOwn(const Op& op) {
+        if (op.kind == OpKind::UnregisterFromOnTick) {
+            return "UnregisterFromOnTick(" + describeSlot(op.slot) + ")";
+        }
+        if (op.kind == OpKind::ScriptRemoveResult) {
+            return "list refuses unknown pointers with " + hex8(op.a);
+        }
+        return "list delivers null on GetNext call " + std::to_string(op.a) + " from now";
+    }
+};
 
 }  // namespace
 
-Op decodeOp(ByteReader& input, int depth) {
-    Op op;
-    op.kind = decodeKind(input, depth);
-    if (zyn_fuzz::decodeSharedOp(input, op, depth, &decodeOp)) {
-        return op;
-    }
-    switch (op.kind) {
-        case OpKind::Register:
-            zyn_fuzz::decodeRegisterHead(input, op);
-            op.text = zyn_fuzz::decodeName(input);
-            break;
-        case OpKind::UnregisterFromOnTick:
-            op.slot = zyn_fuzz::decodeSlot(input);
-            break;
-        case OpKind::ScriptRemoveResult:
-            op.a = decodeRemoveResult(input);
-            break;
-        case OpKind::ScriptGetNextNull:
-            op.a = 1u + input.byte() % 6u;
-            break;
-        case OpKind::Initialize:
-            zyn_fuzz::decodePlatformResults(input, op);
-            break;
-        case OpKind::Phase:
-            op.a = decodePhase(input);
-            break;
-        default:
-            break;
-    }
-    return op;
-}
+Op decodeOp(InputDecoder& input) { return decodeWith<Layout, Op>(input); }
+void encodeOp(InputEncoder& output, const Op& op) { encodeWith<Layout>(output, op); }
+std::string describe(const Op& op) { return describeWith<Layout>(op); }
 
-std::string describe(const Op& op) {
-    switch (op.kind) {
-        case OpKind::Register:
-            return "Register(variant " + std::to_string(op.variant) + ", client " + std::to_string(op.client) +
-                   ", name \"" + zyn_fuzz::printable(op.text) + "\")";
-        case OpKind::UnregisterFromOnTick:
-            return "UnregisterFromOnTick(" + zyn_fuzz::describeSlot(op.slot) + ")";
-        case OpKind::ScriptRemoveResult:
-            return "list refuses unknown pointers with " + zyn_fuzz::hex8(op.a);
-        case OpKind::ScriptGetNextNull:
-            return "list delivers null on GetNext call " + std::to_string(op.a) + " from now";
-        case OpKind::Initialize:
-            return "Initialize(" + zyn_fuzz::describePlatformResults(op) + ")";
-        default:
-            return zyn_fuzz::describeSharedOp(op, &describe);
-    }
-}
-
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast

@@ -13,16 +13,14 @@
 #include <string>
 #include <vector>
 
-#include "ByteReader.h"
+#include "FuzzOp.h"
 #include "HarnessLimits.h"
+#include "InputCodec.h"
 
-namespace fast_fuzz {
+namespace zyn_fuzz::fast {
 
-using zyn_fuzz::kClients;
-using zyn_fuzz::kNullSlot;
-using zyn_fuzz::kSlots;
-
-/// The operations that may also run inside a tick function come first.
+/// The operations that may also run inside a tick function come first, up
+/// to LastNestable; Phase comes last.
 enum class OpKind : uint8_t {
     UnregisterFromOnTick,
     Enable,
@@ -37,6 +35,7 @@ enum class OpKind : uint8_t {
     TraceLevel,
     ScriptRemoveResult,
     ScriptGetNextNull,
+    LastNestable = ScriptGetNextNull,
     // Only from outside a tick:
     Register,
     Unregister,
@@ -46,30 +45,12 @@ enum class OpKind : uint8_t {
     Phase,
 };
 
-constexpr uint8_t kNestableKinds = static_cast<uint8_t>(OpKind::ScriptGetNextNull) + 1;
-constexpr uint8_t kAllKinds = static_cast<uint8_t>(OpKind::Phase) + 1;
+using Op = BasicOp<OpKind>;
 
-using zyn_fuzz::kNullHandleVariable;
-using zyn_fuzz::kNullName;
-using zyn_fuzz::kNullReceiver;
-
-struct Op {
-    OpKind kind = OpKind::Tick;
-    uint8_t slot = kNullSlot;
-    uint8_t client = 0;
-    uint8_t variant = 0;
-    uint32_t a = 0;          ///< group id, level, phase, written value, scripted result or call number
-    uint32_t b = 0;          ///< Initialize: module registration result
-    uint32_t c = 0;          ///< Initialize: callback registration result
-    uint32_t d = 0;          ///< Initialize: interface registration result
-    std::string text;        ///< name buffer
-    std::vector<Op> nested;  ///< ArmNested: the operation to arm
-};
-
-/// Decodes one operation; `depth` 0 is a top-level operation.
-Op decodeOp(zyn_fuzz::ByteReader& input, int depth);
-
-/// One line describing the operation, for failure reports.
+/// Reads one top-level operation, writes the bytes that decode to one, and
+/// describes one in a line for failure reports (OpCodec.h).
+Op decodeOp(InputDecoder& input);
+void encodeOp(InputEncoder& output, const Op& op);
 std::string describe(const Op& op);
 
-}  // namespace fast_fuzz
+}  // namespace zyn_fuzz::fast

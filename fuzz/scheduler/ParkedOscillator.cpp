@@ -9,7 +9,7 @@
 
 #include "CTickSchedulerModule.h"
 
-namespace sched_fuzz {
+namespace zyn_fuzz::sched {
 namespace {
 
 struct Parking {
@@ -50,21 +50,21 @@ void ParkedOscillator::restoreReceiver(TickOscillator& oscillator) {
     }
 }
 
-}  // namespace sched_fuzz
+}  // namespace zyn_fuzz::sched
 
 // Only the oscillator thread sleeps through clock_nanosleep in this target.
 extern "C" int __wrap_clock_nanosleep(clockid_t /*clock*/, int /*flags*/, const timespec* /*request*/,
                                       timespec* /*remain*/) {
-    using sched_fuzz::Parking;
+    using zyn_fuzz::sched::Parking;
     TickOscillator& oscillator = tickScheduler.tickOscillator;
-    Parking& p = sched_fuzz::parking();
+    Parking& p = zyn_fuzz::sched::parking();
     {
         std::lock_guard<std::mutex> lock(p.mutex);
         p.parked = true;
     }
     p.parkedChanged.notify_all();
     while (oscillator.isRunning()) {
-        std::this_thread::sleep_for(sched_fuzz::kStopPollInterval);
+        std::this_thread::sleep_for(zyn_fuzz::sched::kStopPollInterval);
     }
     std::lock_guard<std::mutex> lock(p.mutex);
     p.heldReceiver = oscillator.getReceiver();

@@ -12,7 +12,7 @@
 
 #include "TickOscillator.h"
 
-namespace sched_fuzz {
+namespace zyn_fuzz::sched {
 
 class ParkedOscillator {
 public:
@@ -24,4 +24,4 @@ public:
     static void restoreReceiver(TickOscillator& oscillator);
 };
 
-}  // namespace sched_fuzz
+}  // namespace zyn_fuzz::sched
