@@ -12,8 +12,8 @@
 #include "CTickSchedulerFastModule.h"
 #include "SchedulerFixture.h"
 #include "SizedRecords.h"
+#include "SynchronizedLog.h"
 #include "TickGrid.h"
-#include "WaitableLog.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace scheduler_test {
@@ -53,7 +53,7 @@ public:
     ITickReceiver receiver() { return ITickReceiver{this, &GridQueryingTickFunction::onTick}; }
 
     /// Waits until `count` ticks have been seen in all; false on timeout.
-    bool waitForTicks(size_t count) { return seen.waitForSize(count, kTickTimeout); }
+    bool waitForTicks(size_t count) { return seen.waitFor(count, kTickTimeout); }
 
     std::vector<SeenTick> ticks() { return seen.snapshot(); }
 
@@ -64,11 +64,11 @@ private:
         tick.nowNs = monotonicNowNs();
         tick.grid = emptyGrid();
         tick.result = self->query(&tick.grid);
-        self->seen.add(tick);
+        self->seen.append(tick);
     }
 
     Query query;
-    test_wait::WaitableLog<SeenTick> seen;
+    test_support::SynchronizedLog<SeenTick> seen;
 };
 
 class TickGridQueryTest : public SchedulerTest {
