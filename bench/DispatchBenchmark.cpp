@@ -115,52 +115,57 @@ void BM_Floor_UnlockLockCalls(benchmark::State& state) {
     freeRecords(records);
 }
 
-template <bool Timed>
-void BM_CTickScheduler_OnTick(benchmark::State& state) {
-    if (Timed) {
-        CTickScheduler_EnableStatistics(0);
-    }
-    uint64_t counter = 0;
-    const ITickReceiver receiver = bench::countingReceiver(&counter);
-    std::vector<STickHandler*> handles(static_cast<size_t>(state.range(0)), nullptr);
-    for (STickHandler*& handle : handles) {
-        CTickScheduler_RegisterTickHandler(&handle, &receiver, 1, "bench");
-    }
-    for (auto _ : state) {
-        CTickScheduler_OnTick(nullptr);
-    }
-    if (counter != static_cast<uint64_t>(state.iterations()) * handles.size()) {
-        state.SkipWithError("a handler was not called on every pass");
-    }
-    setPerHandlerCounter(state, state.range(0));
-    for (STickHandler*& handle : handles) {
-        CTickScheduler_UnregisterTickHandler(&handle);
-    }
-    CTickScheduler_DisableStatistics();
+/// What a dispatch benchmark calls of one scheduler.
+struct SchedulerEntryPoints {
+    uint32_t (*enableStatistics)(uint64_t handlerBudgetNs);
+    uint32_t (*disableStatistics)();
+    /// Registers a handler due on every pass.
+    uint32_t (*registerEveryPass)(STickHandler** handle, const ITickReceiver* receiver);
+    void (*onTick)(void* context);
+    uint32_t (*unregister)(STickHandler** handle);
+};
+
+uint32_t registerWithIntervalOne(STickHandler** handle, const ITickReceiver* receiver) {
+    return CTickScheduler_RegisterTickHandler(handle, receiver, 1, "bench");
 }
 
-template <bool Timed>
-void BM_CTickSchedulerFast_OnTick(benchmark::State& state) {
+uint32_t registerFast(STickHandler** handle, const ITickReceiver* receiver) {
+    return CTickSchedulerFast_RegisterTickHandler(handle, receiver, "bench");
+}
+
+constexpr SchedulerEntryPoints kIntervalScheduler = {&CTickScheduler_EnableStatistics,
+                                                     &CTickScheduler_DisableStatistics, &registerWithIntervalOne,
+                                                     &CTickScheduler_OnTick, &CTickScheduler_UnregisterTickHandler};
+
+constexpr SchedulerEntryPoints kFastScheduler = {&CTickSchedulerFast_EnableStatistics,
+                                                 &CTickSchedulerFast_DisableStatistics, &registerFast,
+                                                 &CTickSchedulerFast_OnTick, &CTickSchedulerFast_UnregisterTickHandler};
+
+/// One scheduler's pass over state.range(0) handlers, its statistics on when
+/// `Timed`. The entry points are compile-time constants, so the pass is a
+/// direct call as in a client.
+template <const SchedulerEntryPoints& Scheduler, bool Timed>
+void BM_OnTick(benchmark::State& state) {
     if (Timed) {
-        CTickSchedulerFast_EnableStatistics(0);
+        Scheduler.enableStatistics(0);
     }
     uint64_t counter = 0;
     const ITickReceiver receiver = bench::countingReceiver(&counter);
     std::vector<STickHandler*> handles(static_cast<size_t>(state.range(0)), nullptr);
     for (STickHandler*& handle : handles) {
-        CTickSchedulerFast_RegisterTickHandler(&handle, &receiver, "bench");
+        Scheduler.registerEveryPass(&handle, &receiver);
     }
     for (auto _ : state) {
-        CTickSchedulerFast_OnTick(nullptr);
+        Scheduler.onTick(nullptr);
     }
     if (counter != static_cast<uint64_t>(state.iterations()) * handles.size()) {
         state.SkipWithError("a handler was not called on every pass");
     }
     setPerHandlerCounter(state, state.range(0));
     for (STickHandler*& handle : handles) {
-        CTickSchedulerFast_UnregisterTickHandler(&handle);
+        Scheduler.unregister(&handle);
     }
-    CTickSchedulerFast_DisableStatistics();
+    Scheduler.disableStatistics();
 }
 
 void handlerCounts(benchmark::internal::Benchmark* benchmark) {
@@ -172,13 +177,11 @@ void handlerCounts(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(BM_Floor_PlainCalls)->Apply(handlerCounts);
 BENCHMARK(BM_Floor_ListWalkCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_CTickSchedulerFast_OnTick, false)->Name("BM_CTickSchedulerFast_OnTick")->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_CTickSchedulerFast_OnTick, true)
-    ->Name("BM_CTickSchedulerFast_OnTick_Timed")
-    ->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, false)->Name("BM_CTickSchedulerFast_OnTick")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, true)->Name("BM_CTickSchedulerFast_OnTick_Timed")->Apply(handlerCounts);
 BENCHMARK(BM_Floor_UnlockLockCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_CTickScheduler_OnTick, false)->Name("BM_CTickScheduler_OnTick")->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_CTickScheduler_OnTick, true)->Name("BM_CTickScheduler_OnTick_Timed")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, false)->Name("BM_CTickScheduler_OnTick")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, true)->Name("BM_CTickScheduler_OnTick_Timed")->Apply(handlerCounts);
 
 }  // namespace
 

@@ -4,19 +4,21 @@
 /// Contract the library relies on:
 /// - CList_Construct makes a zero-filled list an empty list.
 /// - CList_PushTail appends the pointer at the tail; the element is not copied.
-/// - CList_Remove removes the pointer; 32768 and above when it is not in the
-///   list. Removing the element that CList_GetNext delivered last, while an
-///   iteration is in progress, leaves the rest of that iteration intact.
+/// - CList_Remove removes the pointer; 32768 (TickResult::FirstError) and
+///   above when it is not in the list. Removing the element that
+///   CList_GetNext delivered last, while an iteration is in progress, leaves
+///   the rest of that iteration intact.
 ///   A list that also allows removing the element the cursor stands on (the
 ///   iteration goes on with the next element still in the list) lets a fast
 ///   tick function remove any handler, not only itself or earlier ones.
 /// - CList_IsEmpty: non-zero when the list is empty.
-/// - CList_StartIterationFromHead: 4098 when there is nothing to iterate,
-///   otherwise the cursor (set to 0 by the caller) is on the head.
+/// - CList_StartIterationFromHead: CLIST_END_OF_LIST (4098) when there is
+///   nothing to iterate, otherwise the cursor (set to 0 by the caller) is on
+///   the head.
 /// - CList_GetNext stores the element at the cursor (null when it cannot
-///   deliver one) and advances the cursor past it; it returns 4098 together
-///   with the last element, and null with 4098 when nothing is left to
-///   deliver.
+///   deliver one) and advances the cursor past it; it returns
+///   CLIST_END_OF_LIST together with the last element, and null with
+///   CLIST_END_OF_LIST when nothing is left to deliver.
 #pragma once
 
 #include <cstdint>

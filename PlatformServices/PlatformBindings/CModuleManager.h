@@ -21,11 +21,13 @@ struct SPhaseCallbackContext {
     PhaseCallback callback;  ///< Called for each subscribed phase.
 };
 
-/// Registers a module. Result: below 32768 success, 32768 and above refusal.
+/// Registers a module. Result: below 32768 success, 32768 (TickResult::FirstError) and
+/// above refusal.
 uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char* moduleName);
 
 /// Registers a module's phase callback with the phases it subscribes to,
-/// in the order given. Result: below 32768 success, 32768 and above refusal.
+/// in the order given. Result: below 32768 success, 32768 (TickResult::FirstError) and
+/// above refusal.
 uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const char* callbackName, uint32_t param1,
                                          SPhaseCallbackContext* callbackContext, uint32_t param2, uint32_t param3,
                                          const uint32_t* phases, uint32_t phaseCount);

@@ -19,8 +19,9 @@ public:
     /// The broker of the process; never null.
     static InterfaceBroker* getInstance();
 
-    /// Registers `iface` under `name`. Result: below 32768 success, 32768 and
-    /// above refusal (for example a name that is taken).
+    /// Registers `iface` under `name`. Result: below 32768 success, 32768
+    /// (TickResult::FirstError) and above refusal (for example a name that
+    /// is taken).
     uint32_t registerInterface(const std::string& name, IInterface* iface);
 
     /// Withdraws the object registered under `name`; when `removed` is not

@@ -17,8 +17,9 @@
 /// removal, its record is freed when the pass ends), and the changed list
 /// applies from the next pass.
 ///
-/// Results: 0 success, 4097 already initialised, 32768 and above errors (see
-/// TickResultCodes.h).
+/// Results are TickResult codes (TickResultCodes.h): TickResult::Success (0),
+/// TickResult::AlreadyInitialized (4097), errors from TickResult::Failure
+/// (32768) up.
 #pragma once
 
 #include <cstdint>
@@ -31,13 +32,17 @@
 
 extern "C" {
 
-/// Registers the module (id 22000) with the module manager, then its phase
-/// callback for phases 11, 13, 16, 14, then the "ITickScheduler" object with
-/// the interface broker; then resets the group masks and stores *priority
-/// (read only here, after every registration succeeded) for the oscillator.
-/// No lock. Results: 0; 4097 already initialised (nothing done); 32775 module,
-/// 32776 callback, 32768 interface registration refused (earlier
-/// registrations are not undone; the module stays uninitialised).
+/// Registers the module (TickModule::SchedulerModuleId, 22000) with the module
+/// manager, then its phase callback for phases 11, 13, 16, 14 (see
+/// TickModuleIdentity.h), then the "ITickScheduler" object with the interface
+/// broker; then resets the group masks and stores *priority (read only here,
+/// after every registration succeeded) for the oscillator. No lock.
+/// Results: TickResult::Success (0); TickResult::AlreadyInitialized (4097),
+/// nothing done; a refused registration, which earlier registrations do not
+/// undo and which leaves the module uninitialised:
+/// TickResult::ModuleRegistrationFailed (32775) for the module,
+/// TickResult::CallbackRegistrationFailed (32776) for the callback,
+/// TickResult::Failure (32768) for the interface object.
 ZYN_TS_EXPORT uint32_t CTickScheduler_Initialize(const ETickPriority* priority);
 
 /// Stops and joins the oscillator, marks the module uninitialised (under the
@@ -49,7 +54,8 @@ ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
 /// first 31 characters of `pszName`, appended at the end of the handler list
 /// under the tick lock; `*tickHandler` receives the handle. Allowed in every
 /// state of the module; the handler is due on the next pass.
-/// Results: 0; 32770 when `tickHandler`, `pITickReceiver` or `pszName` is null.
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) when
+/// `tickHandler`, `pITickReceiver` or `pszName` is null.
 ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler,
                                                           const ITickReceiver* pITickReceiver, uint32_t tickInterval,
                                                           const char* pszName);
@@ -57,51 +63,56 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHan
 /// Removes `*handle` from the handler list under the tick lock, frees it and
 /// clears `*handle`. A handle that is not in the list is reported, not freed,
 /// and `*handle` is cleared all the same.
-/// Results: 0 (also for a null `*handle` or a handle not in the list);
-/// 32770 when `handle` is null.
+/// Results: TickResult::Success (0), also for a null `*handle` or a handle
+/// not in the list; TickResult::NullArgument (32770) when `handle` is null.
 ZYN_TS_EXPORT uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle);
 
 /// Freezes the oscillator under the tick lock: once it returns, no handler
-/// runs until CTickScheduler_Unfreeze. Always 0.
+/// runs until CTickScheduler_Unfreeze. Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Freeze(void);
 
 /// Unfreezes the oscillator under the tick lock; ticks resume on the same
-/// grid. Always 0.
+/// grid. Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Unfreeze(void);
 
 /// Writes `offset` into the handler's phase counter (no lock): with interval
 /// n and offset o, the handler is next called after n - o ticks.
-/// Results: 0; 32770 null handler; 32771 offset not below the interval.
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
+/// handler; TickResult::OutOfRange (32771) offset not below the interval.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetStartOffset(STickHandler* handler, uint32_t offset);
 
 /// Moves the handler in front of the first handler of higher priority (or to
-/// the end) under the tick lock. An unchanged priority returns 0 at once.
-/// Results: 0; 32768 handler not registered; 32770 null handler.
+/// the end) under the tick lock. An unchanged priority returns at once.
+/// Results: TickResult::Success (0); TickResult::Failure (32768) handler not
+/// registered; TickResult::NullArgument (32770) null handler.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_t priority);
 
 /// Enables the handler under the tick lock; it keeps its phase.
-/// Results: 0; 32770 null handler.
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
+/// handler.
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler);
 
 /// Disables the handler under the tick lock; its counter keeps running.
-/// Results: 0; 32770 null handler.
+/// Results: as CTickScheduler_EnableTickHandler.
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler);
 
 /// Adds the handler to group 0 or 1 under the tick lock.
-/// Results: 0; 32770 null handler; 32782 group id above 1.
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
+/// handler; TickResult::GroupIdOutOfBounds (32782) group id above 1.
 ZYN_TS_EXPORT uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t groupId);
 
 /// Removes the handler from group 0 or 1 under the tick lock.
-/// Results: 0; 32770 null handler; 32782 group id above 1.
+/// Results: as CTickScheduler_AddGroup.
 ZYN_TS_EXPORT uint32_t CTickScheduler_RemoveGroup(STickHandler* handler, uint32_t groupId);
 
 /// Enables group 0 or 1 under the tick lock.
-/// Results: 0; 32782 group id above 1.
+/// Results: TickResult::Success (0); TickResult::GroupIdOutOfBounds (32782)
+/// group id above 1.
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickGroup(uint32_t groupId);
 
 /// Disables group 0 or 1 under the tick lock: its members are skipped (their
 /// counters keep running). A bad id is refused before the lock is taken.
-/// Results: 0; 32782 group id above 1.
+/// Results: as CTickScheduler_EnableTickGroup.
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId);
 }
 

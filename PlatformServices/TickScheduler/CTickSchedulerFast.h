@@ -14,12 +14,15 @@
 
 extern "C" {
 
-/// Registers the module (id 22001) with the module manager, its phase
-/// callback for phases 11, 13, 16 and the "ITickSchedulerFast" object with
-/// the broker; then initialises the mutex and the handler list. No lock.
-/// Results: 0; 4097 already initialised; 32775 module, 32776 callback,
-/// 32768 interface registration refused; 32778 the mutex could not be
-/// initialised. Earlier registrations are not undone.
+/// Registers the module (TickModule::FastSchedulerModuleId, 22001) with the
+/// module manager, its phase callback for phases 11, 13, 16 (see
+/// TickModuleIdentity.h) and the "ITickSchedulerFast" object with the broker;
+/// then initialises the mutex and the handler list. No lock.
+/// Results: TickResult::Success (0); TickResult::AlreadyInitialized (4097);
+/// a refused registration: TickResult::ModuleRegistrationFailed (32775),
+/// TickResult::CallbackRegistrationFailed (32776), TickResult::Failure
+/// (32768) for the interface object; TickResult::MutexFailure (32778) the
+/// mutex could not be initialised. Earlier registrations are not undone.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_Initialize(void);
 
 /// Stops the oscillator, withdraws "ITickSchedulerFast" and marks the module

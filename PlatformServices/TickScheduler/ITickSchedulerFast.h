@@ -24,8 +24,11 @@
 ///
 /// Slot order is part of the binary contract and never changes.
 ///
-/// Results: 0 success; 32770 null argument; 32778 mutex failure; 32780 the
-/// handler could not be removed from the list; 32782 group id above 1.
+/// Results (TickResultCodes.h): TickResult::Success (0);
+/// TickResult::NullArgument (32770) a null argument; TickResult::MutexFailure
+/// (32778); TickResult::ListRemoveFailed (32780) the handler could not be
+/// removed from the list; TickResult::GroupIdOutOfBounds (32782) group id
+/// above 1. Each slot lists the ones it can return.
 class ZYN_TS_EXPORT ITickSchedulerFast : public virtual IInterface {
 public:
     /// Every slot null; CTickSchedulerFast_Initialize fills them.
@@ -33,23 +36,28 @@ public:
     ~ITickSchedulerFast() override;
 
     /// Creates an enabled handler at the tail of the list; `*outHandle`
-    /// receives it. 0; 32770; 32778.
+    /// receives it. Success, NullArgument, MutexFailure.
     uint32_t (*RegisterTickHandler)(STickHandler** outHandle, const ITickReceiver* receiver,
                                     const char* name) = nullptr;
-    /// Removes and frees `*handle` under the mutex, then clears it. 0; 32770; 32778; 32780.
+    /// Removes and frees `*handle` under the mutex, then clears it.
+    /// Success, NullArgument, MutexFailure, ListRemoveFailed.
     uint32_t (*UnregisterTickHandler)(STickHandler** handle) = nullptr;
-    /// The same without locking, for use from inside a tick function only. 0; 32770; 32780.
+    /// The same without locking, for use from inside a tick function only.
+    /// Success, NullArgument, ListRemoveFailed.
     uint32_t (*UnregisterTickHandlerFromOnTick)(STickHandler** handle) = nullptr;
-    /// Sets `enabled` to 1 (no lock). 0; 32770.
+    /// Sets `enabled` to 1 (no lock). Success, NullArgument.
     uint32_t (*EnableTickHandler)(STickHandler* handle) = nullptr;
-    /// Sets `enabled` to 0 (no lock). 0; 32770.
+    /// Sets `enabled` to 0 (no lock). Success, NullArgument.
     uint32_t (*DisableTickHandler)(STickHandler* handle) = nullptr;
-    /// Adds the handler to group 0 or 1. 0; 32770; 32782.
+    /// Adds the handler to group 0 or 1. Success, NullArgument,
+    /// GroupIdOutOfBounds.
     uint32_t (*AddGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
-    /// Removes the handler from group 0 or 1. 0; 32770; 32782.
+    /// Removes the handler from group 0 or 1. Success, NullArgument,
+    /// GroupIdOutOfBounds.
     uint32_t (*RemoveGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
-    /// Enables group 0 or 1. 0; 32782.
+    /// Enables group 0 or 1. Success, GroupIdOutOfBounds.
     uint32_t (*EnableTickGroup)(uint32_t groupId) = nullptr;
-    /// Disables group 0 or 1: its members are skipped. 0; 32782.
+    /// Disables group 0 or 1: its members are skipped. Success,
+    /// GroupIdOutOfBounds.
     uint32_t (*DisableTickGroup)(uint32_t groupId) = nullptr;
 };

@@ -34,7 +34,8 @@ extern "C" {
 
 /// Copies the grid of CTickScheduler's 6 ms oscillator into `*grid`.
 ///
-/// - Running: the record of the current thread (running = 1); result 0.
+/// - Running: the record of the current thread (running = 1); result
+///   TickResult::Success (0).
 /// - Not running (never started, stopped, or not yet past its start): running
 ///   = 0 with the origin, period and generation of the last thread, all 0
 ///   before the first start; result 4098 (TickResult::GridNotRunning, a
@@ -47,7 +48,8 @@ extern "C" {
 ///   the generation and publishes the new period, which applies from the
 ///   thread's next sleep.
 ///
-/// Results: 0; 4098 not running; 32770 (TickResult::NullArgument) when
+/// Results: TickResult::Success (0); TickResult::GridNotRunning (4098) not
+/// running; TickResult::NullArgument (32770) when
 /// `grid` is null or `grid->size` is smaller than sizeof(STickGrid) (nothing
 /// written). Lock-free and wait-free for the oscillator thread: safe from any
 /// thread, including a tick function.
@@ -55,6 +57,6 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_GetTickGrid(STickGrid* grid);
 
 /// The same for CTickSchedulerFast's 1 ms oscillator, which the module
 /// configures but never starts itself: without an owner that starts it the
-/// result is 4098 with running = 0.
+/// result is TickResult::GridNotRunning (4098) with running = 0.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetTickGrid(STickGrid* grid);
 }

@@ -42,27 +42,31 @@ public:
     /// priority (mapped 0->99, 1->98, 2..4->79, other->0), clears `frozen`
     /// and marks the oscillator initialised. May be called again at any time;
     /// a new delay applies from the thread's next period computation.
-    /// Results: 0; 32770 for a delay other than 1 or 6 (nothing changed).
+    /// Results: TickResult::Success (0); TickResult::NullArgument (32770) for a
+    /// delay other than 1 or 6 (nothing changed).
     uint32_t initialize(ETickDelay eDelay, ETickPriority ePriority);
 
     /// Creates the thread, applies SCHED_RR with the mapped priority (a
     /// refusal is ignored) and names it "zyn-ts-osc" + delay.
-    /// Results: 0; 32772 not initialised; 32774 already running; 32777 the
-    /// thread could not be created.
+    /// Results: TickResult::Success (0); TickResult::NotInitialized (32772);
+    /// TickResult::AlreadyRunning (32774); TickResult::ThreadCreationFailed
+    /// (32777) the thread could not be created.
     uint32_t start();
 
     /// Clears `running` and joins the thread (after at most one sleep and one
-    /// tick). Always 0.
+    /// tick). Always TickResult::Success (0).
     uint32_t stop();
 
-    /// Ticks stop being delivered; the grid keeps running. Always 0.
+    /// Ticks stop being delivered; the grid keeps running. Always
+    /// TickResult::Success (0).
     uint32_t freeze();
 
-    /// Ticks are delivered again, on the same grid. Always 0.
+    /// Ticks are delivered again, on the same grid. Always
+    /// TickResult::Success (0).
     uint32_t unfreeze();
 
-    /// Sets the receiver (null stops delivery). Results: 0; 32772 when not
-    /// initialised.
+    /// Sets the receiver (null stops delivery). Results: TickResult::Success
+    /// (0); TickResult::NotInitialized (32772) when not initialised.
     uint32_t registerOnTick(ITickReceiver* receiver);
 
     /// The thread body: sleeps to each grid point and delivers the tick
@@ -70,7 +74,7 @@ public:
     void run();
 
     /// result = end - start with nanosecond borrow; end must not lie before
-    /// start. Returns 0.
+    /// start. Returns TickResult::Success (0).
     uint32_t timeDiff(timespec* start, timespec* end, timespec* result);
 
     /// Corrects the nanoseconds of an elapsed time for a 6 ms grid: one second

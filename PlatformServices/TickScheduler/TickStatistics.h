@@ -60,42 +60,46 @@ extern "C" {
 /// Switches CTickScheduler's statistics on from its next pass. A handler
 /// budget of 0 means the tick period (6 ms). Counts gathered earlier are kept
 /// (see CTickScheduler_ResetStatistics). Waits for a running pass, like every
-/// operation that changes the scheduler. Result: 0.
+/// operation that changes the scheduler. Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableStatistics(uint64_t handlerBudgetNs);
 
-/// Switches them off from the next pass; the counts stay readable. Result: 0.
+/// Switches them off from the next pass; the counts stay readable.
+/// Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableStatistics(void);
 
 /// Clears every count of the scheduler and of its handlers; whether the
-/// statistics are on and the budget stay as they are. Result: 0.
+/// statistics are on and the budget stay as they are.
+/// Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_ResetStatistics(void);
 
 /// Copies the timing of `handler` into `*statistics`.
-/// Results: 0; 32770 (TickResult::NullArgument) a null pointer or a size
-/// below sizeof(STickHandlerStatistics); 32781 (TickResult::UnknownHandler)
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) a null
+/// pointer or a size below sizeof(STickHandlerStatistics);
+/// TickResult::UnknownHandler (32781)
 /// `handler` is not registered with this scheduler. Safe from any thread,
 /// including a tick function.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetHandlerStatistics(const STickHandler* handler,
                                                            STickHandlerStatistics* statistics);
 
 /// Copies the scheduler's pass timing into `*statistics`.
-/// Results: 0; 32770 a null pointer or a size below
-/// sizeof(STickSchedulerStatistics). Safe from any thread.
+/// Results: TickResult::Success (0); TickResult::NullArgument (32770) a null
+/// pointer or a size below sizeof(STickSchedulerStatistics). Safe from any
+/// thread.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetSchedulerStatistics(STickSchedulerStatistics* statistics);
 
 /// The same five for CTickSchedulerFast (period 1 ms); this one switches its
 /// statistics on. They take the fast
 /// scheduler's mutex, which its dispatch holds for a whole pass: call them
 /// from client threads, never from a fast tick function. Besides the results
-/// above they return 32778 (TickResult::MutexFailure) when that mutex cannot
+/// above they return TickResult::MutexFailure (32778) when that mutex cannot
 /// be locked.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_EnableStatistics(uint64_t handlerBudgetNs);
 /// Fast scheduler: switches the statistics off (counts stay readable).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_DisableStatistics(void);
 /// Fast scheduler: clears every count.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_ResetStatistics(void);
-/// Fast scheduler: copies one handler's timing; 32781 for a handler it does
-/// not hold.
+/// Fast scheduler: copies one handler's timing; TickResult::UnknownHandler
+/// (32781) for a handler it does not hold.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetHandlerStatistics(const STickHandler* handler,
                                                                STickHandlerStatistics* statistics);
 /// Fast scheduler: copies its pass timing.

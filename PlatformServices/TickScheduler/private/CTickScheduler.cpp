@@ -5,45 +5,41 @@
 // carry the module's own source path in their header.
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 
-#include "CModuleManager.h"
 #include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
+#include "HandlerRecord.h"
 #include "ITickScheduler.h"
 #include "InterfaceBroker.h"
+#include "InterfaceSlots.h"
+#include "OscillatorSetup.h"
+#include "PlatformRegistration.h"
 #include "StatisticsClock.h"
+#include "TickGroups.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
 namespace {
 
-constexpr uint32_t kModuleId = 22000;
-constexpr const char* kModuleName = "CTickScheduler";
-constexpr const char* kCallbackName = "CCTickScheduler_OnPhaseActivation";
-constexpr const char* kInterfaceName = "ITickScheduler";
-// Constant arguments of the callback registration, passed as the platform
-// expects them.
-constexpr uint32_t kCallbackParam1 = 100;
-constexpr uint32_t kCallbackParam2 = 3;
-constexpr uint32_t kCallbackParam3 = 0;
-// The module manager keeps this address, so the list lives in static storage.
-constexpr uint32_t kSubscribedPhases[] = {11, 13, 16, 14};
-constexpr uint32_t kSubscribedPhaseCount = sizeof(kSubscribedPhases) / sizeof(kSubscribedPhases[0]);
+using zyn_ts::groupBit;
+using zyn_ts::groupIdForDisplay;
+using zyn_ts::isGroupIdValid;
 
-constexpr uint32_t kPhaseConfigure = 11;
-constexpr uint32_t kPhaseIdle = 13;
-constexpr uint32_t kPhaseStartTicks = 14;
-constexpr uint32_t kPhaseShutdown = 16;
+// The module manager keeps the address of the phase list, so it lives in
+// static storage.
+constexpr uint32_t kSubscribedPhases[] = {TickModule::Phase::Configure, TickModule::Phase::Idle,
+                                          TickModule::Phase::ShutDown, TickModule::Phase::StartTicks};
+
+constexpr zyn_ts::ModulePlatformNames kPlatformNames = {TickModule::SchedulerModuleId, "CTickScheduler",
+                                                        "CCTickScheduler_OnPhaseActivation", "ITickScheduler"};
 
 constexpr uint32_t kTickPeriodMs = 6;
-constexpr int32_t kInitialPriority = 5;
-constexpr uint32_t kHighestGroupId = 1;
 
 // ---- Handler list helpers (callers hold tickMutex) --------------------------
 
@@ -202,13 +198,6 @@ void finishPassBookkeeping(CTickScheduler& state) {
 
 // ---- Groups -----------------------------------------------------------------
 
-bool isGroupIdValid(uint32_t groupId) { return groupId <= kHighestGroupId; }
-
-uint32_t groupBit(uint32_t groupId) { return 1u << groupId; }
-
-/// Group ids are unsigned for the bound test and signed in messages.
-int32_t groupIdForDisplay(uint32_t groupId) { return static_cast<int32_t>(groupId); }
-
 // Group 0 is "channel 1" and group 1 "channel 2" in messages.
 const char* enabledChannelText(uint32_t groupId) {
     return groupId == 0 ? "Enabled tick group channel 1" : "Enabled tick group channel 2";
@@ -222,27 +211,13 @@ const char* disabledChannelText(uint32_t groupId) {
 
 void fillInterface(ITickScheduler& object) {
     object.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
-    object.UnregisterTickHandler = &CTickScheduler_UnregisterTickHandler;
     object.Freeze = &CTickScheduler_Freeze;
     object.Unfreeze = &CTickScheduler_Unfreeze;
     object.SetStartOffset = &CTickScheduler_SetStartOffset;
     object.SetTickPriority = &CTickScheduler_SetTickPriority;
-    object.EnableTickHandler = &CTickScheduler_EnableTickHandler;
-    object.DisableTickHandler = &CTickScheduler_DisableTickHandler;
-    object.AddGroup = &CTickScheduler_AddGroup;
-    object.RemoveGroup = &CTickScheduler_RemoveGroup;
-    object.EnableTickGroup = &CTickScheduler_EnableTickGroup;
-    object.DisableTickGroup = &CTickScheduler_DisableTickGroup;
-}
-
-void configureOscillator() {
-    CTickScheduler& state = tickScheduler;
-    // Failures here are not reported: they surface at phase 14, when the
-    // oscillator refuses to start.
-    (void)state.tickOscillator.initialize(TICK_DELAY_6MS, state.tickPriority);
-    schedulerTickReceiver.context = &state;
-    schedulerTickReceiver.onTick = &CTickScheduler_OnTick;
-    (void)state.tickOscillator.registerOnTick(&schedulerTickReceiver);
+    zyn_ts::fillSharedSlots(object, &CTickScheduler_UnregisterTickHandler, &CTickScheduler_EnableTickHandler,
+                            &CTickScheduler_DisableTickHandler, &CTickScheduler_AddGroup, &CTickScheduler_RemoveGroup,
+                            &CTickScheduler_EnableTickGroup, &CTickScheduler_DisableTickGroup);
 }
 
 }  // namespace
@@ -344,16 +319,11 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
     }
 
     // Owned here until it is in the list, so a failing list growth frees it.
+    // A one-element array, freed with delete[]: this module's records have
+    // always been array blocks, and the fast module's single objects.
     std::unique_ptr<STickHandler[]> record(new STickHandler[1]());
     ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_RegisterTickHandler", "Register tick handler  " << pszName);
-    STickHandler& fields = record[0];
-    fields.tickReceiver = *pITickReceiver;
-    fields.enabled.store(1, std::memory_order_relaxed);
-    fields.tickInterval = tickInterval;
-    fields.prio.store(kInitialPriority, std::memory_order_relaxed);
-    fields.currentInterval.store(0, std::memory_order_relaxed);
-    fields.groupMask.store(0, std::memory_order_relaxed);
-    std::snprintf(fields.name, sizeof(fields.name), "%s", pszName);
+    zyn_ts::fillHandlerRecord(record[0], *pITickReceiver, tickInterval, pszName);
 
     CTickScheduler& state = tickScheduler;
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
@@ -376,20 +346,12 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
 
 extern "C" uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler) {
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
-    if (handler == nullptr) {
-        return TickResult::NullArgument;
-    }
-    handler->enabled.store(1, std::memory_order_relaxed);
-    return TickResult::Success;
+    return zyn_ts::storeEnabled(handler, 1);
 }
 
 extern "C" uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler) {
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
-    if (handler == nullptr) {
-        return TickResult::NullArgument;
-    }
-    handler->enabled.store(0, std::memory_order_relaxed);
-    return TickResult::Success;
+    return zyn_ts::storeEnabled(handler, 0);
 }
 
 extern "C" uint32_t CTickScheduler_Freeze(void) {
@@ -550,39 +512,24 @@ extern "C" uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId) {
 
 // ---- Life cycle ---------------------------------------------------------------
 
+namespace {
+
+/// Initialize's trace of a refusal, in this module's words.
+void traceInitializeRefusal(const zyn_ts::StartUpOutcome& outcome) {
+    ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
+                 zyn_ts::RefusalText{zyn_ts::ModuleWording::Scheduler, outcome});
+}
+
+}  // namespace
+
 extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     ZYN_TS_ENTER("CTickScheduler_Initialize");
     CTickScheduler& state = tickScheduler;
-    if (state.initialized.load(std::memory_order_relaxed) != 0) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Has already been initialized");
-        return TickResult::AlreadyInitialized;
-    }
-
-    const uint32_t moduleResult = CModuleManager_RegisterModule(kModuleId, kModuleName);
-    if (TickResult::isPlatformFailure(moduleResult)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Failed to register module with ModuleManager");
-        return TickResult::ModuleRegistrationFailed;
-    }
-
-    phaseCallbackContext.context = nullptr;
-    phaseCallbackContext.callback = &CTickScheduler_OnPhaseActivation;
-    const uint32_t callbackResult =
-        CModuleManager_RegisterCallback(kModuleId, kCallbackName, kCallbackParam1, &phaseCallbackContext,
-                                        kCallbackParam2, kCallbackParam3, kSubscribedPhases, kSubscribedPhaseCount);
-    if (TickResult::isPlatformFailure(callbackResult)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
-                     "Failed to register module callback with error " << zyn_ts::Hex8{callbackResult});
-        return TickResult::CallbackRegistrationFailed;
-    }
-
-    static ITickScheduler tickSchedulerInterface;
-    fillInterface(tickSchedulerInterface);
-    const uint32_t interfaceResult =
-        InterfaceBroker::getInstance()->registerInterface(kInterfaceName, &tickSchedulerInterface);
-    if (TickResult::isPlatformFailure(interfaceResult)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
-                     "Failed to register ITickScheduler with error " << zyn_ts::Hex8{interfaceResult});
-        return TickResult::Failure;
+    const uint32_t startUp = zyn_ts::startUpWithPlatform(
+        state.initialized.load(std::memory_order_relaxed) != 0, kPlatformNames, kSubscribedPhases, phaseCallbackContext,
+        &CTickScheduler_OnPhaseActivation, zyn_ts::interfaceFilledOnce(&fillInterface), &traceInitializeRefusal);
+    if (startUp != TickResult::Success) {
+        return startUp;
     }
 
     state.disabledGroupMask.store(0, std::memory_order_relaxed);
@@ -633,18 +580,21 @@ extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t
     }
 
     switch (phase) {
-        case kPhaseConfigure:
-            configureOscillator();
+        case TickModule::Phase::Configure:
+            // Failures here are not reported: they surface at phase 14, when
+            // the oscillator refuses to start.
+            zyn_ts::configureOscillator(tickScheduler.tickOscillator, TICK_DELAY_6MS, tickScheduler.tickPriority,
+                                        schedulerTickReceiver, &tickScheduler, &CTickScheduler_OnTick);
             return TickResult::Success;
-        case kPhaseIdle:
+        case TickModule::Phase::Idle:
             return TickResult::Success;
-        case kPhaseStartTicks:
+        case TickModule::Phase::StartTicks:
             if (TickResult::isPlatformFailure(CTickScheduler_PhaseModuleStartTick())) {
                 ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnPhaseActivation", "Phase not handled: " << phase);
                 return TickResult::Failure;
             }
             return TickResult::Success;
-        case kPhaseShutdown:
+        case TickModule::Phase::ShutDown:
             CTickScheduler_Uninitialize();
             return TickResult::Success;
         default:
@@ -661,7 +611,7 @@ extern "C" void CTickScheduler_Uninitialize(void) {
         std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
         state.initialized.store(0, std::memory_order_relaxed);
     }
-    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kPlatformNames.interfaceName, nullptr);
     {
         // The records stay with their owners' handles; only the list is
         // emptied, under the mutex so that a concurrent registration is safe.

@@ -1,40 +1,44 @@
 #include <pthread.h>
 
-#include <cstdio>
-
 #include "CList.h"
 #include "CModuleManager.h"
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
+#include "HandlerRecord.h"
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
+#include "InterfaceSlots.h"
+#include "OscillatorSetup.h"
+#include "PlatformRegistration.h"
 #include "StatisticsClock.h"
+#include "TickGroups.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
 namespace {
 
-constexpr uint32_t kModuleId = 22001;
-constexpr const char* kModuleName = "CTickSchedulerFast";
-// The doubled leading "C" is the name the platform's module manager knows
-// this callback by.
-constexpr const char* kPhaseCallbackName = "CCTickSchedulerFast_OnPhaseActivation";
-constexpr const char* kInterfaceName = "ITickSchedulerFast";
+using zyn_ts::groupBit;
+using zyn_ts::groupIdForDisplay;
+using zyn_ts::isGroupIdValid;
 
-// The module manager gives these three arguments of the callback
-// registration their meaning; this module passes them unchanged.
-constexpr uint32_t kCallbackParam1 = 100;
-constexpr uint32_t kCallbackParam2 = 3;
-constexpr uint32_t kCallbackParam3 = 0;
+// The module manager keeps the address of the phase list, so it lives in
+// static storage. This module never starts ticks, so it does not subscribe
+// to that phase.
+constexpr uint32_t kSubscribedPhases[] = {TickModule::Phase::Configure, TickModule::Phase::Idle,
+                                          TickModule::Phase::ShutDown};
 
-constexpr uint32_t kPhaseConfigure = 11;
-constexpr uint32_t kPhaseAcknowledge = 13;
-constexpr uint32_t kPhaseShutDown = 16;
-
-constexpr uint32_t kHighestGroupId = 1;
+// The doubled leading "C" of the callback name is the name the platform's
+// module manager knows this callback by.
+constexpr zyn_ts::ModulePlatformNames kPlatformNames = {TickModule::FastSchedulerModuleId, "CTickSchedulerFast",
+                                                        "CCTickSchedulerFast_OnPhaseActivation", "ITickSchedulerFast"};
 
 constexpr char kUnregisterName[] = "CTickSchedulerFast_UnregisterTickHandler";
 constexpr char kUnregisterFromOnTickName[] = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
+constexpr char kAddGroupName[] = "CTickSchedulerFast_AddGroup";
+constexpr char kRemoveGroupName[] = "CTickSchedulerFast_RemoveGroup";
+constexpr char kEnableTickGroupName[] = "CTickSchedulerFast_EnableTickGroup";
+constexpr char kDisableTickGroupName[] = "CTickSchedulerFast_DisableTickGroup";
 
 }  // namespace
 
@@ -48,7 +52,6 @@ static ITickReceiver fastTickReceiver;
 // The record the module manager keeps the address of; filled right before it
 // is handed over.
 static SPhaseCallbackContext fastPhaseCallbackContext;
-static const uint32_t fastPhaseList[] = {kPhaseConfigure, kPhaseAcknowledge, kPhaseShutDown};
 
 // The interface's operations are assigned by CTickSchedulerFast_Initialize;
 // until then every slot is null.
@@ -158,28 +161,30 @@ __attribute__((noinline)) void runTimedDispatch() {
     traceOverrun(fastDispatchStatistics.endPass(pass));
 }
 
-bool isValidGroupId(uint32_t groupId) { return groupId <= kHighestGroupId; }
-
-uint32_t groupBit(uint32_t groupId) { return 1u << groupId; }
-
-void configureOscillator() {
-    CTickSchedulerFast& module = tickSchedulerFastModule;
-    (void)module.tickOscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH);
-    fastTickReceiver.context = &module;
-    fastTickReceiver.onTick = &CTickSchedulerFast_OnTick;
-    (void)module.tickOscillator.registerOnTick(&fastTickReceiver);
+/// Sets or clears the group's bit in `mask` (a handler's groups or the
+/// module's disabled groups) once the id passed the bound test; `Function`
+/// is the operation's name, so that each one's trace carries its own name.
+template <const char* Function>
+uint32_t changeGroupBit(std::atomic<uint32_t>& mask, uint32_t groupId, bool set) {
+    if (!isGroupIdValid(groupId)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, Function, "Group ID out of bounds: " << groupIdForDisplay(groupId));
+        return TickResult::GroupIdOutOfBounds;
+    }
+    if (set) {
+        mask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
+    } else {
+        mask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
+    }
+    return TickResult::Success;
 }
 
-void assignInterfaceSlots(ITickSchedulerFast& iface) {
-    iface.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
-    iface.UnregisterTickHandler = &CTickSchedulerFast_UnregisterTickHandler;
-    iface.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
-    iface.EnableTickHandler = &CTickSchedulerFast_EnableTickHandler;
-    iface.DisableTickHandler = &CTickSchedulerFast_DisableTickHandler;
-    iface.AddGroup = &CTickSchedulerFast_AddGroup;
-    iface.RemoveGroup = &CTickSchedulerFast_RemoveGroup;
-    iface.EnableTickGroup = &CTickSchedulerFast_EnableTickGroup;
-    iface.DisableTickGroup = &CTickSchedulerFast_DisableTickGroup;
+void fillInterface(ITickSchedulerFast& object) {
+    object.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
+    object.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
+    zyn_ts::fillSharedSlots(object, &CTickSchedulerFast_UnregisterTickHandler, &CTickSchedulerFast_EnableTickHandler,
+                            &CTickSchedulerFast_DisableTickHandler, &CTickSchedulerFast_AddGroup,
+                            &CTickSchedulerFast_RemoveGroup, &CTickSchedulerFast_EnableTickGroup,
+                            &CTickSchedulerFast_DisableTickGroup);
 }
 
 }  // namespace
@@ -196,16 +201,11 @@ extern "C" uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHan
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RegisterTickHandler", "Tick handler name pointer is invalid");
         return TickResult::NullArgument;
     }
-    // The record is filled as the interval scheduler would fill one of
-    // interval 0; this module never reads the interval, priority or counter.
+    // The record is filled as the interval scheduler fills one of interval
+    // 0; this module never reads the interval, priority or counter. A single
+    // object, freed with delete: the interval scheduler's are array blocks.
     auto* const record = new STickHandler;
-    record->tickReceiver = *receiver;
-    record->enabled.store(1, std::memory_order_relaxed);
-    record->tickInterval = 0;
-    record->prio.store(5, std::memory_order_relaxed);
-    record->currentInterval.store(0, std::memory_order_relaxed);
-    record->groupMask.store(0, std::memory_order_relaxed);
-    std::snprintf(record->name, sizeof(record->name), "%s", name);
+    zyn_ts::fillHandlerRecord(*record, *receiver, 0, name);
 
     CTickSchedulerFast& module = tickSchedulerFastModule;
     if (pthread_mutex_lock(&module.tickMutex) != 0) {
@@ -257,19 +257,11 @@ extern "C" uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHand
 }
 
 extern "C" uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle) {
-    if (handle == nullptr) {
-        return TickResult::NullArgument;
-    }
-    handle->enabled.store(1, std::memory_order_relaxed);
-    return TickResult::Success;
+    return zyn_ts::storeEnabled(handle, 1);
 }
 
 extern "C" uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle) {
-    if (handle == nullptr) {
-        return TickResult::NullArgument;
-    }
-    handle->enabled.store(0, std::memory_order_relaxed);
-    return TickResult::Success;
+    return zyn_ts::storeEnabled(handle, 0);
 }
 
 // ---- Tick ------------------------------------------------------------------
@@ -299,85 +291,44 @@ extern "C" uint32_t CTickSchedulerFast_AddGroup(STickHandler* handle, uint32_t g
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_AddGroup", "tickHandler == NULL");
         return TickResult::NullArgument;
     }
-    if (!isValidGroupId(groupId)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_AddGroup",
-                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
-        return TickResult::GroupIdOutOfBounds;
-    }
-    handle->groupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
-    return TickResult::Success;
+    return changeGroupBit<kAddGroupName>(handle->groupMask, groupId, true);
 }
 
 extern "C" uint32_t CTickSchedulerFast_RemoveGroup(STickHandler* handle, uint32_t groupId) {
     if (handle == nullptr) {
         return TickResult::NullArgument;  // silently, unlike AddGroup
     }
-    if (!isValidGroupId(groupId)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_RemoveGroup",
-                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
-        return TickResult::GroupIdOutOfBounds;
-    }
-    handle->groupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
-    return TickResult::Success;
+    return changeGroupBit<kRemoveGroupName>(handle->groupMask, groupId, false);
 }
 
 extern "C" uint32_t CTickSchedulerFast_EnableTickGroup(uint32_t groupId) {
-    if (!isValidGroupId(groupId)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_EnableTickGroup",
-                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
-        return TickResult::GroupIdOutOfBounds;
-    }
-    tickSchedulerFastModule.disabledGroupMask.fetch_and(~groupBit(groupId), std::memory_order_relaxed);
-    return TickResult::Success;
+    return changeGroupBit<kEnableTickGroupName>(tickSchedulerFastModule.disabledGroupMask, groupId, false);
 }
 
 extern "C" uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId) {
-    if (!isValidGroupId(groupId)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_DisableTickGroup",
-                     "Group ID out of bounds: " << static_cast<int32_t>(groupId));
-        return TickResult::GroupIdOutOfBounds;
-    }
-    tickSchedulerFastModule.disabledGroupMask.fetch_or(groupBit(groupId), std::memory_order_relaxed);
-    return TickResult::Success;
+    return changeGroupBit<kDisableTickGroupName>(tickSchedulerFastModule.disabledGroupMask, groupId, true);
 }
 
 // ---- Start-up and shut-down -----------------------------------------------
 
+namespace {
+
+/// Initialize's trace of a refusal, in this module's words.
+void traceInitializeRefusal(const zyn_ts::StartUpOutcome& outcome) {
+    ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                 zyn_ts::RefusalText{zyn_ts::ModuleWording::FastScheduler, outcome});
+}
+
+}  // namespace
+
 extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     ZYN_TS_ENTER("CTickSchedulerFast_Initialize");
     CTickSchedulerFast& module = tickSchedulerFastModule;
-    if (module.initialized == 1) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize", "Has already been initialized");
-        return TickResult::AlreadyInitialized;
-    }
-    // No step below undoes an earlier one: what the platform accepted stays
-    // registered, and a later call starts again from the module registration.
-    uint32_t platformResult = CModuleManager_RegisterModule(kModuleId, kModuleName);
-    if (TickResult::isPlatformFailure(platformResult)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
-                     "Failed to register module with ModuleManager. Error = " << zyn_ts::Hex8{platformResult});
-        return TickResult::ModuleRegistrationFailed;
-    }
-    fastPhaseCallbackContext.context = nullptr;
-    fastPhaseCallbackContext.callback = &CTickSchedulerFast_OnPhaseActivation;
-    platformResult = CModuleManager_RegisterCallback(kModuleId, kPhaseCallbackName, kCallbackParam1,
-                                                     &fastPhaseCallbackContext, kCallbackParam2, kCallbackParam3,
-                                                     fastPhaseList, sizeof(fastPhaseList) / sizeof(fastPhaseList[0]));
-    if (TickResult::isPlatformFailure(platformResult)) {
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
-                     "Failed to register module callback. Error = " << zyn_ts::Hex8{platformResult});
-        return TickResult::CallbackRegistrationFailed;
-    }
-    static ITickSchedulerFast tickSchedulerFastInterface;
-    assignInterfaceSlots(tickSchedulerFastInterface);
-    platformResult = InterfaceBroker::getInstance()->registerInterface(
-        kInterfaceName, static_cast<IInterface*>(&tickSchedulerFastInterface));
-    if (TickResult::isPlatformFailure(platformResult)) {
-        // The text names ITickScheduler, as the message of both modules does;
-        // it stays as it is.
-        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
-                     "Failed to register ITickScheduler. Error = " << zyn_ts::Hex8{platformResult});
-        return TickResult::Failure;
+    const uint32_t startUp = zyn_ts::startUpWithPlatform(
+        module.initialized == 1, kPlatformNames, kSubscribedPhases, fastPhaseCallbackContext,
+        &CTickSchedulerFast_OnPhaseActivation, zyn_ts::interfaceFilledOnce(&fillInterface), &traceInitializeRefusal);
+    if (startUp != TickResult::Success) {
+        return startUp;
     }
     if (pthread_mutex_init(&module.tickMutex, nullptr) != 0) {
         return TickResult::MutexFailure;
@@ -399,7 +350,7 @@ extern "C" void CTickSchedulerFast_Uninitialize(void) {
     // Stopping joins a running oscillator thread, so no dispatch runs once
     // the interface is withdrawn.
     (void)module.tickOscillator.stop();
-    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kPlatformNames.interfaceName, nullptr);
     module.initialized = 0;
 }
 
@@ -408,14 +359,15 @@ extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint
         return TickResult::ModuleNotInitialized;
     }
     switch (phase) {
-        case kPhaseAcknowledge:
+        case TickModule::Phase::Idle:
             return TickResult::Success;
-        case kPhaseShutDown:
+        case TickModule::Phase::ShutDown:
             CTickSchedulerFast_Uninitialize();
             return TickResult::Success;
-        case kPhaseConfigure:
+        case TickModule::Phase::Configure:
             // Configured only: this module never starts the oscillator thread.
-            configureOscillator();
+            zyn_ts::configureOscillator(tickSchedulerFastModule.tickOscillator, TICK_DELAY_1MS, TICK_PRIORITY_HIGH,
+                                        fastTickReceiver, &tickSchedulerFastModule, &CTickSchedulerFast_OnTick);
             return TickResult::Success;
         default:
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnPhaseActivation", "Phase not handled: " << phase);

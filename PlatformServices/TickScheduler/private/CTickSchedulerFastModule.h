@@ -58,38 +58,43 @@ extern "C" {
 /// Creates an enabled handler (no group) named with the first 31 characters of
 /// `name`, appends it to the list under `tickMutex` and stores it in
 /// `*outHandle`. Must not be called from a tick function.
-/// Results: 0; 32770 null argument (nothing allocated); 32778 the mutex could
-/// not be locked (nothing registered) or unlocked (the handler is registered
-/// and called, but `*outHandle` is not written).
+/// Results: TickResult::Success; TickResult::NullArgument (nothing
+/// allocated); TickResult::MutexFailure when the mutex could not be locked
+/// (nothing registered) or unlocked (the handler is registered and called,
+/// but `*outHandle` is not written).
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle, const ITickReceiver* receiver,
                                                                 const char* name);
 
 /// Removes `*handle` from the list under `tickMutex`, frees it and sets
 /// `*handle` to null. Must not be called from a tick function.
-/// Results: 0; 32770 `handle` null; 32778 mutex failure (a removal already
-/// done stands); 32780 the list refused the removal (record and `*handle`
-/// unchanged), which is also what a second unregister through the same
-/// variable gives.
+/// Results: TickResult::Success; TickResult::NullArgument for a null
+/// `handle`; TickResult::MutexFailure (a removal already done stands);
+/// TickResult::ListRemoveFailed when the list refused the removal (record
+/// and `*handle` unchanged), which is also what a second unregister through
+/// the same variable gives.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandler(STickHandler** handle);
 
 /// The same without taking `tickMutex`: only for a tick function, which runs
 /// with the mutex held. The dispatch carries on with the next handler.
-/// Results: 0; 32770; 32780.
+/// Results: Success, NullArgument, ListRemoveFailed.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHandler** handle);
 
 /// Sets `enabled` to 1 / 0 without a lock; seen by the dispatch at the latest
-/// on the next tick. Results: 0; 32770 `handle` null.
+/// on the next tick. Results: TickResult::Success; TickResult::NullArgument
+/// for a null `handle`.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle);
 
 /// Adds the handler to / removes it from group 0 or 1 (atomic, no lock).
-/// Results: 0; 32770 `handle` null (AddGroup traces it, RemoveGroup does
-/// not); 32782 group id above 1.
+/// Results: TickResult::Success; TickResult::NullArgument for a null
+/// `handle` (AddGroup traces it, RemoveGroup does not);
+/// TickResult::GroupIdOutOfBounds for a group id above 1.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_AddGroup(STickHandler* handle, uint32_t groupId);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RemoveGroup(STickHandler* handle, uint32_t groupId);
 
 /// Enables / disables group 0 or 1 module-wide (atomic, no lock).
-/// Results: 0; 32782 group id above 1.
+/// Results: TickResult::Success; TickResult::GroupIdOutOfBounds for a group
+/// id above 1.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickGroup(uint32_t groupId);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId);
 
@@ -102,6 +107,8 @@ ZYN_TS_INTERNAL void CTickSchedulerFast_OnTick(void* context);
 /// The module manager's phase callback: 11 configures the oscillator (1 ms,
 /// priority 1, this module's receiver) without starting it, 13 does nothing,
 /// 16 runs CTickSchedulerFast_Uninitialize. `context` is not used.
-/// Results: 0; 32779 any other phase; 32788 the module is not initialised.
+/// Results: TickResult::Success; TickResult::PhaseNotHandled for any other
+/// phase; TickResult::ModuleNotInitialized when the module is not
+/// initialised.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_OnPhaseActivation(void* context, uint32_t phase);
 }

@@ -91,11 +91,14 @@ ZYN_TS_INTERNAL void CTickScheduler_OnTick(void* context);
 
 /// The module's phase callback: 11 prepares the oscillator, 13 does nothing,
 /// 14 lists the handlers and starts the oscillator, 16 uninitialises.
-/// Results: 0; 32768 the oscillator did not start; 32779 a phase the module
-/// does not handle; 32788 the module is not initialised.
+/// Results: TickResult::Success; TickResult::Failure when the oscillator did
+/// not start; TickResult::PhaseNotHandled for a phase the module does not
+/// handle; TickResult::ModuleNotInitialized when the module is not
+/// initialised.
 ZYN_TS_INTERNAL uint32_t CTickScheduler_OnPhaseActivation(void* context, uint32_t phase);
 
 /// Phase 14: traces the handlers in dispatch order and starts the oscillator.
-/// Results: 0; 32768 when the oscillator refused to start.
+/// Results: TickResult::Success; TickResult::Failure when the oscillator
+/// refused to start.
 ZYN_TS_INTERNAL uint32_t CTickScheduler_PhaseModuleStartTick(void);
 }

@@ -23,10 +23,14 @@ void copyName(char (&target)[32], const char (&source)[32]) {
 
 }  // namespace
 
-DispatchStatistics::DispatchStatistics(int64_t periodNs) : periodNs(periodNs), handlerBudgetNs(periodNs) {}
+DispatchStatistics::DispatchStatistics(int64_t periodNs) {
+    figures.periodNs = periodNs;
+    figures.handlerBudgetNs = periodNs;
+}
 
 void DispatchStatistics::switchOn(uint64_t budgetNs) {
-    handlerBudgetNs = budgetNs == 0 ? periodNs : static_cast<int64_t>(std::min<uint64_t>(budgetNs, INT64_MAX));
+    figures.handlerBudgetNs =
+        budgetNs == 0 ? figures.periodNs : static_cast<int64_t>(std::min<uint64_t>(budgetNs, INT64_MAX));
     on.store(true, std::memory_order_relaxed);
 }
 
@@ -43,19 +47,13 @@ void DispatchStatistics::applyEnvironment() {
 
 void DispatchStatistics::reset() {
     for (auto& entry : handlers) {
-        HandlerTiming& timing = entry.second;
-        timing.calls = 0;
-        timing.overBudget = 0;
-        timing.totalNs = 0;
-        timing.minNs = 0;
-        timing.maxNs = 0;
-        timing.lastNs = 0;
+        entry.second.figures = STickHandlerStatistics{};
     }
-    passes = 0;
-    overruns = 0;
-    longestPassNs = 0;
-    longestPassCulpritNs = 0;
-    longestPassCulprit[0] = '\0';
+    figures.passes = 0;
+    figures.overruns = 0;
+    figures.longestPassNs = 0;
+    figures.longestPassCulpritNs = 0;
+    figures.longestPassCulprit[0] = '\0';
     overrunReported = false;
     lastOverrunReportNs = 0;
     overrunsSinceReport = 0;
@@ -106,13 +104,14 @@ void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int6
     if (entry == nullptr) {
         return;
     }
-    entry->minNs = entry->calls == 0 ? callNs : std::min(entry->minNs, callNs);
-    entry->maxNs = std::max(entry->maxNs, callNs);
-    entry->lastNs = callNs;
-    entry->totalNs += callNs;
-    ++entry->calls;
-    if (callNs > handlerBudgetNs) {
-        ++entry->overBudget;
+    STickHandlerStatistics& handlerFigures = entry->figures;
+    handlerFigures.minNs = handlerFigures.calls == 0 ? callNs : std::min(handlerFigures.minNs, callNs);
+    handlerFigures.maxNs = std::max(handlerFigures.maxNs, callNs);
+    handlerFigures.lastNs = callNs;
+    handlerFigures.totalNs += callNs;
+    ++handlerFigures.calls;
+    if (callNs > figures.handlerBudgetNs) {
+        ++handlerFigures.overBudget;
     }
     if (callNs > pass.longestCallNs) {
         pass.longestCallNs = callNs;
@@ -131,19 +130,19 @@ OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
         removedDuringPass = 0;
     }
     passOpen = false;
-    if (passNs <= periodNs) {
+    if (passNs <= figures.periodNs) {
         return OverrunReport{};
     }
-    ++overruns;
+    ++figures.overruns;
     return rateLimitedReport(pass, passNs, endNs);
 }
 
 void DispatchStatistics::countPass(const PassTiming& pass, int64_t passNs) {
-    ++passes;
-    if (passNs > longestPassNs) {
-        longestPassNs = passNs;
-        longestPassCulpritNs = std::max<int64_t>(pass.longestCallNs, 0);
-        std::memcpy(longestPassCulprit, pass.longestCallName, sizeof(longestPassCulprit));
+    ++figures.passes;
+    if (passNs > figures.longestPassNs) {
+        figures.longestPassNs = passNs;
+        figures.longestPassCulpritNs = std::max<int64_t>(pass.longestCallNs, 0);
+        std::memcpy(figures.longestPassCulprit, pass.longestCallName, sizeof(figures.longestPassCulprit));
     }
 }
 
@@ -155,7 +154,7 @@ OverrunReport DispatchStatistics::rateLimitedReport(const PassTiming& pass, int6
     OverrunReport report;
     report.due = true;
     report.passNs = passNs;
-    report.periodNs = periodNs;
+    report.periodNs = figures.periodNs;
     report.culpritNs = std::max<int64_t>(pass.longestCallNs, 0);
     std::memcpy(report.culprit, pass.longestCallName, sizeof(report.culprit));
     report.suppressed = overrunsSinceReport;
@@ -170,26 +169,19 @@ bool DispatchStatistics::copyHandler(const STickHandler* handler, STickHandlerSt
     if (found == handlers.end() || found->second.removed) {
         return false;
     }
-    const HandlerTiming& timing = found->second;
-    out.reserved = 0;
-    out.calls = timing.calls;
-    out.overBudget = timing.overBudget;
-    out.totalNs = timing.totalNs;
-    out.minNs = timing.minNs;
-    out.maxNs = timing.maxNs;
-    out.lastNs = timing.lastNs;
+    // Everything but the size, which is the caller's.
+    const uint32_t callerSize = out.size;
+    out = found->second.figures;
+    out.size = callerSize;
     return true;
 }
 
 void DispatchStatistics::copyScheduler(STickSchedulerStatistics& out) const {
+    // Everything but the size, which is the caller's.
+    const uint32_t callerSize = out.size;
+    out = figures;
+    out.size = callerSize;
     out.enabled = isOn() ? 1u : 0u;
-    out.passes = passes;
-    out.overruns = overruns;
-    out.periodNs = periodNs;
-    out.handlerBudgetNs = handlerBudgetNs;
-    out.longestPassNs = longestPassNs;
-    out.longestPassCulpritNs = longestPassCulpritNs;
-    std::memcpy(out.longestPassCulprit, longestPassCulprit, sizeof(out.longestPassCulprit));
 }
 
 }  // namespace zyn_ts

@@ -31,12 +31,8 @@ constexpr int64_t kNsPerMs = 1000000;
 /// One handler's figures.
 struct HandlerTiming {
     char name[32] = {};
-    uint64_t calls = 0;
-    uint64_t overBudget = 0;
-    int64_t totalNs = 0;
-    int64_t minNs = 0;
-    int64_t maxNs = 0;
-    int64_t lastNs = 0;
+    /// Kept in the form the queries hand out; `size` and `reserved` stay 0.
+    STickHandlerStatistics figures = {};
     /// Unregistered during the open pass; erased when it ends.
     bool removed = false;
 };
@@ -111,20 +107,15 @@ private:
     void countPass(const PassTiming& pass, int64_t passNs);
     OverrunReport rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs);
 
-    const int64_t periodNs;
     std::atomic<bool> on{false};
-    int64_t handlerBudgetNs;
+    /// The period, the budget and the pass figures, kept in the form the
+    /// query hands out; `size` and `enabled` are filled in by copyScheduler.
+    STickSchedulerStatistics figures = {};
 
     std::unordered_map<const STickHandler*, HandlerTiming> handlers;
     bool passOpen = false;
     /// Entries marked removed during the open pass.
     uint32_t removedDuringPass = 0;
-
-    uint64_t passes = 0;
-    uint64_t overruns = 0;
-    int64_t longestPassNs = 0;
-    int64_t longestPassCulpritNs = 0;
-    char longestPassCulprit[32] = {};
 
     bool overrunReported = false;
     int64_t lastOverrunReportNs = 0;

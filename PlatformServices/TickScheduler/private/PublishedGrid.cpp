@@ -75,6 +75,19 @@ private:
     GridSlot& slot;
 };
 
+/// Runs `write` on the oscillator's slot inside one slot write and returns
+/// the slot; does nothing and returns null when the oscillator has none.
+template <typename Write>
+GridSlot* writeOwnSlot(const TickOscillator& oscillator, Write write) {
+    GridSlot* slot = findSlot(oscillator);
+    if (slot == nullptr) {
+        return nullptr;
+    }
+    const SlotWrite guard(*slot);
+    write(*slot);
+    return slot;
+}
+
 }  // namespace
 
 bool publishGridStart(const TickOscillator& oscillator, const timespec& origin, int64_t periodNs) {
@@ -92,36 +105,24 @@ bool publishGridStart(const TickOscillator& oscillator, const timespec& origin, 
 }
 
 void publishGridPeriod(const TickOscillator& oscillator, int64_t periodNs) {
-    GridSlot* slot = findSlot(oscillator);
-    if (slot == nullptr) {
-        return;
-    }
-    const SlotWrite write(*slot);
-    slot->periodNs.store(periodNs, std::memory_order_release);
+    (void)writeOwnSlot(oscillator,
+                       [periodNs](GridSlot& slot) { slot.periodNs.store(periodNs, std::memory_order_release); });
 }
 
 void publishGridStopped(const TickOscillator& oscillator) {
-    GridSlot* slot = findSlot(oscillator);
-    if (slot == nullptr) {
-        return;
-    }
-    const SlotWrite write(*slot);
-    slot->running.store(0, std::memory_order_release);
+    (void)writeOwnSlot(oscillator, [](GridSlot& slot) { slot.running.store(0, std::memory_order_release); });
 }
 
 void releaseGrid(const TickOscillator& oscillator) {
-    GridSlot* slot = findSlot(oscillator);
-    if (slot == nullptr) {
-        return;
+    GridSlot* const slot = writeOwnSlot(oscillator, [](GridSlot& released) {
+        released.running.store(0, std::memory_order_release);
+        released.generation.store(0, std::memory_order_release);
+        released.originNs.store(0, std::memory_order_release);
+        released.periodNs.store(0, std::memory_order_release);
+    });
+    if (slot != nullptr) {
+        slot->owner.store(nullptr, std::memory_order_release);
     }
-    {
-        const SlotWrite write(*slot);
-        slot->running.store(0, std::memory_order_release);
-        slot->generation.store(0, std::memory_order_release);
-        slot->originNs.store(0, std::memory_order_release);
-        slot->periodNs.store(0, std::memory_order_release);
-    }
-    slot->owner.store(nullptr, std::memory_order_release);
 }
 
 GridSnapshot readGrid(const TickOscillator& oscillator) {

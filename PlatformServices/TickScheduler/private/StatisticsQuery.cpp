@@ -32,6 +32,18 @@ private:
     bool locked;
 };
 
+/// Runs `use` on the fast module's statistics with its mutex held and
+/// returns what `use` returns; TickResult::MutexFailure when the mutex
+/// cannot be locked.
+template <typename Use>
+uint32_t withFastStatistics(Use use) {
+    const FastModuleLock lock;
+    if (!lock.held()) {
+        return TickResult::MutexFailure;
+    }
+    return use(fastDispatchStatistics);
+}
+
 uint32_t copyHandler(const zyn_ts::DispatchStatistics& statistics, const STickHandler* handler,
                      STickHandlerStatistics* out) {
     if (!statistics.copyHandler(handler, *out)) {
@@ -91,30 +103,24 @@ extern "C" uint32_t CTickScheduler_GetSchedulerStatistics(STickSchedulerStatisti
 // The dispatch holds the mutex for the whole pass: each of these waits for it.
 
 extern "C" uint32_t CTickSchedulerFast_EnableStatistics(uint64_t handlerBudgetNs) {
-    const FastModuleLock lock;
-    if (!lock.held()) {
-        return TickResult::MutexFailure;
-    }
-    fastDispatchStatistics.switchOn(handlerBudgetNs);
-    return TickResult::Success;
+    return withFastStatistics([handlerBudgetNs](zyn_ts::DispatchStatistics& statistics) {
+        statistics.switchOn(handlerBudgetNs);
+        return TickResult::Success;
+    });
 }
 
 extern "C" uint32_t CTickSchedulerFast_DisableStatistics(void) {
-    const FastModuleLock lock;
-    if (!lock.held()) {
-        return TickResult::MutexFailure;
-    }
-    fastDispatchStatistics.switchOff();
-    return TickResult::Success;
+    return withFastStatistics([](zyn_ts::DispatchStatistics& statistics) {
+        statistics.switchOff();
+        return TickResult::Success;
+    });
 }
 
 extern "C" uint32_t CTickSchedulerFast_ResetStatistics(void) {
-    const FastModuleLock lock;
-    if (!lock.held()) {
-        return TickResult::MutexFailure;
-    }
-    fastDispatchStatistics.reset();
-    return TickResult::Success;
+    return withFastStatistics([](zyn_ts::DispatchStatistics& statistics) {
+        statistics.reset();
+        return TickResult::Success;
+    });
 }
 
 extern "C" uint32_t CTickSchedulerFast_GetHandlerStatistics(const STickHandler* handler,
@@ -122,21 +128,17 @@ extern "C" uint32_t CTickSchedulerFast_GetHandlerStatistics(const STickHandler* 
     if (handler == nullptr || !isUsable(statistics)) {
         return TickResult::NullArgument;
     }
-    const FastModuleLock lock;
-    if (!lock.held()) {
-        return TickResult::MutexFailure;
-    }
-    return copyHandler(fastDispatchStatistics, handler, statistics);
+    return withFastStatistics([handler, statistics](const zyn_ts::DispatchStatistics& fastStatistics) {
+        return copyHandler(fastStatistics, handler, statistics);
+    });
 }
 
 extern "C" uint32_t CTickSchedulerFast_GetSchedulerStatistics(STickSchedulerStatistics* statistics) {
     if (!isUsable(statistics)) {
         return TickResult::NullArgument;
     }
-    const FastModuleLock lock;
-    if (!lock.held()) {
-        return TickResult::MutexFailure;
-    }
-    fastDispatchStatistics.copyScheduler(*statistics);
-    return TickResult::Success;
+    return withFastStatistics([statistics](const zyn_ts::DispatchStatistics& fastStatistics) {
+        fastStatistics.copyScheduler(*statistics);
+        return TickResult::Success;
+    });
 }
