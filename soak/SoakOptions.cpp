@@ -1,49 +1,31 @@
 #include "SoakOptions.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <limits>
+#include <string>
+
+#include "CommandLine.h"
 
 namespace soak {
 
 namespace {
-
-void printUsage(const char* program) {
-    std::fprintf(
-        stderr,
-        "usage: %s [--seconds N] [--seed N]\n"
-        "  Runs both tick schedulers with client threads churning handlers for N seconds\n"
-        "  (default 600) and checks calls, late calls, every pass on its own grid point and memory at the end.\n"
-        "  Exit status 0 when every check holds.\n",
-        program);
-}
-
-bool parseNumber(const char* text, uint32_t& value) {
-    char* end = nullptr;
-    const unsigned long number = std::strtoul(text, &end, 10);
-    if (end == text || *end != '\0' || number > UINT32_MAX) {
-        return false;
-    }
-    value = static_cast<uint32_t>(number);
-    return true;
-}
-
+constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
 }  // namespace
 
-bool parseOptions(int argc, char** argv, SoakOptions& options) {
-    for (int i = 1; i < argc; i += 2) {
-        uint32_t* target = nullptr;
-        if (std::strcmp(argv[i], "--seconds") == 0) {
-            target = &options.seconds;
-        } else if (std::strcmp(argv[i], "--seed") == 0) {
-            target = &options.seed;
-        }
-        if (target == nullptr || i + 1 >= argc || !parseNumber(argv[i + 1], *target)) {
-            printUsage(argv[0]);
-            return false;
-        }
-    }
-    return true;
+std::unique_ptr<CLI::App> commandLine(SoakOptions& options) {
+    std::unique_ptr<CLI::App> app = zyn_cli::makeApp(
+        "zyn-soak",
+        "Runs both tick schedulers with client threads churning handlers and checks calls, late calls, every pass on "
+        "its own grid point and memory at the end. Exit status 0 when every check holds.");
+    const std::string anyInteger = "an integer from 0 to " + std::to_string(kMost);
+    zyn_cli::addValueOption(
+        *app, "Options",
+        {"--seconds", "N", "how long the clients churn, default " + std::to_string(options.seconds), anyInteger,
+         [&options](const std::string& text) { return zyn_cli::storeInteger(text, options.seconds, 0U, kMost); }});
+    zyn_cli::addValueOption(
+        *app, "Options",
+        {"--seed", "N", "seeds the clients' random choices, default " + std::to_string(options.seed), anyInteger,
+         [&options](const std::string& text) { return zyn_cli::storeInteger(text, options.seed, 0U, kMost); }});
+    return app;
 }
 
 }  // namespace soak

@@ -137,8 +137,8 @@ TEST(MonitorOptions, PlotNeedsAPngFile) {
 }
 
 TEST(MonitorOptions, EmptyFileNamesAreRefused) {
-    EXPECT_NE(errorOf({"--json="}).find("--json: invalid value ''"), std::string::npos);
-    EXPECT_NE(errorOf({"--histogram="}).find("--histogram: invalid value ''"), std::string::npos);
+    EXPECT_EQ(errorOf({"--json="}), "--json: missing value; expected a file name");
+    EXPECT_EQ(errorOf({"--histogram="}), "--histogram: missing value; expected a file name");
 }
 
 TEST(MonitorOptions, MissingValueNamesOptionAndRange) {
@@ -149,6 +149,34 @@ TEST(MonitorOptions, MissingValueNamesOptionAndRange) {
 TEST(MonitorOptions, UnknownOptionIsRefused) {
     EXPECT_EQ(errorOf({"--frobnicate"}), "unknown option '--frobnicate' (see --help)");
     EXPECT_EQ(errorOf({"10s"}), "unknown option '10s' (see --help)");
+}
+
+TEST(MonitorOptions, FlagsRefuseAValue) {
+    EXPECT_EQ(errorOf({"--no-mlock=yes"}), "--no-mlock: takes no value");
+    EXPECT_EQ(errorOf({"--quiet=no"}), "--quiet: takes no value");
+}
+
+TEST(MonitorOptions, UsageTakesEveryRangeFromTheLimits) {
+    const std::string usage = usageText();
+    for (const std::string& range :
+         {"from 1 to " + std::to_string(limits::kMaxTicks), "from 0 to " + std::to_string(limits::kMaxHandlers),
+          "from 1 to " + std::to_string(limits::kMaxInterval), "from 0 to " + std::to_string(limits::kMaxCpu),
+          "from 1 to " + std::to_string(limits::kMaxHistogramBuckets),
+          "from 0 to " + std::to_string(limits::kMaxCpuLatencyUs),
+          "from 1 to " + std::to_string(limits::kMaxBreakTraceUs)}) {
+        EXPECT_NE(usage.find(range), std::string::npos) << range;
+    }
+}
+
+TEST(MonitorOptions, DecimalOnlyWithoutSignOrBlanks) {
+    for (const char* bad : {"+3", " 3", "3 ", "0x3", "3.0"}) {
+        EXPECT_NE(errorOf({"--handlers", bad}).find("--handlers: invalid value"), std::string::npos) << bad;
+    }
+    EXPECT_EQ(parse({"--handlers", "010"}).options.handlerCount, 10u);
+}
+
+TEST(MonitorOptions, TheLastOfARepeatedOptionCounts) {
+    EXPECT_EQ(parse({"--priority", "1", "--priority", "3"}).options.priority, 3);
 }
 
 TEST(MonitorOptions, FaultInjectionNeedsAHandler) {
