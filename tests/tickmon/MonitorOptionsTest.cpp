@@ -65,18 +65,13 @@ TEST(MonitorOptions, AcceptsValueAfterEqualsSign) {
 }
 
 TEST(MonitorOptions, AcceptsTheEndsOfEveryRange) {
-    EXPECT_EQ(parse({"--duration", "1ms"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--duration", "168h"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--ticks", "1"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--ticks", "100000000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--handlers", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--handlers", "10000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--intervals", "100000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--work", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--work", "6ms"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--trace-level", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--trace-level", "7"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--histogram-buckets", "6000"}).outcome, ParseOutcome::Run);
+    const std::vector<std::vector<std::string>> ends = {
+        {"--duration", "1ms"}, {"--duration", "168h"},  {"--ticks", "1"},          {"--ticks", "100000000"},
+        {"--handlers", "0"},   {"--handlers", "10000"}, {"--intervals", "100000"}, {"--work", "0"},
+        {"--work", "6ms"},     {"--trace-level", "0"},  {"--trace-level", "7"},    {"--histogram-buckets", "6000"}};
+    for (const std::vector<std::string>& arguments : ends) {
+        EXPECT_EQ(parse(arguments).outcome, ParseOutcome::Run) << arguments[0] << " " << arguments[1];
+    }
 }
 
 TEST(MonitorOptions, HelpWinsOverEverythingElse) {

@@ -10,26 +10,22 @@ namespace {
 using zyn_support::kNanosecondsPerMicrosecond;
 using zyn_support::kNanosecondsPerSecond;
 
-TEST(TimeSpan, ReadsEveryUnit) {
-    EXPECT_EQ(parseTimeSpan("7ns", kNanosecondsPerSecond), 7);
-    EXPECT_EQ(parseTimeSpan("50us", kNanosecondsPerSecond), 50000);
-    EXPECT_EQ(parseTimeSpan("500ms", kNanosecondsPerSecond), 500000000);
-    EXPECT_EQ(parseTimeSpan("10s", kNanosecondsPerSecond), 10000000000);
-    EXPECT_EQ(parseTimeSpan("2min", kNanosecondsPerSecond), 120000000000);
-    EXPECT_EQ(parseTimeSpan("1h", kNanosecondsPerSecond), 3600000000000);
-}
-
-TEST(TimeSpan, NumberWithoutUnitTakesTheDefaultUnit) {
-    EXPECT_EQ(parseTimeSpan("10", kNanosecondsPerSecond), 10000000000);
-    EXPECT_EQ(parseTimeSpan("50", kNanosecondsPerMicrosecond), 50000);
-}
-
-TEST(TimeSpan, ReadsDecimalFractionsExactly) {
-    EXPECT_EQ(parseTimeSpan("1.5s", kNanosecondsPerSecond), 1500000000);
-    EXPECT_EQ(parseTimeSpan("0.25ms", kNanosecondsPerSecond), 250000);
-    EXPECT_EQ(parseTimeSpan(".5s", kNanosecondsPerSecond), 500000000);
-    EXPECT_EQ(parseTimeSpan("0.1s", kNanosecondsPerSecond), 100000000);
-    EXPECT_EQ(parseTimeSpan("168h", kNanosecondsPerSecond), 604800000000000);
+TEST(TimeSpan, ReadsEveryUnitDecimalFractionsAndTheDefaultUnitExactly) {
+    struct Case {
+        const char* text;
+        int64_t defaultUnitNs;
+        int64_t ns;
+    };
+    for (const Case& c :
+         {Case{"7ns", kNanosecondsPerSecond, 7}, Case{"50us", kNanosecondsPerSecond, 50000},
+          Case{"500ms", kNanosecondsPerSecond, 500000000}, Case{"10s", kNanosecondsPerSecond, 10000000000},
+          Case{"2min", kNanosecondsPerSecond, 120000000000}, Case{"1h", kNanosecondsPerSecond, 3600000000000},
+          Case{"10", kNanosecondsPerSecond, 10000000000}, Case{"50", kNanosecondsPerMicrosecond, 50000},
+          Case{"1.5s", kNanosecondsPerSecond, 1500000000}, Case{"0.25ms", kNanosecondsPerSecond, 250000},
+          Case{".5s", kNanosecondsPerSecond, 500000000}, Case{"0.1s", kNanosecondsPerSecond, 100000000},
+          Case{"168h", kNanosecondsPerSecond, 604800000000000}}) {
+        EXPECT_EQ(parseTimeSpan(c.text, c.defaultUnitNs), c.ns) << c.text;
+    }
 }
 
 TEST(TimeSpan, RefusesWhatIsNotATimeSpan) {

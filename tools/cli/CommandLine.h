@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -81,5 +82,51 @@ bool storeInteger(const std::string& text, Target& target, Integer low, Integer 
 
 /// The items of a comma-separated list; none when an item is empty.
 std::optional<std::vector<std::string>> commaSeparated(const std::string& text);
+
+/// The comma-separated list `text` ("1,2,5"), each item read by `readItem`
+/// (which gives an optional value); none when the list is empty, has an
+/// empty item, an item `readItem` refuses, or more than `most` items.
+template <typename Reader>
+auto listOf(const std::string& text, Reader readItem, size_t most = SIZE_MAX)
+    -> std::optional<std::vector<typename decltype(readItem(text))::value_type>> {
+    std::vector<typename decltype(readItem(text))::value_type> values;
+    const std::optional<std::vector<std::string>> items = commaSeparated(text);
+    for (const std::string& item : items.value_or(std::vector<std::string>{})) {
+        const auto value = readItem(item);
+        if (!value || values.size() >= most) {
+            return std::nullopt;
+        }
+        values.push_back(*value);
+    }
+    return values.empty() ? std::nullopt : std::make_optional(values);
+}
+
+/// An integer option's range, with what either end means where that helps:
+/// "an integer from 0 (highest) to 4 (lowest)".
+template <typename Integer>
+struct IntegerRange {
+    Integer low;
+    Integer high;
+    const char* lowMeaning = nullptr;
+    const char* highMeaning = nullptr;
+
+    std::string inWords() const {
+        auto end = [](Integer value, const char* meaning) {
+            return std::to_string(value) + (meaning != nullptr ? std::string(" (") + meaning + ")" : std::string());
+        };
+        return "an integer from " + end(low, lowMeaning) + " to " + end(high, highMeaning);
+    }
+};
+
+/// Adds the integer option `name` that stores into `target` (an integer or
+/// an optional one) a value within `range`.
+template <typename Integer, typename Target>
+CLI::Option* addIntegerOption(CLI::App& app, const std::string& group, const char* name, const char* valueName,
+                              std::string purpose, const IntegerRange<Integer>& range, Target& target) {
+    return addValueOption(
+        app, group, {name, valueName, std::move(purpose), range.inWords(), [&target, range](const std::string& text) {
+                         return storeInteger(text, target, range.low, range.high);
+                     }});
+}
 
 }  // namespace zyn_cli

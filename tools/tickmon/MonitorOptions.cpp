@@ -17,62 +17,47 @@ using zyn_support::kNanosecondsPerSecond;
 
 std::string range(int64_t low, int64_t high) { return std::to_string(low) + " to " + std::to_string(high); }
 
-/// "1,2,5": each item from kMinInterval to kMaxInterval.
-std::optional<std::vector<uint32_t>> readIntervals(const std::string& text) {
-    std::vector<uint32_t> intervals;
-    for (const std::string& item : zyn_cli::commaSeparated(text).value_or(std::vector<std::string>{})) {
-        const std::optional<uint32_t> interval = integerIn(item, limits::kMinInterval, limits::kMaxInterval);
-        if (!interval) {
-            return std::nullopt;
-        }
-        intervals.push_back(*interval);
-    }
-    return intervals.empty() ? std::nullopt : std::make_optional(intervals);
+/// "50us": a busy time from 0 to kMaxWorkNs (no unit: microseconds).
+std::optional<int64_t> readWork(const std::string& text) {
+    const std::optional<int64_t> ns = parseTimeSpan(text, kNanosecondsPerMicrosecond);
+    return ns && *ns <= limits::kMaxWorkNs ? ns : std::nullopt;
 }
 
-/// "50us" or "0,0,2ms": busy times from 0 to kMaxWorkNs (no unit:
-/// microseconds), at most one per possible handler.
-std::optional<std::vector<int64_t>> readWorkList(const std::string& text) {
-    std::vector<int64_t> times;
-    for (const std::string& item : zyn_cli::commaSeparated(text).value_or(std::vector<std::string>{})) {
-        const std::optional<int64_t> ns = parseTimeSpan(item, kNanosecondsPerMicrosecond);
-        if (!ns || *ns > limits::kMaxWorkNs || times.size() >= limits::kMaxHandlers) {
-            return std::nullopt;
-        }
-        times.push_back(*ns);
+/// "2" or "0-3": the CPU numbers of one item of a --cpu list.
+std::optional<std::vector<uint32_t>> readCpuRange(const std::string& text) {
+    const size_t dash = text.find('-');
+    const std::optional<uint32_t> first = integerIn(text.substr(0, dash), 0U, limits::kMaxCpu);
+    const std::optional<uint32_t> last =
+        dash == std::string::npos ? first : integerIn(text.substr(dash + 1), 0U, limits::kMaxCpu);
+    if (!first || !last || *last < *first) {
+        return std::nullopt;
     }
-    return times.empty() ? std::nullopt : std::make_optional(times);
+    std::vector<uint32_t> cpus;
+    for (uint32_t cpu = *first; cpu <= *last; ++cpu) {
+        cpus.push_back(cpu);
+    }
+    return cpus;
 }
 
 /// "2", "0,1" or "0-3,6": CPU numbers from 0 to kMaxCpu, sorted, each once.
 std::optional<std::vector<uint32_t>> readCpuList(const std::string& text) {
+    const std::optional<std::vector<std::vector<uint32_t>>> ranges = zyn_cli::listOf(text, readCpuRange);
+    if (!ranges) {
+        return std::nullopt;
+    }
     std::vector<uint32_t> cpus;
-    for (const std::string& item : zyn_cli::commaSeparated(text).value_or(std::vector<std::string>{})) {
-        const size_t dash = item.find('-');
-        const std::optional<uint32_t> first = integerIn(item.substr(0, dash), 0U, limits::kMaxCpu);
-        const std::optional<uint32_t> last =
-            dash == std::string::npos ? first : integerIn(item.substr(dash + 1), 0U, limits::kMaxCpu);
-        if (!first || !last || *last < *first) {
-            return std::nullopt;
-        }
-        for (uint32_t cpu = *first; cpu <= *last; ++cpu) {
-            cpus.push_back(cpu);
-        }
+    for (const std::vector<uint32_t>& range : *ranges) {
+        cpus.insert(cpus.end(), range.begin(), range.end());
     }
     std::sort(cpus.begin(), cpus.end());
     cpus.erase(std::unique(cpus.begin(), cpus.end()), cpus.end());
-    return cpus.empty() ? std::nullopt : std::make_optional(cpus);
+    return cpus;
 }
 
 /// Stores the value `read` gives into `target`; false when it gives none.
 template <typename Target, typename Reader>
 std::function<bool(const std::string&)> into(Target& target, Reader read) {
     return [&target, read](const std::string& text) { return zyn_cli::storeIfAny(target, read(text)); };
-}
-
-template <typename Target, typename Integer>
-std::function<bool(const std::string&)> integerInto(Target& target, Integer low, Integer high) {
-    return [&target, low, high](const std::string& text) { return zyn_cli::storeInteger(text, target, low, high); };
 }
 
 std::function<bool(const std::string&)> fileNameInto(std::string& target, const std::string& suffix = "") {
@@ -94,28 +79,27 @@ void addRunLength(CLI::App& app, MonitorOptions& o) {
                                      ns && *ns >= limits::kMinDurationNs && *ns <= limits::kMaxDurationNs;
                                  return inRange ? ns : std::nullopt;
                              })});
-    zyn_cli::addValueOption(
-        app, group,
-        {"--ticks", "N", "stop after N probe ticks", "an integer from " + range(limits::kMinTicks, limits::kMaxTicks),
-         integerInto(o.ticks, limits::kMinTicks, limits::kMaxTicks)});
+    zyn_cli::addIntegerOption(app, group, "--ticks", "N", "stop after N probe ticks",
+                              zyn_cli::IntegerRange<uint64_t>{limits::kMinTicks, limits::kMaxTicks}, o.ticks);
 }
 
 void addSchedulerAndLoad(CLI::App& app, MonitorOptions& o) {
     const std::string group = "Scheduler and load";
-    zyn_cli::addValueOption(app, group,
-                            {"--priority", "P", "oscillator priority, default " + std::to_string(o.priority),
-                             "an integer from " + std::to_string(limits::kMinPriority) + " (highest) to " +
-                                 std::to_string(limits::kMaxPriority) + " (lowest)",
-                             integerInto(o.priority, limits::kMinPriority, limits::kMaxPriority)});
-    zyn_cli::addValueOption(
-        app, group,
-        {"--handlers", "N", "handlers beside the probe, default " + std::to_string(o.handlerCount),
-         "an integer from " + range(0, limits::kMaxHandlers), integerInto(o.handlerCount, 0U, limits::kMaxHandlers)});
+    zyn_cli::addIntegerOption(
+        app, group, "--priority", "P", "oscillator priority, default " + std::to_string(o.priority),
+        zyn_cli::IntegerRange<int32_t>{limits::kMinPriority, limits::kMaxPriority, "highest", "lowest"}, o.priority);
+    zyn_cli::addIntegerOption(app, group, "--handlers", "N",
+                              "handlers beside the probe, default " + std::to_string(o.handlerCount),
+                              zyn_cli::IntegerRange<uint32_t>{0, limits::kMaxHandlers}, o.handlerCount);
     zyn_cli::addValueOption(app, group,
                             {"--intervals", "LIST", "the handlers' tick intervals, taken in turn, default 1,2,5",
                              "a comma-separated list of integers from " +
                                  range(limits::kMinInterval, limits::kMaxInterval) + ", e.g. 1,2,5",
-                             into(o.intervals, readIntervals)});
+                             into(o.intervals, [](const std::string& text) {
+                                 return zyn_cli::listOf(text, [](const std::string& item) {
+                                     return integerIn(item, limits::kMinInterval, limits::kMaxInterval);
+                                 });
+                             })});
     zyn_cli::addValueOption(
         app, group,
         {"--work", "TIME[,TIME..]",
@@ -124,7 +108,7 @@ void addSchedulerAndLoad(CLI::App& app, MonitorOptions& o) {
          "a time from 0 to 6ms per call, e.g. 50us (no unit: microseconds), or a comma-separated list of such times, "
          "one per handler, e.g. 0,0,2ms",
          [&o](const std::string& text) {
-             const std::optional<std::vector<int64_t>> times = readWorkList(text);
+             const std::optional<std::vector<int64_t>> times = zyn_cli::listOf(text, readWork, limits::kMaxHandlers);
              const bool oneForAll = times && text.find(',') == std::string::npos;
              if (times) {
                  o.workNs = oneForAll ? times->front() : 0;
@@ -132,11 +116,9 @@ void addSchedulerAndLoad(CLI::App& app, MonitorOptions& o) {
              }
              return times.has_value();
          }});
-    zyn_cli::addValueOption(
-        app, group,
-        {"--trace-level", "L", "level of the library's trace object (default: the platform's)",
-         "an integer from 0 (off) to " + std::to_string(limits::kMaxTraceLevel) + " (per-tick detail)",
-         integerInto(o.traceLevel, 0U, limits::kMaxTraceLevel)});
+    zyn_cli::addIntegerOption(
+        app, group, "--trace-level", "L", "level of the library's trace object (default: the platform's)",
+        zyn_cli::IntegerRange<uint32_t>{0, limits::kMaxTraceLevel, "off", "per-tick detail"}, o.traceLevel);
 }
 
 void addPunctuality(CLI::App& app, MonitorOptions& o) {
@@ -162,7 +144,9 @@ void addPunctuality(CLI::App& app, MonitorOptions& o) {
          "the first tick later than US writes a marker to tracefs, stops kernel tracing and ends the run (tracefs: "
          "/sys/kernel/tracing, /sys/kernel/debug/tracing, or $ZYN_TICKMON_TRACEFS)",
          "microseconds from " + range(limits::kMinBreakTraceUs, limits::kMaxBreakTraceUs),
-         integerInto(o.breakTraceUs, limits::kMinBreakTraceUs, limits::kMaxBreakTraceUs)});
+         [&o](const std::string& text) {
+             return zyn_cli::storeInteger(text, o.breakTraceUs, limits::kMinBreakTraceUs, limits::kMaxBreakTraceUs);
+         }});
     app.add_flag("--system", o.systemOnly,
                  "print only the System section (what on this machine costs tick latency, and the fix) and exit")
         ->group(group);
@@ -177,13 +161,12 @@ void addOutput(CLI::App& app, MonitorOptions& o) {
     zyn_cli::addValueOption(app, group,
                             {"--histogram", "FILE", "latency histogram in cyclictest's -h text layout", "a file name",
                              fileNameInto(o.histogramPath)});
-    zyn_cli::addValueOption(
-        app, group,
-        {"--histogram-buckets", "N",
-         "one-microsecond buckets in that file, default " + std::to_string(o.histogramBuckets),
-         "an integer from " + range(limits::kMinHistogramBuckets, limits::kMaxHistogramBuckets) +
-             " (one bucket per microsecond)",
-         integerInto(o.histogramBuckets, limits::kMinHistogramBuckets, limits::kMaxHistogramBuckets)});
+    zyn_cli::addIntegerOption(
+        app, group, "--histogram-buckets", "N",
+        "one-microsecond buckets in that file, default " + std::to_string(o.histogramBuckets),
+        zyn_cli::IntegerRange<uint32_t>{limits::kMinHistogramBuckets, limits::kMaxHistogramBuckets, nullptr,
+                                        "one bucket per microsecond"},
+        o.histogramBuckets);
     zyn_cli::addValueOption(app, group,
                             {"--plot", "FILE.png", "histogram picture (needs gnuplot on PATH)",
                              "a file name ending in .png", fileNameInto(o.plotPath, ".png")});
