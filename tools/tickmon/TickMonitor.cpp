@@ -29,6 +29,7 @@
 #include "SystemReadiness.h"
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
+#include "TickModuleIdentity.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace tickmon {
@@ -420,9 +421,10 @@ int runMonitor(const MonitorOptions& options) {
             std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
                          formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
         }
-        bool started = session.runPhase(11, error) && session.runPhase(13, error);
+        bool started =
+            session.runPhase(TickModule::Phase::Configure, error) && session.runPhase(TickModule::Phase::Idle, error);
         startNs = monotonicNowNs();
-        started = started && session.runPhase(14, error);
+        started = started && session.runPhase(TickModule::Phase::StartTicks, error);
         if (!started) {
             handlers.unregisterAll(scheduler);
             return failStartUp(error, session);
