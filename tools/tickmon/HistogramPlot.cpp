@@ -60,6 +60,10 @@ std::string histogramData(const LatencyHistogram& histogram) {
 
 /// The program could not be started because there is no such file.
 constexpr int kNotFound = -2;
+/// The status of a spawned child that could not run its program: where the
+/// spawn cannot report the error to the parent itself (under qemu-user, for
+/// one), the child ends with it, as a shell does for a command not found.
+constexpr int kChildCouldNotRun = 127;
 
 /// Runs `program script`, looking `program` up on PATH; its exit status,
 /// kNotFound, or -1 when it could not run otherwise.
@@ -74,7 +78,7 @@ int runProgram(const std::string& program, const std::string& script) {
     if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) {
         return -1;
     }
-    return WEXITSTATUS(status);
+    return WEXITSTATUS(status) == kChildCouldNotRun ? kNotFound : WEXITSTATUS(status);
 }
 
 }  // namespace
