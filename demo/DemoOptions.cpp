@@ -1,71 +1,36 @@
 #include "DemoOptions.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include <string>
+
+#include "CommandLine.h"
 
 namespace {
-
-bool parseInteger(const char* text, long minimum, long maximum, long& value) {
-    if (text == nullptr || *text == '\0') {
-        return false;
-    }
-    char* end = nullptr;
-    errno = 0;
-    const long parsed = std::strtol(text, &end, 10);
-    if (errno != 0 || *end != '\0' || parsed < minimum || parsed > maximum) {
-        return false;
-    }
-    value = parsed;
-    return true;
-}
-
+constexpr int32_t kHighestPriority = 0;
+constexpr int32_t kLowestPriority = 4;
+constexpr uint32_t kMostTicks = 1000000;
+constexpr uint32_t kMostDetailedTrace = 7;
 }  // namespace
 
-bool parseDemoOptions(int argc, char** argv, DemoOptions& options, std::string& error) {
-    for (int index = 1; index < argc; ++index) {
-        const std::string option = argv[index];
-        if (option == "-h" || option == "--help") {
-            options.help = true;
-            continue;
-        }
-        const char* value = index + 1 < argc ? argv[index + 1] : nullptr;
-        long parsed = 0;
-        if (option == "-p" || option == "--priority") {
-            if (!parseInteger(value, 0, 4, parsed)) {
-                error = "--priority takes 0 (highest) to 4 (lowest)";
-                return false;
-            }
-            options.priority = static_cast<int32_t>(parsed);
-        } else if (option == "-n" || option == "--ticks") {
-            if (!parseInteger(value, 1, 1000000, parsed)) {
-                error = "--ticks takes 1 to 1000000";
-                return false;
-            }
-            options.ticks = static_cast<uint32_t>(parsed);
-        } else if (option == "-t" || option == "--trace") {
-            if (!parseInteger(value, 0, 7, parsed)) {
-                error = "--trace takes a level from 0 (silent) to 7 (every tick)";
-                return false;
-            }
-            options.traceLevel = static_cast<int32_t>(parsed);
-        } else {
-            error = "unknown option " + option;
-            return false;
-        }
-        ++index;
-    }
-    return true;
-}
-
-std::string demoUsage(const char* program) {
-    return std::string("Usage: ") + program +
-           " [--priority P] [--ticks N] [--trace LEVEL]\n"
-           "Starts a 6 ms tick oscillator on the reference host platform and prints each tick's\n"
-           "monotonic timestamp and its distance from the previous tick, then a summary.\n"
-           "  -p, --priority P   priority class of the tick thread, 0 (SCHED_RR 99) to 4 (SCHED_RR 79);\n"
-           "                     default 2. Without the right to real-time scheduling the thread keeps\n"
-           "                     its normal policy with a minimal timer slack.\n"
-           "  -n, --ticks N      number of ticks to print; default 167 (about one second)\n"
-           "  -t, --trace LEVEL  trace level of the library (module ZYN.TS), 0 to 7; default from\n"
-           "                     KIV_TRACE, otherwise 3. Traces go to stderr.\n";
+std::unique_ptr<CLI::App> demoCommandLine(DemoOptions& options) {
+    std::unique_ptr<CLI::App> app = zyn_cli::makeApp(
+        "zyn-tickdemo",
+        "Starts a 6 ms tick oscillator on the reference host platform and prints each tick's monotonic timestamp "
+        "and its distance from the previous tick, then a summary.");
+    const std::string group = "Options";
+    zyn_cli::addIntegerOption(*app, group, "-p,--priority", "P",
+                              "priority class of the tick thread, 0 is SCHED_RR 99 and 4 is SCHED_RR 79; default " +
+                                  std::to_string(options.priority) +
+                                  ". Without the right to real-time scheduling the thread keeps its normal policy "
+                                  "with a minimal timer slack",
+                              zyn_cli::IntegerRange<int32_t>{kHighestPriority, kLowestPriority, "highest", "lowest"},
+                              options.priority);
+    zyn_cli::addIntegerOption(
+        *app, group, "-n,--ticks", "N",
+        "number of ticks to print; default " + std::to_string(options.ticks) + " (about one second)",
+        zyn_cli::IntegerRange<uint32_t>{1, kMostTicks}, options.ticks);
+    zyn_cli::addIntegerOption(
+        *app, group, "-t,--trace", "LEVEL",
+        "trace level of the library (module ZYN.TS); default from KIV_TRACE, otherwise 3. Traces go to stderr",
+        zyn_cli::IntegerRange<uint32_t>{0, kMostDetailedTrace, "silent", "every tick"}, options.traceLevel);
+    return app;
 }

@@ -1,19 +1,18 @@
 // Command line of zyn-tickdemo.
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <cstdint>
-#include <string>
+#include <memory>
+#include <optional>
 
 struct DemoOptions {
-    int32_t priority = 2;     ///< ETickPriority: 0 highest ... 4 lowest
-    uint32_t ticks = 167;     ///< 167 x 6 ms: about one second
-    int32_t traceLevel = -1;  ///< level of the library's trace module; -1 leaves it alone
-    bool help = false;
+    int32_t priority = 2;  ///< ETickPriority: 0 highest ... 4 lowest
+    uint32_t ticks = 167;  ///< 167 x 6 ms: about one second
+    /// Level of the library's trace module; unset leaves it alone.
+    std::optional<uint32_t> traceLevel;
 };
 
-/// Fills `options` from the arguments. Returns false, with `error` set, for an
-/// unknown option or a value out of range.
-bool parseDemoOptions(int argc, char** argv, DemoOptions& options, std::string& error);
-
-/// The usage text.
-std::string demoUsage(const char* program);
+/// The command line of zyn-tickdemo, storing into `options`.
+std::unique_ptr<CLI::App> demoCommandLine(DemoOptions& options);

@@ -12,14 +12,15 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "CommandLine.h"
 #include "DemoOptions.h"
 #include "PlatformHost/TraceHost.h"
 #include "TickOscillator.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
@@ -28,8 +29,8 @@ constexpr double kPeriodMs = 6.0;
 // Filled by the tick thread, read by the main thread: each slot is written
 // once before `count` is published past it.
 struct TickLog {
-    explicit TickLog(uint32_t capacity) : stamps(capacity) {}
-    std::vector<timespec> stamps;
+    explicit TickLog(uint32_t capacity) : stampsNs(capacity) {}
+    std::vector<int64_t> stampsNs;  ///< CLOCK_MONOTONIC
     std::atomic<uint32_t> count{0};
     std::atomic<long> timerSlackNs{-1};  ///< as the tick thread sees its own
 };
@@ -37,29 +38,30 @@ struct TickLog {
 void recordTick(void* context) {
     auto* log = static_cast<TickLog*>(context);
     const uint32_t index = log->count.load(std::memory_order_relaxed);
-    if (index >= log->stamps.size()) {
+    if (index >= log->stampsNs.size()) {
         return;
     }
-    clock_gettime(CLOCK_MONOTONIC, &log->stamps[index]);
+    log->stampsNs[index] = zyn_support::monotonicNowNs();
     // Only the thread itself may read its slack without privileges.
     log->timerSlackNs.store(::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0), std::memory_order_relaxed);
     log->count.store(index + 1, std::memory_order_release);
 }
 
-double millisecondsBetween(const timespec& from, const timespec& to) {
-    return static_cast<double>(to.tv_sec - from.tv_sec) * 1e3 + static_cast<double>(to.tv_nsec - from.tv_nsec) / 1e6;
+double millisecondsBetween(int64_t fromNs, int64_t toNs) {
+    return static_cast<double>(toNs - fromNs) / static_cast<double>(zyn_support::kNanosecondsPerMillisecond);
 }
 
-void printTick(uint32_t index, const timespec& stamp, const timespec& previous) {
+void printTick(uint32_t index, int64_t stampNs, int64_t previousNs) {
+    const timespec stamp = zyn_support::toTimespec(stampNs);
     std::printf("tick %6u  %lld.%09ld s  %+9.3f ms\n", index + 1, static_cast<long long>(stamp.tv_sec), stamp.tv_nsec,
-                millisecondsBetween(previous, stamp));
+                millisecondsBetween(previousNs, stampNs));
 }
 
 // Prints the ticks recorded so far; returns how many have been printed.
-uint32_t printNewTicks(const TickLog& log, uint32_t printed, const timespec& startInstant) {
+uint32_t printNewTicks(const TickLog& log, uint32_t printed, int64_t startNs) {
     const uint32_t recorded = log.count.load(std::memory_order_acquire);
     for (; printed < recorded; ++printed) {
-        printTick(printed, log.stamps[printed], printed == 0 ? startInstant : log.stamps[printed - 1]);
+        printTick(printed, log.stampsNs[printed], printed == 0 ? startNs : log.stampsNs[printed - 1]);
     }
     std::fflush(stdout);
     return printed;
@@ -87,7 +89,7 @@ void printSummary(const TickLog& log, uint32_t ticks, const std::string& schedul
     double longest = 0.0;
     double total = 0.0;
     for (uint32_t index = 1; index < ticks; ++index) {
-        const double interval = millisecondsBetween(log.stamps[index - 1], log.stamps[index]);
+        const double interval = millisecondsBetween(log.stampsNs[index - 1], log.stampsNs[index]);
         shortest = interval < shortest ? interval : shortest;
         longest = interval > longest ? interval : longest;
         total += interval;
@@ -96,15 +98,15 @@ void printSummary(const TickLog& log, uint32_t ticks, const std::string& schedul
                 slack.c_str());
     if (ticks > 1) {
         // The grid does not drift: a late tick is followed by a short interval.
-        const double span = millisecondsBetween(log.stamps[0], log.stamps[ticks - 1]);
+        const double span = millisecondsBetween(log.stampsNs[0], log.stampsNs[ticks - 1]);
         std::printf("interval: min %.3f ms, mean %.3f ms, max %.3f ms; first to last %.3f ms (grid: %.3f ms)\n",
                     shortest, total / (ticks - 1), longest, span, (ticks - 1) * kPeriodMs);
     }
 }
 
 int runDemo(const DemoOptions& options) {
-    if (options.traceLevel >= 0) {
-        platform_host::setTraceLevel("ZYN.TS", static_cast<uint32_t>(options.traceLevel));
+    if (options.traceLevel) {
+        platform_host::setTraceLevel("ZYN.TS", *options.traceLevel);
     }
     TickLog log(options.ticks);
     ITickReceiver receiver{&log, &recordTick};
@@ -114,8 +116,7 @@ int runDemo(const DemoOptions& options) {
         std::fprintf(stderr, "zyn-tickdemo: the oscillator could not be set up\n");
         return 1;
     }
-    timespec startInstant{};
-    clock_gettime(CLOCK_MONOTONIC, &startInstant);
+    const int64_t startNs = zyn_support::monotonicNowNs();
     const uint32_t started = oscillator.start();
     if (started != 0) {
         std::fprintf(stderr, "zyn-tickdemo: the oscillator did not start (result %u)\n", started);
@@ -130,11 +131,11 @@ int runDemo(const DemoOptions& options) {
     uint32_t printed = 0;
     while (printed < options.ticks && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        printed = printNewTicks(log, printed, startInstant);
+        printed = printNewTicks(log, printed, startNs);
     }
     const std::string slack = timerSlackOf(log);
     oscillator.stop();
-    printed = printNewTicks(log, printed, startInstant);
+    printed = printNewTicks(log, printed, startNs);
 
     if (printed < options.ticks) {
         std::fprintf(stderr, "zyn-tickdemo: only %u of %u ticks arrived in time\n", printed, options.ticks);
@@ -148,14 +149,6 @@ int runDemo(const DemoOptions& options) {
 
 int main(int argc, char** argv) {
     DemoOptions options;
-    std::string error;
-    if (!parseDemoOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "zyn-tickdemo: %s\n\n%s", error.c_str(), demoUsage(argv[0]).c_str());
-        return 2;
-    }
-    if (options.help) {
-        std::printf("%s", demoUsage(argv[0]).c_str());
-        return 0;
-    }
-    return runDemo(options);
+    const std::unique_ptr<CLI::App> app = demoCommandLine(options);
+    return zyn_cli::runParsed(*app, argc, argv, [&options] { return runDemo(options); });
 }

@@ -6,12 +6,12 @@
 
 #include "TickResultCodes.h"
 #include "Violations.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace soak {
 
 namespace {
 
-constexpr uint64_t kMillisecond = 1000000;
 constexpr uint32_t kIntervals[] = {0, 1, 1, 2, 3, 4, 5, 8};
 
 }  // namespace
@@ -98,7 +98,7 @@ void ChurnClient::step() {
         collectSelfRemoved(slot);
         return;
     }
-    if (monotonicNs() >= slot.endAtNs) {
+    if (zyn_support::monotonicNowNs() >= slot.endAtNs) {
         unregisterSlot(slot);
         return;
     }
@@ -120,7 +120,7 @@ void ChurnClient::registerSlot(HandlerSlot& slot) {
     slot.interval = api.fast ? 0 : kIntervals[random(sizeof(kIntervals) / sizeof(kIntervals[0]))];
     slot.enabled = true;
     slot.member[0] = slot.member[1] = false;
-    slot.endAtNs = monotonicNs() + (50 + random(1950)) * kMillisecond;
+    slot.endAtNs = zyn_support::monotonicNowNs() + (50 + random(1950)) * zyn_support::kNanosecondsPerMillisecond;
     slot.selfRemoving = mode == Mode::Handlers && random(4) == 0;
     slot.removeAfterCalls = 1 + random(5);
     slot.removeFromTick = api.removeFromTick();

@@ -29,7 +29,7 @@ struct HandlerSlot {
     uint32_t interval = 1;
     bool enabled = true;
     bool member[2] = {false, false};
-    uint64_t endAtNs = 0;
+    int64_t endAtNs = 0;
 
     // A handler that unregisters itself from its tick function after
     // `removeAfterCalls` calls, through `removeFromTick`. The client leaves

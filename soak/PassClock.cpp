@@ -1,16 +1,9 @@
 #include "PassClock.h"
 
-#include <ctime>
-
 #include "TickResultCodes.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace soak {
-
-uint64_t monotonicNs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
-}
 
 bool sameGrid(const STickGrid& a, const STickGrid& b) {
     return a.generation == b.generation && a.originNs == b.originNs && a.periodNs == b.periodNs;
@@ -49,7 +42,7 @@ void PassClock::placeOnGrid(int64_t nowNs) {
 
 void PassClock::onTick(void* context) {
     auto* clock = static_cast<PassClock*>(context);
-    const auto now = static_cast<int64_t>(monotonicNs());
+    const int64_t now = zyn_support::monotonicNowNs();
     if (clock->gridQuery != nullptr) {
         clock->placeOnGrid(now);
     }

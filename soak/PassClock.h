@@ -57,9 +57,6 @@ private:
     GridRecord record;
 };
 
-/// Now on the monotonic clock, in nanoseconds.
-uint64_t monotonicNs();
-
 /// The same origin, period and generation.
 bool sameGrid(const STickGrid& a, const STickGrid& b);
 

@@ -5,13 +5,12 @@
 // Build it with -DZYN_TS_SANITIZE=thread or =address,undefined to have the
 // sanitizer watch the run as well; a sanitizer report ends the process with
 // an error status.
+#include "CommandLine.h"
 #include "SoakOptions.h"
 #include "SoakRun.h"
 
 int main(int argc, char** argv) {
     soak::SoakOptions options;
-    if (!soak::parseOptions(argc, argv, options)) {
-        return 2;
-    }
-    return soak::runSoak(options);
+    const std::unique_ptr<CLI::App> app = soak::commandLine(options);
+    return zyn_cli::runParsed(*app, argc, argv, [&options] { return soak::runSoak(options); });
 }

@@ -1,7 +1,10 @@
 // Command line of zyn-soak.
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <cstdint>
+#include <memory>
 
 namespace soak {
 
@@ -10,8 +13,7 @@ struct SoakOptions {
     uint32_t seed = 1;       ///< seeds the clients' random choices
 };
 
-/// Parses --seconds N and --seed N; prints usage and returns false on a bad
-/// command line (or --help).
-bool parseOptions(int argc, char** argv, SoakOptions& options);
+/// The command line of zyn-soak, storing into `options`.
+std::unique_ptr<CLI::App> commandLine(SoakOptions& options);
 
 }  // namespace soak

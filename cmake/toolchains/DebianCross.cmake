@@ -21,6 +21,19 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# Header-only packages (the tools' CLI11 and nlohmann-json) are the same for
+# every architecture: Debian installs them once, their CMake configuration
+# under /usr/share/cmake and their headers under /usr/include, which the cross
+# compiler searches last on its own. The find-root settings above hide that
+# configuration from the target build, so each such package is pointed at by
+# name; no other host package becomes visible.
+foreach(zyn_ts_header_only_package CLI11 nlohmann_json)
+    if(EXISTS /usr/share/cmake/${zyn_ts_header_only_package})
+        set(${zyn_ts_header_only_package}_DIR /usr/share/cmake/${zyn_ts_header_only_package}
+            CACHE PATH "Architecture-independent header-only package")
+    endif()
+endforeach()
+
 # Target binaries (the tests, and gtest_discover_tests listing them at build
 # time) run on the host under qemu-user. -L points the emulator at the
 # target's dynamic loader and libraries; QEMU_LD_PREFIX does the same for a

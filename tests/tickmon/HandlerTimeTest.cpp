@@ -2,9 +2,9 @@
 // handler timing, text and JSON.
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "HandlerTimeReport.h"
-#include "JsonReader.h"
 #include "MonitorOptions.h"
 #include "RunReport.h"
 
@@ -66,24 +66,24 @@ TEST(HandlerTimeReport, JsonCarriesTheCulpritAndEveryHandler) {
     RunReport report;
     report.handlerTime = sampleTime();
     report.options.workPerHandler = {0, 0, 2000000};
-    const json_reader::Value doc = json_reader::parse(formatJson(report));
-    const json_reader::Value& time = doc["handler_time"];
-    EXPECT_EQ(time["passes"].number, 250);
-    EXPECT_EQ(time["overruns"].number, 3);
-    EXPECT_EQ(time["worst_pass"]["duration_ns"].number, 6012547);
-    EXPECT_EQ(time["worst_pass"]["culprit"].text, "tickmon-handler-2");
-    EXPECT_EQ(time["worst_pass"]["culprit_ns"].number, 6002913);
-    EXPECT_EQ(time["handlers"].items[1]["name"].text, "tickmon-handler-2");
-    EXPECT_EQ(time["handlers"].items[1]["mean_ns"].number, 6000995);
-    EXPECT_EQ(time["handlers"].items[1]["over_budget"].number, 3);
-    EXPECT_EQ(doc["settings"]["work_per_handler_ns"].items[2].number, 2000000);
+    const nlohmann::json doc = nlohmann::json::parse(formatJson(report));
+    const nlohmann::json& time = doc.at("handler_time");
+    EXPECT_EQ(time.at("passes").get<double>(), 250);
+    EXPECT_EQ(time.at("overruns").get<double>(), 3);
+    EXPECT_EQ(time.at("worst_pass").at("duration_ns").get<double>(), 6012547);
+    EXPECT_EQ(time.at("worst_pass").at("culprit").get<std::string>(), "tickmon-handler-2");
+    EXPECT_EQ(time.at("worst_pass").at("culprit_ns").get<double>(), 6002913);
+    EXPECT_EQ(time.at("handlers").at(1).at("name").get<std::string>(), "tickmon-handler-2");
+    EXPECT_EQ(time.at("handlers").at(1).at("mean_ns").get<double>(), 6000995);
+    EXPECT_EQ(time.at("handlers").at(1).at("over_budget").get<double>(), 3);
+    EXPECT_EQ(doc.at("settings").at("work_per_handler_ns").at(2).get<double>(), 2000000);
 }
 
 TEST(HandlerTimeReport, UnreadableStatisticsAreSaidSoAndNullInJson) {
     RunReport report;
     EXPECT_TRUE(contains(formatHandlerTime(report.handlerTime), "not available"));
-    const json_reader::Value doc = json_reader::parse(formatJson(report));
-    EXPECT_EQ(doc["handler_time"].kind, json_reader::Value::Kind::Null);
+    const nlohmann::json doc = nlohmann::json::parse(formatJson(report));
+    EXPECT_TRUE(doc.at("handler_time").is_null());
 }
 
 }  // namespace

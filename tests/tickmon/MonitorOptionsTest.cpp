@@ -65,18 +65,13 @@ TEST(MonitorOptions, AcceptsValueAfterEqualsSign) {
 }
 
 TEST(MonitorOptions, AcceptsTheEndsOfEveryRange) {
-    EXPECT_EQ(parse({"--duration", "1ms"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--duration", "168h"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--ticks", "1"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--ticks", "100000000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--handlers", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--handlers", "10000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--intervals", "100000"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--work", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--work", "6ms"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--trace-level", "0"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--trace-level", "7"}).outcome, ParseOutcome::Run);
-    EXPECT_EQ(parse({"--histogram-buckets", "6000"}).outcome, ParseOutcome::Run);
+    const std::vector<std::vector<std::string>> ends = {
+        {"--duration", "1ms"}, {"--duration", "168h"},  {"--ticks", "1"},          {"--ticks", "100000000"},
+        {"--handlers", "0"},   {"--handlers", "10000"}, {"--intervals", "100000"}, {"--work", "0"},
+        {"--work", "6ms"},     {"--trace-level", "0"},  {"--trace-level", "7"},    {"--histogram-buckets", "6000"}};
+    for (const std::vector<std::string>& arguments : ends) {
+        EXPECT_EQ(parse(arguments).outcome, ParseOutcome::Run) << arguments[0] << " " << arguments[1];
+    }
 }
 
 TEST(MonitorOptions, HelpWinsOverEverythingElse) {
@@ -137,8 +132,8 @@ TEST(MonitorOptions, PlotNeedsAPngFile) {
 }
 
 TEST(MonitorOptions, EmptyFileNamesAreRefused) {
-    EXPECT_NE(errorOf({"--json="}).find("--json: invalid value ''"), std::string::npos);
-    EXPECT_NE(errorOf({"--histogram="}).find("--histogram: invalid value ''"), std::string::npos);
+    EXPECT_EQ(errorOf({"--json="}), "--json: missing value; expected a file name");
+    EXPECT_EQ(errorOf({"--histogram="}), "--histogram: missing value; expected a file name");
 }
 
 TEST(MonitorOptions, MissingValueNamesOptionAndRange) {
@@ -149,6 +144,34 @@ TEST(MonitorOptions, MissingValueNamesOptionAndRange) {
 TEST(MonitorOptions, UnknownOptionIsRefused) {
     EXPECT_EQ(errorOf({"--frobnicate"}), "unknown option '--frobnicate' (see --help)");
     EXPECT_EQ(errorOf({"10s"}), "unknown option '10s' (see --help)");
+}
+
+TEST(MonitorOptions, FlagsRefuseAValue) {
+    EXPECT_EQ(errorOf({"--no-mlock=yes"}), "--no-mlock: takes no value");
+    EXPECT_EQ(errorOf({"--quiet=no"}), "--quiet: takes no value");
+}
+
+TEST(MonitorOptions, UsageTakesEveryRangeFromTheLimits) {
+    const std::string usage = usageText();
+    for (const std::string& range :
+         {"from 1 to " + std::to_string(limits::kMaxTicks), "from 0 to " + std::to_string(limits::kMaxHandlers),
+          "from 1 to " + std::to_string(limits::kMaxInterval), "from 0 to " + std::to_string(limits::kMaxCpu),
+          "from 1 to " + std::to_string(limits::kMaxHistogramBuckets),
+          "from 0 to " + std::to_string(limits::kMaxCpuLatencyUs),
+          "from 1 to " + std::to_string(limits::kMaxBreakTraceUs)}) {
+        EXPECT_NE(usage.find(range), std::string::npos) << range;
+    }
+}
+
+TEST(MonitorOptions, DecimalOnlyWithoutSignOrBlanks) {
+    for (const char* bad : {"+3", " 3", "3 ", "0x3", "3.0"}) {
+        EXPECT_NE(errorOf({"--handlers", bad}).find("--handlers: invalid value"), std::string::npos) << bad;
+    }
+    EXPECT_EQ(parse({"--handlers", "010"}).options.handlerCount, 10u);
+}
+
+TEST(MonitorOptions, TheLastOfARepeatedOptionCounts) {
+    EXPECT_EQ(parse({"--priority", "1", "--priority", "3"}).options.priority, 3);
 }
 
 TEST(MonitorOptions, FaultInjectionNeedsAHandler) {

@@ -1,8 +1,8 @@
 #include "RunReport.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-#include "JsonReader.h"
 #include "SyntheticTicks.h"
 
 namespace tickmon {
@@ -83,51 +83,51 @@ TEST(RunReport, TextNamesTheGridItemThatFailed) {
 }
 
 TEST(RunReport, JsonHoldsEveryFigureAndTheSettings) {
-    const json_reader::Value doc = json_reader::parse(formatJson(sampleReport()));
-    EXPECT_EQ(doc["tool"].text, "zyn-tickmon");
-    EXPECT_EQ(doc["version"].number, 2);
-    EXPECT_EQ(doc["settings"]["duration_ns"].number, 1e9);
-    EXPECT_EQ(doc["settings"]["ticks"].kind, json_reader::Value::Kind::Null);
-    EXPECT_EQ(doc["settings"]["priority"].number, 2);
-    EXPECT_EQ(doc["settings"]["handlers"].number, 2);
-    EXPECT_EQ(doc["settings"]["intervals"].items.size(), 2u);
-    EXPECT_EQ(doc["settings"]["work_ns"].number, 50000);
-    EXPECT_EQ(doc["stop_reason"].text, "duration");
-    EXPECT_EQ(doc["passes"].number, 6);
-    EXPECT_EQ(doc["period_ns"]["count"].number, 5);
-    EXPECT_EQ(doc["period_ns"]["expected"].number, 6e6);
-    EXPECT_EQ(doc["period_ns"]["min"].number, 5.99e6);
+    const nlohmann::json doc = nlohmann::json::parse(formatJson(sampleReport()));
+    EXPECT_EQ(doc.at("tool").get<std::string>(), "zyn-tickmon");
+    EXPECT_EQ(doc.at("version").get<double>(), 2);
+    EXPECT_EQ(doc.at("settings").at("duration_ns").get<double>(), 1e9);
+    EXPECT_TRUE(doc.at("settings").at("ticks").is_null());
+    EXPECT_EQ(doc.at("settings").at("priority").get<double>(), 2);
+    EXPECT_EQ(doc.at("settings").at("handlers").get<double>(), 2);
+    EXPECT_EQ(doc.at("settings").at("intervals").size(), 2u);
+    EXPECT_EQ(doc.at("settings").at("work_ns").get<double>(), 50000);
+    EXPECT_EQ(doc.at("stop_reason").get<std::string>(), "duration");
+    EXPECT_EQ(doc.at("passes").get<double>(), 6);
+    EXPECT_EQ(doc.at("period_ns").at("count").get<double>(), 5);
+    EXPECT_EQ(doc.at("period_ns").at("expected").get<double>(), 6e6);
+    EXPECT_EQ(doc.at("period_ns").at("min").get<double>(), 5.99e6);
     for (const char* field : {"min", "mean", "p50", "p99", "p99_9", "max"}) {
-        EXPECT_TRUE(doc["latency_ns"].has(field)) << field;
+        EXPECT_TRUE(doc.at("latency_ns").contains(field)) << field;
     }
-    EXPECT_EQ(doc["latency_ns"]["min"].number, 2000);
-    EXPECT_EQ(doc["latency_ns"]["max"].number, 12000);
-    EXPECT_EQ(doc["ticks"]["recorded"].number, 6);
-    EXPECT_EQ(doc["ticks"]["expected"].number, 7);
-    EXPECT_EQ(doc["ticks"]["missed"].number, 1);
-    EXPECT_EQ(doc["ticks"]["before_their_grid_point"].number, 0);
-    EXPECT_EQ(doc["ticks"]["on_a_grid_point_already_ticked"].number, 0);
-    EXPECT_FALSE(doc["ticks"].has("drift_ns"));
-    EXPECT_EQ(doc["grid"]["origin_ns"].number, static_cast<double>(synthetic::kOriginNs));
-    EXPECT_EQ(doc["grid"]["period_ns"].number, 6e6);
-    EXPECT_EQ(doc["grid"]["generation"].number, 4);
-    ASSERT_EQ(doc["handlers"].items.size(), 2u);
-    EXPECT_EQ(doc["handlers"].items[1]["name"].text, "tickmon-handler-1");
-    EXPECT_EQ(doc["handlers"].items[1]["expected"].number, 2);
-    EXPECT_FALSE(doc["handlers"].items[1]["ok"].flag);
-    EXPECT_EQ(doc["oscillator_thread"]["policy"].text, "SCHED_RR");
-    EXPECT_EQ(doc["oscillator_thread"]["priority"].number, 79);
-    EXPECT_EQ(doc["oscillator_thread"]["cpu_ns_per_second"].number, 1234567.0);
-    EXPECT_FALSE(doc["passed"].flag);
+    EXPECT_EQ(doc.at("latency_ns").at("min").get<double>(), 2000);
+    EXPECT_EQ(doc.at("latency_ns").at("max").get<double>(), 12000);
+    EXPECT_EQ(doc.at("ticks").at("recorded").get<double>(), 6);
+    EXPECT_EQ(doc.at("ticks").at("expected").get<double>(), 7);
+    EXPECT_EQ(doc.at("ticks").at("missed").get<double>(), 1);
+    EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
+    EXPECT_EQ(doc.at("ticks").at("on_a_grid_point_already_ticked").get<double>(), 0);
+    EXPECT_FALSE(doc.at("ticks").contains("drift_ns"));
+    EXPECT_EQ(doc.at("grid").at("origin_ns").get<double>(), static_cast<double>(synthetic::kOriginNs));
+    EXPECT_EQ(doc.at("grid").at("period_ns").get<double>(), 6e6);
+    EXPECT_EQ(doc.at("grid").at("generation").get<double>(), 4);
+    ASSERT_EQ(doc.at("handlers").size(), 2u);
+    EXPECT_EQ(doc.at("handlers").at(1).at("name").get<std::string>(), "tickmon-handler-1");
+    EXPECT_EQ(doc.at("handlers").at(1).at("expected").get<double>(), 2);
+    EXPECT_FALSE(doc.at("handlers").at(1).at("ok").get<bool>());
+    EXPECT_EQ(doc.at("oscillator_thread").at("policy").get<std::string>(), "SCHED_RR");
+    EXPECT_EQ(doc.at("oscillator_thread").at("priority").get<double>(), 79);
+    EXPECT_EQ(doc.at("oscillator_thread").at("cpu_ns_per_second").get<double>(), 1234567.0);
+    EXPECT_FALSE(doc.at("passed").get<bool>());
 }
 
 TEST(RunReport, MissingThreadAndCpuAreSaidSo) {
     RunReport report = sampleReport();
     report.thread = OscillatorThreadReport{};
     EXPECT_TRUE(contains(formatReport(report), "Oscillator thread (from /proc)\n  not found\n"));
-    const json_reader::Value doc = json_reader::parse(formatJson(report));
-    EXPECT_FALSE(doc["oscillator_thread"]["found"].flag);
-    EXPECT_EQ(doc["oscillator_thread"]["cpu_ns_per_second"].kind, json_reader::Value::Kind::Null);
+    const nlohmann::json doc = nlohmann::json::parse(formatJson(report));
+    EXPECT_FALSE(doc.at("oscillator_thread").at("found").get<bool>());
+    EXPECT_TRUE(doc.at("oscillator_thread").at("cpu_ns_per_second").is_null());
 }
 
 TEST(RunReport, ARefusedRealTimePriorityIsPointedOut) {

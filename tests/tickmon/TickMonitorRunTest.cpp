@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -19,7 +20,6 @@
 #include <vector>
 
 #include "HistogramLines.h"
-#include "JsonReader.h"
 #include "TemporaryDirectory.h"
 
 extern char** environ;
@@ -141,13 +141,13 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
                                        "--json", files.file("run.json")});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_EQ(run.out, "");
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    EXPECT_EQ(doc["settings"]["duration_ns"].number, 3e8);
-    EXPECT_EQ(doc["stop_reason"].text, "duration");
-    EXPECT_TRUE(doc["passed"].flag);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("settings").at("duration_ns").get<double>(), 3e8);
+    EXPECT_EQ(doc.at("stop_reason").get<std::string>(), "duration");
+    EXPECT_TRUE(doc.at("passed").get<bool>());
 
     // The run lasted its duration, and not longer than the program ran.
-    const double elapsed = doc["elapsed_ns"].number;
+    const double elapsed = doc.at("elapsed_ns").get<double>();
     EXPECT_GE(elapsed, 3e8);
     EXPECT_LE(elapsed, static_cast<double>(run.wallNs));
 
@@ -155,39 +155,40 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
     // bursts would deliver more ticks than 6 ms grid points fit into the time
     // the program ran.
     const double gridPoints = gridPointsWithin(run.wallNs);
-    const double recorded = doc["ticks"]["recorded"].number;
-    const double passes = doc["passes"].number;
+    const double recorded = doc.at("ticks").at("recorded").get<double>();
+    const double passes = doc.at("passes").get<double>();
     EXPECT_GE(recorded, 1.0);
     EXPECT_LE(recorded, gridPoints) << "wall time " << run.wallNs << " ns";
     EXPECT_LE(passes, gridPoints) << "wall time " << run.wallNs << " ns";
     // The published grid puts no two ticks on one grid point, and
     // spans no more grid points than the run had.
-    const double gridPointsSpanned = doc["ticks"]["expected"].number;
+    const double gridPointsSpanned = doc.at("ticks").at("expected").get<double>();
     EXPECT_GE(gridPointsSpanned, recorded);
     EXPECT_LE(gridPointsSpanned, gridPoints);
     // Never early: no tick comes before its grid point.
-    EXPECT_GE(doc["latency_ns"]["min"].number, 0.0);
+    EXPECT_GE(doc.at("latency_ns").at("min").get<double>(), 0.0);
     // The grid the scheduler published: none of its grid points got a tick
     // early or twice.
-    EXPECT_EQ(doc["version"].number, 2);
-    EXPECT_EQ(doc["grid"]["period_ns"].number, kGridPeriodNs);
-    EXPECT_EQ(doc["grid"]["generation"].number, 1);
-    EXPECT_GT(doc["grid"]["origin_ns"].number, 0);
-    EXPECT_EQ(doc["ticks"]["before_their_grid_point"].number, 0);
-    EXPECT_EQ(doc["ticks"]["on_a_grid_point_already_ticked"].number, 0);
+    EXPECT_EQ(doc.at("version").get<double>(), 2);
+    EXPECT_EQ(doc.at("grid").at("period_ns").get<double>(), kGridPeriodNs);
+    EXPECT_EQ(doc.at("grid").at("generation").get<double>(), 1);
+    EXPECT_GT(doc.at("grid").at("origin_ns").get<double>(), 0);
+    EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
+    EXPECT_EQ(doc.at("ticks").at("on_a_grid_point_already_ticked").get<double>(), 0);
 
     // Each handler of interval k is called on every k-th pass, counted by its
     // own tick function; the passes are counted by the probe.
-    ASSERT_EQ(doc["handlers"].items.size(), 4u);
-    for (const json_reader::Value& handler : doc["handlers"].items) {
-        const double interval = handler["interval"].number;
-        ASSERT_GE(interval, 1.0) << handler["name"].text;
-        const double calls = handler["calls"].number;
-        EXPECT_NEAR(calls, passes / interval, 1.0) << handler["name"].text << " over " << passes << " passes";
-        EXPECT_LE(calls, std::ceil(gridPoints / interval)) << handler["name"].text;
+    ASSERT_EQ(doc.at("handlers").size(), 4u);
+    for (const nlohmann::json& handler : doc.at("handlers")) {
+        const double interval = handler.at("interval").get<double>();
+        ASSERT_GE(interval, 1.0) << handler.at("name").get<std::string>();
+        const double calls = handler.at("calls").get<double>();
+        EXPECT_NEAR(calls, passes / interval, 1.0)
+            << handler.at("name").get<std::string>() << " over " << passes << " passes";
+        EXPECT_LE(calls, std::ceil(gridPoints / interval)) << handler.at("name").get<std::string>();
     }
-    EXPECT_TRUE(doc["oscillator_thread"]["found"].flag);
-    EXPECT_EQ(doc["oscillator_thread"]["name"].text, "zyn-ts-osc6");
+    EXPECT_TRUE(doc.at("oscillator_thread").at("found").get<bool>());
+    EXPECT_EQ(doc.at("oscillator_thread").at("name").get<std::string>(), "zyn-ts-osc6");
 }
 
 TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {
@@ -221,13 +222,13 @@ TEST(TickMonitorRun, TickCountEndsTheRun) {
     TemporaryDirectory files;
     const ProgramRun run = runTickmon({"--ticks", "20", "--quiet", "--json", files.file("run.json")});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    EXPECT_EQ(doc["stop_reason"].text, "ticks");
-    EXPECT_EQ(doc["ticks"]["recorded"].number, 20);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("stop_reason").get<std::string>(), "ticks");
+    EXPECT_EQ(doc.at("ticks").at("recorded").get<double>(), 20);
     // Counted by the probe's own tick function: at least the ticks recorded,
     // and never more than grid points passed while the program ran.
-    EXPECT_GE(doc["passes"].number, 20);
-    EXPECT_LE(doc["passes"].number, gridPointsWithin(run.wallNs));
+    EXPECT_GE(doc.at("passes").get<double>(), 20);
+    EXPECT_LE(doc.at("passes").get<double>(), gridPointsWithin(run.wallNs));
 }
 
 TEST(TickMonitorRun, InterruptEndsAnOpenEndedRunWithAReport) {
@@ -245,11 +246,11 @@ TEST(TickMonitorRun, InterruptEndsAnOpenEndedRunWithAReport) {
     });
     ASSERT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_TRUE(contains(run.out, "stopped by an interrupt")) << run.out;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    EXPECT_EQ(doc["stop_reason"].text, "interrupted");
-    EXPECT_EQ(doc["settings"]["duration_ns"].kind, json_reader::Value::Kind::Null);
-    EXPECT_GE(doc["ticks"]["recorded"].number, 1);
-    EXPECT_TRUE(doc["passed"].flag);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("stop_reason").get<std::string>(), "interrupted");
+    EXPECT_TRUE(doc.at("settings").at("duration_ns").is_null());
+    EXPECT_GE(doc.at("ticks").at("recorded").get<double>(), 1);
+    EXPECT_TRUE(doc.at("passed").get<bool>());
 }
 
 TEST(TickMonitorRun, BadValueExitsWithUsageStatusAndOneLine) {
@@ -280,11 +281,12 @@ TEST(TickMonitorRun, AHandlerCalledTooRarelyFailsTheSelfTest) {
     EXPECT_TRUE(contains(run.out, "WRONG")) << run.out;
     EXPECT_TRUE(contains(run.out, "Self-test: FAIL")) << run.out;
     EXPECT_TRUE(contains(run.err, "self-test failed")) << run.err;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    EXPECT_FALSE(doc["passed"].flag);
-    EXPECT_FALSE(doc["handlers"].items[0]["ok"].flag);
-    EXPECT_LT(doc["handlers"].items[0]["calls"].number, doc["handlers"].items[0]["expected"].number);
-    EXPECT_TRUE(doc["handlers"].items[1]["ok"].flag);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_FALSE(doc.at("passed").get<bool>());
+    EXPECT_FALSE(doc.at("handlers").at(0).at("ok").get<bool>());
+    EXPECT_LT(doc.at("handlers").at(0).at("calls").get<double>(),
+              doc.at("handlers").at(0).at("expected").get<double>());
+    EXPECT_TRUE(doc.at("handlers").at(1).at("ok").get<bool>());
 }
 
 TEST(TickMonitorRun, PlotWithoutGnuplotIsAMessageNotAFailure) {
@@ -335,14 +337,16 @@ TEST(TickMonitorRun, LastStatusLineShowsTheReportsFigures) {
         }
     }
     ASSERT_FALSE(last.empty()) << run.err;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
     const auto wholeUs = [](double ns) { return std::to_string(static_cast<uint64_t>(ns / 1000.0)); };
-    const std::string figures = "latency min " + wholeUs(doc["latency_ns"]["min"].number) + " avg " +
-                                wholeUs(doc["latency_ns"]["mean"].number) + " max " +
-                                wholeUs(doc["latency_ns"]["max"].number) + " us  missed " +
-                                std::to_string(static_cast<uint64_t>(doc["ticks"]["missed"].number));
-    EXPECT_EQ(last.rfind("ticks " + std::to_string(static_cast<uint64_t>(doc["ticks"]["recorded"].number)) + " ", 0),
-              0u)
+    const std::string figures = "latency min " + wholeUs(doc.at("latency_ns").at("min").get<double>()) + " avg " +
+                                wholeUs(doc.at("latency_ns").at("mean").get<double>()) + " max " +
+                                wholeUs(doc.at("latency_ns").at("max").get<double>()) + " us  missed " +
+                                std::to_string(static_cast<uint64_t>(doc.at("ticks").at("missed").get<double>()));
+    EXPECT_EQ(
+        last.rfind("ticks " + std::to_string(static_cast<uint64_t>(doc.at("ticks").at("recorded").get<double>())) + " ",
+                   0),
+        0u)
         << last;
     EXPECT_TRUE(contains(last, figures)) << last << "\nexpected: " << figures;
 }
@@ -391,8 +395,8 @@ TEST(TickMonitorRun, BreakTraceWithoutTracefsIsAUsageError) {
 }
 
 TEST(TickMonitorRun, FlagsTakeNoValue) {
-    expectUsageError({"--no-mlock=yes"}, "unknown option '--no-mlock=yes' (see --help)");
-    expectUsageError({"--system=1"}, "unknown option '--system=1' (see --help)");
+    expectUsageError({"--no-mlock=yes"}, "--no-mlock: takes no value");
+    expectUsageError({"--system=1"}, "--system: takes no value");
 }
 
 TEST(TickMonitorRun, BreakTraceMarksTheLateTickStopsTracingAndEndsTheRun) {
@@ -409,15 +413,15 @@ TEST(TickMonitorRun, BreakTraceMarksTheLateTickStopsTracingAndEndsTheRun) {
     EXPECT_EQ(marker.rfind("zyn-tickmon: tick ", 0), 0u) << marker;
     EXPECT_TRUE(contains(marker, " us late (break-trace at 1.000 us)\n")) << marker;
     EXPECT_EQ(TemporaryDirectory::read(tracefs.file("tracing_on")), "0");
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(tracefs.file("run.json")));
-    EXPECT_EQ(doc["stop_reason"].text, "break-trace");
-    const json_reader::Value& broke = doc["punctuality"]["break_trace"];
-    EXPECT_TRUE(broke["broke"].flag);
-    const std::string tick = std::to_string(static_cast<uint64_t>(broke["tick"].number));
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(tracefs.file("run.json")));
+    EXPECT_EQ(doc.at("stop_reason").get<std::string>(), "break-trace");
+    const nlohmann::json& broke = doc.at("punctuality").at("break_trace");
+    EXPECT_TRUE(broke.at("broke").get<bool>());
+    const std::string tick = std::to_string(static_cast<uint64_t>(broke.at("tick").get<double>()));
     EXPECT_TRUE(contains(marker, "tick " + tick + " ")) << marker;
     EXPECT_TRUE(contains(run.out, "stopped by --break-trace at tick " + tick)) << run.out;
     EXPECT_TRUE(contains(run.out, "break-trace          tick " + tick + " was ")) << run.out;
-    EXPECT_LT(doc["elapsed_ns"].number, 60e9);
+    EXPECT_LT(doc.at("elapsed_ns").get<double>(), 60e9);
 }
 
 TEST(TickMonitorRun, DefaultRunReportsLatencyRequestMemoryLockAndSystem) {
@@ -429,15 +433,15 @@ TEST(TickMonitorRun, DefaultRunReportsLatencyRequestMemoryLockAndSystem) {
           "(not pinned)", "\nSystem (", "preemption model: ", "steal time during the run: "}) {
         EXPECT_TRUE(contains(run.out, part)) << part << "\n" << run.out;
     }
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    const json_reader::Value& punctuality = doc["punctuality"];
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    const nlohmann::json& punctuality = doc.at("punctuality");
     // By default the request is 0 us, and the memory lock is asked for.
-    EXPECT_EQ(punctuality["cpu_latency_request"]["us"].number, 0);
-    EXPECT_EQ(punctuality["cpu_latency_request"]["held"].kind, json_reader::Value::Kind::Bool);
-    EXPECT_NE(punctuality["memory_lock"].text, "not asked (--no-mlock)");
-    EXPECT_EQ(punctuality["break_trace"].kind, json_reader::Value::Kind::Null);
-    EXPECT_TRUE(doc["system"].has("preemption"));
-    EXPECT_TRUE(doc["system"]["steal_time"].has("costs_latency"));
+    EXPECT_EQ(punctuality.at("cpu_latency_request").at("us").get<double>(), 0);
+    EXPECT_TRUE(punctuality.at("cpu_latency_request").at("held").is_boolean());
+    EXPECT_NE(punctuality.at("memory_lock").get<std::string>(), "not asked (--no-mlock)");
+    EXPECT_TRUE(punctuality.at("break_trace").is_null());
+    EXPECT_TRUE(doc.at("system").contains("preemption"));
+    EXPECT_TRUE(doc.at("system").at("steal_time").contains("costs_latency"));
 }
 
 TEST(TickMonitorRun, LatencyRequestOffAndNoMemoryLockAreReported) {
@@ -445,12 +449,12 @@ TEST(TickMonitorRun, LatencyRequestOffAndNoMemoryLockAreReported) {
     const ProgramRun run = runTickmon(
         {"--duration", "200ms", "--quiet", "--cpu-latency", "off", "--no-mlock", "--json", files.file("run.json")});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    EXPECT_FALSE(doc["punctuality"]["cpu_latency_request"]["held"].flag);
-    EXPECT_EQ(doc["punctuality"]["cpu_latency_request"]["us"].kind, json_reader::Value::Kind::Null);
-    EXPECT_EQ(doc["punctuality"]["cpu_latency_request"]["detail"].text, "off (no request made)");
-    EXPECT_FALSE(doc["punctuality"]["memory_locked"].flag);
-    EXPECT_EQ(doc["punctuality"]["memory_lock"].text, "not asked (--no-mlock)");
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_FALSE(doc.at("punctuality").at("cpu_latency_request").at("held").get<bool>());
+    EXPECT_TRUE(doc.at("punctuality").at("cpu_latency_request").at("us").is_null());
+    EXPECT_EQ(doc.at("punctuality").at("cpu_latency_request").at("detail").get<std::string>(), "off (no request made)");
+    EXPECT_FALSE(doc.at("punctuality").at("memory_locked").get<bool>());
+    EXPECT_EQ(doc.at("punctuality").at("memory_lock").get<std::string>(), "not asked (--no-mlock)");
 }
 
 TEST(TickMonitorRun, PinnedOscillatorRunsOnlyOnTheChosenCpu) {
@@ -458,12 +462,12 @@ TEST(TickMonitorRun, PinnedOscillatorRunsOnlyOnTheChosenCpu) {
     const ProgramRun run =
         runTickmon({"--duration", "200ms", "--quiet", "--cpu", "0", "--json", files.file("run.json")});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    const json_reader::Value& punctuality = doc["punctuality"];
-    ASSERT_EQ(punctuality["allowed_cpus"].items.size(), 1u);
-    EXPECT_EQ(punctuality["allowed_cpus"].items[0].number, 0);
-    EXPECT_EQ(punctuality["last_cpu"].number, 0);
-    EXPECT_EQ(punctuality["requested_cpus"].items.size(), 1u);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    const nlohmann::json& punctuality = doc.at("punctuality");
+    ASSERT_EQ(punctuality.at("allowed_cpus").size(), 1u);
+    EXPECT_EQ(punctuality.at("allowed_cpus").at(0).get<double>(), 0);
+    EXPECT_EQ(punctuality.at("last_cpu").get<double>(), 0);
+    EXPECT_EQ(punctuality.at("requested_cpus").size(), 1u);
 }
 
 TEST(TickMonitorRun, SystemPrintsOnlyTheSystemSectionAndExitsZero) {
@@ -473,9 +477,9 @@ TEST(TickMonitorRun, SystemPrintsOnlyTheSystemSectionAndExitsZero) {
     EXPECT_EQ(run.out.rfind("System (what on this machine costs tick latency", 0), 0u) << run.out;
     EXPECT_TRUE(contains(run.out, "real-time priority: not tried (--system)")) << run.out;
     EXPECT_FALSE(contains(run.out, "Latency")) << run.out;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("system.json")));
-    EXPECT_TRUE(doc["system"].has("kernel"));
-    EXPECT_FALSE(doc.has("ticks"));
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("system.json")));
+    EXPECT_TRUE(doc.at("system").contains("kernel"));
+    EXPECT_FALSE(doc.contains("ticks"));
 }
 
 // One handler made slow on purpose is named as the culprit of the worst pass,
@@ -488,14 +492,14 @@ TEST(TickMonitorRun, ASlowHandlerIsNamedAsTheCulpritOfTheWorstPass) {
     ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
     EXPECT_TRUE(contains(run.out, "Handler time (measured by the scheduler, per call)")) << run.out;
     EXPECT_TRUE(contains(run.out, "culprit tickmon-handler-2 (")) << run.out;
-    const json_reader::Value doc = json_reader::parse(TemporaryDirectory::read(files.file("run.json")));
-    const json_reader::Value& worst = doc["handler_time"]["worst_pass"];
-    EXPECT_EQ(worst["culprit"].text, "tickmon-handler-2");
-    EXPECT_GE(worst["culprit_ns"].number, 3e6);
-    EXPECT_GE(worst["duration_ns"].number, worst["culprit_ns"].number);
-    for (const json_reader::Value& handler : doc["handler_time"]["handlers"].items) {
-        if (handler["name"].text == "tickmon-handler-2") {
-            EXPECT_GE(handler["min_ns"].number, 3e6);
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    const nlohmann::json& worst = doc.at("handler_time").at("worst_pass");
+    EXPECT_EQ(worst.at("culprit").get<std::string>(), "tickmon-handler-2");
+    EXPECT_GE(worst.at("culprit_ns").get<double>(), 3e6);
+    EXPECT_GE(worst.at("duration_ns").get<double>(), worst.at("culprit_ns").get<double>());
+    for (const nlohmann::json& handler : doc.at("handler_time").at("handlers")) {
+        if (handler.at("name").get<std::string>() == "tickmon-handler-2") {
+            EXPECT_GE(handler.at("min_ns").get<double>(), 3e6);
         }
     }
 }

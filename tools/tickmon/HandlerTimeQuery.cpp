@@ -39,17 +39,19 @@ HandlerTimeReport readHandlerTime(TickHandlers& handlers) {
     if (CTickScheduler_GetSchedulerStatistics(&scheduler) != TickResult::Success || scheduler.enabled == 0) {
         return report;
     }
+    report = HandlerTimeReport{false,
+                               scheduler.passes,
+                               scheduler.overruns,
+                               scheduler.handlerBudgetNs,
+                               scheduler.longestPassNs,
+                               scheduler.longestPassCulprit,
+                               scheduler.longestPassCulpritNs,
+                               {}};
     report.available = appendRow("tickmon-probe", handlers.probe().handle, report);
     for (size_t i = 0; i < handlers.loadCount(); ++i) {
         LoadHandler& load = handlers.load(i);
         report.available = appendRow(load.name, load.handle, report) && report.available;
     }
-    report.passes = scheduler.passes;
-    report.overruns = scheduler.overruns;
-    report.budgetNs = scheduler.handlerBudgetNs;
-    report.longestPassNs = scheduler.longestPassNs;
-    report.culprit = scheduler.longestPassCulprit;
-    report.culpritNs = scheduler.longestPassCulpritNs;
     return report;
 }
 

@@ -43,35 +43,26 @@ std::string formatHandlerTime(const HandlerTimeReport& report) {
     return out;
 }
 
-void writeHandlerTimeJson(JsonWriter& json, const HandlerTimeReport& report) {
-    json.key("handler_time");
+Json handlerTimeJson(const HandlerTimeReport& report) {
     if (!report.available) {
-        json.null();
-        return;
+        return nullptr;
     }
-    json.beginObject();
-    json.key("passes").value(report.passes);
-    json.key("overruns").value(report.overruns);
-    json.key("budget_ns").value(report.budgetNs);
-    json.key("worst_pass").beginObject();
-    json.key("duration_ns").value(report.longestPassNs);
-    json.key("culprit");
-    report.culprit.empty() ? json.null() : json.value(report.culprit);
-    json.key("culprit_ns").value(report.culpritNs);
-    json.endObject();
-    json.key("handlers").beginArray();
+    Json handlers = Json::array();
     for (const HandlerTimeRow& row : report.handlers) {
-        json.beginObject();
-        json.key("name").value(row.name);
-        json.key("calls").value(row.calls);
-        json.key("min_ns").value(row.minNs);
-        json.key("mean_ns").value(row.meanNs);
-        json.key("max_ns").value(row.maxNs);
-        json.key("over_budget").value(row.overBudget);
-        json.endObject();
+        handlers.push_back({{"name", row.name},
+                            {"calls", row.calls},
+                            {"min_ns", row.minNs},
+                            {"mean_ns", row.meanNs},
+                            {"max_ns", row.maxNs},
+                            {"over_budget", row.overBudget}});
     }
-    json.endArray();
-    json.endObject();
+    const Json culprit = report.culprit.empty() ? Json(nullptr) : Json(report.culprit);
+    return {
+        {"passes", report.passes},
+        {"overruns", report.overruns},
+        {"budget_ns", report.budgetNs},
+        {"worst_pass", {{"duration_ns", report.longestPassNs}, {"culprit", culprit}, {"culprit_ns", report.culpritNs}}},
+        {"handlers", handlers}};
 }
 
 }  // namespace tickmon

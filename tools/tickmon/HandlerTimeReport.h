@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "JsonWriter.h"
+#include "JsonRecord.h"
 
 namespace tickmon {
 
@@ -37,7 +37,8 @@ struct HandlerTimeReport {
 /// The "Handler time" section of the text report.
 std::string formatHandlerTime(const HandlerTimeReport& report);
 
-/// The "handler_time" object of the JSON record.
-void writeHandlerTimeJson(JsonWriter& json, const HandlerTimeReport& report);
+/// The "handler_time" object of the JSON record; null when the statistics
+/// could not be read.
+Json handlerTimeJson(const HandlerTimeReport& report);
 
 }  // namespace tickmon

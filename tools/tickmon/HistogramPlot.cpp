@@ -1,10 +1,10 @@
 #include "HistogramPlot.h"
 
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -58,34 +58,30 @@ std::string histogramData(const LatencyHistogram& histogram) {
     return data.str();
 }
 
-/// Runs `program script`; its exit status, or -1 when it could not run.
+/// The program could not be started because there is no such file.
+constexpr int kNotFound = -2;
+/// The status of a spawned child that could not run its program: where the
+/// spawn cannot report the error to the parent itself (under qemu-user, for
+/// one), the child ends with it, as a shell does for a command not found.
+constexpr int kChildCouldNotRun = 127;
+
+/// Runs `program script`, looking `program` up on PATH; its exit status,
+/// kNotFound, or -1 when it could not run otherwise.
 int runProgram(const std::string& program, const std::string& script) {
     char* const arguments[] = {const_cast<char*>(program.c_str()), const_cast<char*>(script.c_str()), nullptr};
     pid_t child = 0;
-    if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
-        return -1;
+    const int spawnError = posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
+    if (spawnError != 0) {
+        return spawnError == ENOENT ? kNotFound : -1;
     }
     int status = 0;
     if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) {
         return -1;
     }
-    return WEXITSTATUS(status);
+    return WEXITSTATUS(status) == kChildCouldNotRun ? kNotFound : WEXITSTATUS(status);
 }
 
 }  // namespace
-
-std::optional<std::string> findOnPath(const std::string& program, const std::string& searchPath) {
-    std::istringstream directories(searchPath);
-    std::string directory;
-    while (std::getline(directories, directory, ':')) {
-        const std::string candidate = (directory.empty() ? std::string(".") : directory) + "/" + program;
-        struct stat info {};
-        if (stat(candidate.c_str(), &info) == 0 && S_ISREG(info.st_mode) && access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return std::nullopt;
-}
 
 std::string gnuplotScript(const std::string& dataPath, const std::string& pngPath, const std::string& title) {
     // Paths and title go into single-quoted gnuplot strings, where only a
@@ -111,24 +107,23 @@ std::string gnuplotScript(const std::string& dataPath, const std::string& pngPat
 }
 
 PlotOutcome plotHistogram(const LatencyHistogram& histogram, const std::string& pngPath, const std::string& title,
-                          const std::string& searchPath) {
+                          const std::string& gnuplot) {
     PlotOutcome outcome;
-    const std::optional<std::string> gnuplot = findOnPath("gnuplot", searchPath);
-    if (!gnuplot) {
-        outcome.message = "--plot: gnuplot is not installed (not found on PATH); no picture written to " + pngPath +
-                          " (the run is not affected)";
-        return outcome;
-    }
     const TemporaryFile data(histogramData(histogram));
     const TemporaryFile script(gnuplotScript(data.path(), pngPath, title));
     if (!data.valid() || !script.valid()) {
         outcome.message = "--plot: could not write gnuplot's input files; no picture written to " + pngPath;
         return outcome;
     }
-    const int status = runProgram(*gnuplot, script.path());
+    const int status = runProgram(gnuplot, script.path());
+    if (status == kNotFound) {
+        outcome.message = "--plot: gnuplot is not installed (not found on PATH); no picture written to " + pngPath +
+                          " (the run is not affected)";
+        return outcome;
+    }
     if (status != 0) {
         outcome.message =
-            "--plot: " + *gnuplot + " failed (status " + std::to_string(status) + "); no picture written to " + pngPath;
+            "--plot: " + gnuplot + " failed (status " + std::to_string(status) + "); no picture written to " + pngPath;
         return outcome;
     }
     outcome.drawn = true;

@@ -3,16 +3,11 @@
 // picture never fails a run.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "LatencyHistogram.h"
 
 namespace tickmon {
-
-/// The first executable `program` in the directories of `searchPath` (a
-/// PATH-style list); none when it is not there.
-std::optional<std::string> findOnPath(const std::string& program, const std::string& searchPath);
 
 /// The gnuplot commands that draw the histogram in `dataPath` (lines of
 /// "<microseconds> <count>") into `pngPath`.
@@ -24,8 +19,9 @@ struct PlotOutcome {
     std::string message;
 };
 
-/// Draws `histogram` into `pngPath` with the gnuplot found on `searchPath`.
+/// Draws `histogram` into `pngPath` with `gnuplot`: a program name looked up
+/// on PATH as the shell does (posix_spawnp), or a path.
 PlotOutcome plotHistogram(const LatencyHistogram& histogram, const std::string& pngPath, const std::string& title,
-                          const std::string& searchPath);
+                          const std::string& gnuplot = "gnuplot");
 
 }  // namespace tickmon

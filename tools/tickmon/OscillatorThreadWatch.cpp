@@ -1,12 +1,12 @@
 #include "OscillatorThreadWatch.h"
 
-#include <time.h>
-
 #include <vector>
 
-#include "MonotonicClock.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace tickmon {
+
+using zyn_support::monotonicNowNs;
 
 bool OscillatorThreadWatch::begin(int64_t timeoutNs) {
     const int64_t giveUp = monotonicNowNs() + timeoutNs;
@@ -19,8 +19,7 @@ bool OscillatorThreadWatch::begin(int64_t timeoutNs) {
         if (monotonicNowNs() >= giveUp) {
             return false;
         }
-        const timespec pause{0, 1000000};
-        nanosleep(&pause, nullptr);
+        zyn_support::sleepForNs(zyn_support::kNanosecondsPerMillisecond);
     }
     startCpu = readThreadCpuTime(tid);
     startNs = monotonicNowNs();

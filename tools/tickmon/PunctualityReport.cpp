@@ -42,57 +42,32 @@ std::string formatPunctuality(const PunctualityReport& report) {
     return out;
 }
 
-void writeSystemJson(JsonWriter& json, const std::vector<SystemFinding>& findings) {
-    json.beginObject();
+Json systemJson(const std::vector<SystemFinding>& findings) {
+    Json system = Json::object();
     for (const SystemFinding& f : findings) {
-        json.key(f.key).beginObject();
-        json.key("value").value(f.value);
-        json.key("costs_latency").value(f.costsLatency);
-        json.key("advice");
-        f.costsLatency ? json.value(f.advice) : json.null();
-        json.endObject();
+        system[f.key] = {{"value", f.value},
+                         {"costs_latency", f.costsLatency},
+                         {"advice", f.costsLatency ? Json(f.advice) : Json(nullptr)}};
     }
-    json.endObject();
+    return system;
 }
 
-void writePunctualityJson(JsonWriter& json, const PunctualityReport& report) {
-    json.key("punctuality").beginObject();
-    json.key("cpu_latency_request").beginObject();
-    json.key("held").value(report.cpuLatencyHeld);
-    json.key("us");
-    report.cpuLatencyUs ? json.value(static_cast<uint64_t>(*report.cpuLatencyUs)) : json.null();
-    json.key("detail").value(report.cpuLatency);
-    json.endObject();
-    json.key("memory_locked").value(report.memoryLocked);
-    json.key("memory_lock").value(report.memoryLock);
-    json.key("requested_cpus").beginArray();
-    for (const uint32_t cpu : report.requestedCpus) {
-        json.value(cpu);
-    }
-    json.endArray();
-    json.key("allowed_cpus").beginArray();
-    for (const uint32_t cpu : report.allowedCpus) {
-        json.value(cpu);
-    }
-    json.endArray();
-    json.key("last_cpu");
-    report.lastCpu ? json.value(*report.lastCpu) : json.null();
-    json.key("break_trace");
+Json punctualityJson(const PunctualityReport& report) {
+    Json breakTrace = nullptr;
     if (report.breakTraceUs) {
-        json.beginObject();
-        json.key("threshold_us").value(*report.breakTraceUs);
-        json.key("tracefs").value(report.tracefs);
-        json.key("broke").value(report.breakTrace.broke);
-        json.key("tick").value(report.breakTrace.tick);
-        json.key("latency_ns").value(report.breakTrace.latencyNs);
-        json.key("error").value(report.breakTrace.error);
-        json.endObject();
-    } else {
-        json.null();
+        breakTrace = {{"threshold_us", *report.breakTraceUs},      {"tracefs", report.tracefs},
+                      {"broke", report.breakTrace.broke},          {"tick", report.breakTrace.tick},
+                      {"latency_ns", report.breakTrace.latencyNs}, {"error", report.breakTrace.error}};
     }
-    json.endObject();
-    json.key("system");
-    writeSystemJson(json, report.system);
+    return {
+        {"cpu_latency_request",
+         {{"held", report.cpuLatencyHeld}, {"us", valueOrNull(report.cpuLatencyUs)}, {"detail", report.cpuLatency}}},
+        {"memory_locked", report.memoryLocked},
+        {"memory_lock", report.memoryLock},
+        {"requested_cpus", report.requestedCpus},
+        {"allowed_cpus", report.allowedCpus},
+        {"last_cpu", valueOrNull(report.lastCpu)},
+        {"break_trace", breakTrace}};
 }
 
 }  // namespace tickmon

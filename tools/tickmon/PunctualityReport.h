@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "BreakTrace.h"
-#include "JsonWriter.h"
+#include "JsonRecord.h"
 #include "SystemReadiness.h"
 
 namespace tickmon {
@@ -37,10 +37,10 @@ struct PunctualityReport {
 /// The "Punctuality" section and the System section, as report text.
 std::string formatPunctuality(const PunctualityReport& report);
 
-/// The "punctuality" and "system" members of the JSON record.
-void writePunctualityJson(JsonWriter& json, const PunctualityReport& report);
+/// The "punctuality" object of the JSON record.
+Json punctualityJson(const PunctualityReport& report);
 
-/// The System section alone as a JSON record (for --system --json).
-void writeSystemJson(JsonWriter& json, const std::vector<SystemFinding>& findings);
+/// The "system" object of the JSON record (alone for --system --json).
+Json systemJson(const std::vector<SystemFinding>& findings);
 
 }  // namespace tickmon

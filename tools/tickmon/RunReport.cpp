@@ -4,8 +4,6 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "JsonWriter.h"
-
 namespace tickmon {
 namespace {
 
@@ -192,111 +190,80 @@ std::string formatReport(const RunReport& report) {
 
 namespace {
 
-void writeSettings(JsonWriter& json, const MonitorOptions& o) {
-    json.key("settings").beginObject();
-    json.key("duration_ns");
-    o.durationNs ? json.value(*o.durationNs) : json.null();
-    json.key("ticks");
-    o.ticks ? json.value(*o.ticks) : json.null();
-    json.key("priority").value(o.priority);
-    json.key("handlers").value(o.handlerCount);
-    json.key("intervals").beginArray();
-    for (const uint32_t interval : o.intervals) {
-        json.value(interval);
-    }
-    json.endArray();
-    json.key("work_ns").value(o.workNs);
-    json.key("work_per_handler_ns").beginArray();
-    for (const int64_t ns : o.workPerHandler) {
-        json.value(ns);
-    }
-    json.endArray();
-    json.key("trace_level");
-    o.traceLevel ? json.value(*o.traceLevel) : json.null();
-    json.key("histogram_buckets").value(o.histogramBuckets);
-    json.key("inject_fault").value(o.injectFault);
-    json.endObject();
+Json settingsJson(const MonitorOptions& o) {
+    return {{"duration_ns", valueOrNull(o.durationNs)},
+            {"ticks", valueOrNull(o.ticks)},
+            {"priority", o.priority},
+            {"handlers", o.handlerCount},
+            {"intervals", o.intervals},
+            {"work_ns", o.workNs},
+            {"work_per_handler_ns", o.workPerHandler},
+            {"trace_level", valueOrNull(o.traceLevel)},
+            {"histogram_buckets", o.histogramBuckets},
+            {"inject_fault", o.injectFault}};
 }
 
-void writeTicks(JsonWriter& json, const TickAnalysis& t) {
-    json.key("period_ns").beginObject();
-    json.key("count").value(t.period.count);
-    json.key("expected").value(t.periodNs);
-    json.key("min").value(t.period.min);
-    json.key("mean").value(t.period.mean);
-    json.key("max").value(t.period.max);
-    json.key("stddev").value(t.period.stddev);
-    json.endObject();
-    json.key("latency_ns").beginObject();
-    json.key("count").value(t.latency.count);
-    json.key("min").value(t.latency.min);
-    json.key("mean").value(t.latency.mean);
-    json.key("p50").value(t.latency.p50);
-    json.key("p99").value(t.latency.p99);
-    json.key("p99_9").value(t.latency.p999);
-    json.key("max").value(t.latency.max);
-    json.endObject();
-    json.key("ticks").beginObject();
-    json.key("recorded").value(t.recordedTicks);
-    json.key("expected").value(t.expectedTicks);
-    json.key("missed").value(t.missedTicks);
-    json.key("before_their_grid_point").value(t.ticksBeforeTheirGridPoint);
-    json.key("on_a_grid_point_already_ticked").value(t.ticksOnAGridPointAlreadyTicked);
-    json.endObject();
-    json.key("grid").beginObject();
-    json.key("origin_ns").value(t.grid.originNs);
-    json.key("period_ns").value(t.grid.periodNs);
-    json.key("generation").value(t.grid.generation);
-    json.endObject();
+Json periodJson(const TickAnalysis& t) {
+    return {{"count", t.period.count}, {"expected", t.periodNs}, {"min", t.period.min},
+            {"mean", t.period.mean},   {"max", t.period.max},    {"stddev", t.period.stddev}};
 }
 
-void writeHandlers(JsonWriter& json, const std::vector<HandlerVerdict>& handlers) {
-    json.key("handlers").beginArray();
+Json latencyJson(const LatencySummary& l) {
+    return {{"count", l.count}, {"min", l.min},    {"mean", l.mean}, {"p50", l.p50},
+            {"p99", l.p99},     {"p99_9", l.p999}, {"max", l.max}};
+}
+
+Json ticksJson(const TickAnalysis& t) {
+    return {{"recorded", t.recordedTicks},
+            {"expected", t.expectedTicks},
+            {"missed", t.missedTicks},
+            {"before_their_grid_point", t.ticksBeforeTheirGridPoint},
+            {"on_a_grid_point_already_ticked", t.ticksOnAGridPointAlreadyTicked}};
+}
+
+Json handlersJson(const std::vector<HandlerVerdict>& handlers) {
+    Json list = Json::array();
     for (const HandlerVerdict& h : handlers) {
-        json.beginObject();
-        json.key("name").value(h.name);
-        json.key("interval").value(h.interval);
-        json.key("calls").value(h.calls);
-        json.key("expected").value(h.expected);
-        json.key("ok").value(h.ok);
-        json.endObject();
+        list.push_back(
+            {{"name", h.name}, {"interval", h.interval}, {"calls", h.calls}, {"expected", h.expected}, {"ok", h.ok}});
     }
-    json.endArray();
+    return list;
 }
 
-void writeThread(JsonWriter& json, const OscillatorThreadReport& t) {
-    json.key("oscillator_thread").beginObject();
-    json.key("found").value(t.found);
-    json.key("name").value(t.name);
-    json.key("tid").value(static_cast<int64_t>(t.tid));
-    json.key("policy").value(t.policyName);
-    json.key("priority").value(t.priority);
-    json.key("cpu_ns_per_second");
-    t.cpuMeasured ? json.value(t.cpuNsPerSecond) : json.null();
-    json.key("cpu_source").value(t.cpuSource);
-    json.endObject();
+Json threadJson(const OscillatorThreadReport& t) {
+    return {{"found", t.found},
+            {"name", t.name},
+            {"tid", static_cast<int64_t>(t.tid)},
+            {"policy", t.policyName},
+            {"priority", t.priority},
+            {"cpu_ns_per_second", t.cpuMeasured ? Json(t.cpuNsPerSecond) : Json(nullptr)},
+            {"cpu_source", t.cpuSource}};
 }
 
 }  // namespace
 
 std::string formatJson(const RunReport& report) {
-    JsonWriter json;
-    json.beginObject();
-    json.key("tool").value("zyn-tickmon");
-    json.key("version").value(kJsonRecordVersion);
-    writeSettings(json, report.options);
-    json.key("stop_reason").value(stopReasonName(report.stopReason));
-    json.key("elapsed_ns").value(report.elapsedNs);
-    json.key("passes").value(report.passes);
-    json.key("lost_timestamps").value(report.lostTimestamps);
-    writeTicks(json, report.ticks);
-    writeHandlers(json, report.handlers);
-    writeHandlerTimeJson(json, report.handlerTime);
-    writeThread(json, report.thread);
-    writePunctualityJson(json, report.punctuality);
-    json.key("passed").value(report.passed);
-    json.endObject();
-    return json.text();
+    const TickAnalysis& t = report.ticks;
+    const Json record = {
+        {"tool", "zyn-tickmon"},
+        {"version", kJsonRecordVersion},
+        {"settings", settingsJson(report.options)},
+        {"stop_reason", stopReasonName(report.stopReason)},
+        {"elapsed_ns", report.elapsedNs},
+        {"passes", report.passes},
+        {"lost_timestamps", report.lostTimestamps},
+        {"period_ns", periodJson(t)},
+        {"latency_ns", latencyJson(t.latency)},
+        {"ticks", ticksJson(t)},
+        {"grid", {{"origin_ns", t.grid.originNs}, {"period_ns", t.grid.periodNs}, {"generation", t.grid.generation}}},
+        {"handlers", handlersJson(report.handlers)},
+        {"handler_time", handlerTimeJson(report.handlerTime)},
+        {"oscillator_thread", threadJson(report.thread)},
+        {"punctuality", punctualityJson(report.punctuality)},
+        {"system", systemJson(report.punctuality.system)},
+        {"passed", report.passed},
+    };
+    return jsonText(record);
 }
 
 }  // namespace tickmon

@@ -5,6 +5,7 @@
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "TickGrid.h"
+#include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
 namespace tickmon {
@@ -69,7 +70,7 @@ void SchedulerSession::shutDown() {
         return;
     }
     shutDownDone = true;
-    platform_host::runPhase(16);
+    platform_host::runPhase(TickModule::Phase::ShutDown);
 }
 
 }  // namespace tickmon

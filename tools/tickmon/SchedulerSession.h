@@ -1,6 +1,7 @@
 // Brings libZynTickScheduler up and down the way a platform process does:
 // both modules initialised, "ITickScheduler" taken from the interface broker,
-// the start-up phases run through the module manager, phase 16 at the end.
+// the start-up phases run through the module manager, the shut-down phase at
+// the end.
 // Nothing is reached through the library's private entry points.
 #pragma once
 
@@ -30,7 +31,7 @@ public:
     /// exported query; false while the oscillator does not run.
     bool publishedGrid(PublishedGrid& grid) const;
 
-    /// Runs the shut-down phase 16 once; later calls do nothing.
+    /// Runs the shut-down phase once; later calls do nothing.
     void shutDown();
 
 private:

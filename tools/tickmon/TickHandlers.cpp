@@ -1,13 +1,13 @@
 #include "TickHandlers.h"
 
-#include "MonotonicClock.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace tickmon {
 namespace {
 
 void onProbeTick(void* context) {
     TickProbe& probe = *static_cast<TickProbe*>(context);
-    probe.recorder.record(monotonicNowNs());
+    probe.recorder.record(zyn_support::monotonicNowNs());
     probe.passes.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -21,10 +21,7 @@ void onLoadTick(void* context) {
 
 }  // namespace
 
-void busyWait(int64_t ns) {
-    const int64_t until = monotonicNowNs() + ns;
-    while (monotonicNowNs() < until) {}
-}
+void busyWait(int64_t ns) { zyn_support::spinUntilNs(zyn_support::monotonicNowNs() + ns); }
 
 TickHandlers::TickHandlers(uint32_t handlerCount, const std::vector<uint32_t>& intervals,
                            const std::vector<int64_t>& workNs, size_t ringCapacity)

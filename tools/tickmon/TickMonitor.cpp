@@ -17,11 +17,10 @@
 #include "CpuPlacement.h"
 #include "HandlerTimeQuery.h"
 #include "HistogramPlot.h"
-#include "JsonWriter.h"
+#include "JsonRecord.h"
 #include "LatencyHistogram.h"
 #include "LiveStatus.h"
 #include "MemoryLock.h"
-#include "MonotonicClock.h"
 #include "OscillatorThreadWatch.h"
 #include "PlatformHost/CpuLatencyHost.h"
 #include "PlatformHost/TraceHost.h"
@@ -30,20 +29,26 @@
 #include "SystemReadiness.h"
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
-#include "TimeSpan.h"
+#include "TickModuleIdentity.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace tickmon {
 namespace {
 
-constexpr int64_t kPeriodNs = 6 * kNanosPerMilli;
+using zyn_support::kNanosecondsPerMicrosecond;
+using zyn_support::kNanosecondsPerMillisecond;
+using zyn_support::kNanosecondsPerSecond;
+using zyn_support::monotonicNowNs;
+
+constexpr int64_t kPeriodNs = 6 * kNanosecondsPerMillisecond;
 /// How long the oscillator thread may take to publish its grid after the
 /// start: it does so before its first sleep.
-constexpr int64_t kGridPublishTimeoutNs = 2 * kNanosPerSecond;
+constexpr int64_t kGridPublishTimeoutNs = 2 * kNanosecondsPerSecond;
 constexpr const char* kOscillatorThreadName = "zyn-ts-osc6";
 /// Timestamps the ring holds between two drains: about six minutes of ticks.
 constexpr size_t kRingCapacity = 65536;
-constexpr int64_t kPollNs = 10 * kNanosPerMilli;
-constexpr int64_t kStatusEveryNs = kNanosPerSecond;
+constexpr int64_t kPollNs = 10 * kNanosecondsPerMillisecond;
+constexpr int64_t kStatusEveryNs = kNanosecondsPerSecond;
 
 volatile sig_atomic_t interrupted = 0;
 
@@ -81,7 +86,7 @@ private:
 };
 
 void sleepNs(int64_t ns) {
-    const timespec pause{static_cast<time_t>(ns / kNanosPerSecond), static_cast<long>(ns % kNanosPerSecond)};
+    const timespec pause = zyn_support::toTimespec(ns);
     nanosleep(&pause, nullptr);  // an interrupt ends it early, as wanted
 }
 
@@ -242,7 +247,7 @@ bool waitForPublishedGrid(const SchedulerSession& session, PublishedGrid& grid) 
         if (monotonicNowNs() >= giveUpNs) {
             return false;
         }
-        sleepNs(kNanosPerMilli);
+        sleepNs(kNanosecondsPerMillisecond);
     }
     return true;
 }
@@ -278,9 +283,7 @@ void writeOutputs(const MonitorOptions& options, const RunReport& report, Output
         files.histogram->close();
     }
     if (!options.plotPath.empty()) {
-        const char* path = std::getenv("PATH");
-        const PlotOutcome plot = plotHistogram(histogram, options.plotPath, "zyn-tickmon: latency after the 6 ms grid",
-                                               path != nullptr ? path : "");
+        const PlotOutcome plot = plotHistogram(histogram, options.plotPath, "zyn-tickmon: latency after the 6 ms grid");
         if (!options.quiet || !plot.drawn) {
             std::fprintf(stderr, "zyn-tickmon: %s\n", plot.message.c_str());
         }
@@ -294,13 +297,7 @@ int runSystemOnly(const MonitorOptions& options, OutputFiles& files) {
         std::fputs(formatSystemSection(findings).c_str() + 1, stdout);  // without the leading blank line
     }
     if (files.json) {
-        JsonWriter json;
-        json.beginObject();
-        json.key("tool").value("zyn-tickmon");
-        json.key("system");
-        writeSystemJson(json, findings);
-        json.endObject();
-        *files.json << json.text();
+        *files.json << jsonText({{"tool", "zyn-tickmon"}, {"system", systemJson(findings)}});
         files.json->close();
     }
     return exit_status::kPassed;
@@ -395,7 +392,7 @@ int runMonitor(const MonitorOptions& options) {
     punctuality.tracefs = tracefs.value_or("");
     std::unique_ptr<BreakTrace> breakTrace;
     if (tracefs && options.breakTraceUs) {
-        breakTrace = std::make_unique<BreakTrace>(*tracefs, *options.breakTraceUs * kNanosPerMicro);
+        breakTrace = std::make_unique<BreakTrace>(*tracefs, *options.breakTraceUs * kNanosecondsPerMicrosecond);
     }
     const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
 
@@ -424,9 +421,10 @@ int runMonitor(const MonitorOptions& options) {
             std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
                          formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
         }
-        bool started = session.runPhase(11, error) && session.runPhase(13, error);
+        bool started =
+            session.runPhase(TickModule::Phase::Configure, error) && session.runPhase(TickModule::Phase::Idle, error);
         startNs = monotonicNowNs();
-        started = started && session.runPhase(14, error);
+        started = started && session.runPhase(TickModule::Phase::StartTicks, error);
         if (!started) {
             handlers.unregisterAll(scheduler);
             return failStartUp(error, session);
@@ -438,7 +436,7 @@ int runMonitor(const MonitorOptions& options) {
         return failStartUp("the scheduler published no tick grid", session);
     }
     OscillatorThreadWatch threadWatch(kOscillatorThreadName);
-    threadWatch.begin(kNanosPerSecond);
+    threadWatch.begin(kNanosecondsPerSecond);
 
     std::vector<int64_t> timestamps;
     StatusPrinter status(!options.quiet);
