@@ -15,6 +15,12 @@ build="$CI_ROOT/build/fuzz"
 programs="$build/fuzz-targets"
 targets=(scheduler fast)
 
+# A build directory that CMake configured from fuzz/ alone, as this step did
+# before the preset, cannot be configured from the top level: start it anew.
+if grep -qs '^CMAKE_HOME_DIRECTORY:INTERNAL=.*/fuzz$' "$build/CMakeCache.txt"; then
+    ci_log "removing $build, configured from fuzz/ alone"
+    rm -rf "$build"
+fi
 ci_preset_build fuzz
 
 # Runs one target; its output goes to build/fuzz/<target>.log.
