@@ -16,10 +16,11 @@ programs="$build/fuzz-targets"
 targets=(scheduler fast)
 
 # A build directory that CMake configured from fuzz/ alone, as this step did
-# before the preset, cannot be configured from the top level: start it anew.
+# before the preset, cannot be configured from the top level: drop its
+# configuration (corpora and artifacts stay).
 if grep -qs '^CMAKE_HOME_DIRECTORY:INTERNAL=.*/fuzz$' "$build/CMakeCache.txt"; then
-    ci_log "removing $build, configured from fuzz/ alone"
-    rm -rf "$build"
+    ci_log "dropping the configuration of $build, made from fuzz/ alone"
+    rm -rf "$build/CMakeCache.txt" "$build/CMakeFiles"
 fi
 ci_preset_build fuzz
 
