@@ -16,12 +16,10 @@ arch="${1:-}"
 [[ $# -gt 0 ]] && shift
 case "$arch" in
     armhf)
-        triplet=arm-linux-gnueabihf
         emulator=qemu-arm
         packages=(g++-arm-linux-gnueabihf libc6-dev-armhf-cross)
         ;;
     aarch64)
-        triplet=aarch64-linux-gnu
         emulator=qemu-aarch64
         packages=(g++-aarch64-linux-gnu libc6-dev-arm64-cross)
         ;;
@@ -33,17 +31,9 @@ esac
 # GoogleTest is compiled for the target from Debian's sources in /usr/src.
 ci_ensure_packages "${packages[@]}" qemu-user googletest cmake ninja-build
 
-build_dir="$CI_ROOT/build/$arch"
-ci_log "configuring $build_dir for $triplet"
-cmake -S "$CI_ROOT" -B "$build_dir" -G Ninja \
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DCMAKE_TOOLCHAIN_FILE="$CI_ROOT/cmake/toolchains/$triplet.cmake" >/dev/null
-
-ci_log "building for $triplet"
-cmake --build "$build_dir" --parallel "$(ci_jobs)"
-
-# The toolchain's emulator command sets ZYN_TS_EMULATED as well; setting it
-# here too keeps the skip reason explicit in this run's environment.
+# Presets armhf and aarch64 (CMakePresets.json) name the toolchain file and
+# the build directory build/<arch>; their test presets set the emulator in
+# ZYN_TS_EMULATED and the longer timeout that emulated tests need.
+ci_preset_build "$arch"
 ci_log "testing under $emulator"
-ZYN_TS_EMULATED="$emulator" ctest --test-dir "$build_dir" \
-    --output-on-failure --no-tests=error --timeout 600 --parallel "$(ci_jobs)" "$@"
+ctest --preset "$arch" --parallel "$(ci_jobs)" "$@"

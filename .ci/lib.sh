@@ -5,6 +5,9 @@
 #   ci_die "message"              log and exit 1
 #   ci_ensure_packages pkg...     install the Debian packages that are missing
 #   ci_jobs                       number of parallel build jobs to use
+#   ci_preset_build preset        configure and build a CMake preset
+#   ci_preset_build_and_test preset [launcher...]
+#                                 the same, then its tests
 #   ci_root                       absolute path of the repository
 
 CI_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -66,15 +69,22 @@ ci_jobs() {
     fi
 }
 
-# Configures, builds and tests one CMake preset.
-ci_preset_build_and_test() {
+# Configures and builds one CMake preset.
+ci_preset_build() {
     local preset="$1"
-    shift
     cd "$CI_ROOT" || return 1
     ci_log "configuring preset $preset"
     cmake --preset "$preset" >/dev/null
     ci_log "building preset $preset"
     cmake --build --preset "$preset" --parallel "$(ci_jobs)"
+}
+
+# Configures, builds and tests one CMake preset; the arguments after the
+# preset are put in front of ctest (a launcher such as setarch).
+ci_preset_build_and_test() {
+    local preset="$1"
+    shift
+    ci_preset_build "$preset"
     ci_log "testing preset $preset"
     "$@" ctest --preset "$preset"
 }

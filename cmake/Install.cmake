@@ -25,11 +25,11 @@ set(ZYN_TS_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # Installed clients include "TickScheduler.h" and the binding headers by bare
 # name, as the library's own sources do in the tree.
-target_include_directories(ZynTickScheduler_headers INTERFACE
-    $<INSTALL_INTERFACE:${ZYN_TS_INSTALL_INCLUDEDIR}>
+target_include_directories(ZynTickScheduler_headers INTERFACE $<INSTALL_INTERFACE:${ZYN_TS_INSTALL_INCLUDEDIR}>)
+target_include_directories(ZynTickScheduler_bindings INTERFACE
     $<INSTALL_INTERFACE:${ZYN_TS_INSTALL_BINDINGS_INCLUDEDIR}>)
 
-install(TARGETS ZynTickScheduler ZynTickScheduler_static ZynTickScheduler_headers
+install(TARGETS ZynTickScheduler ZynTickScheduler_static ZynTickScheduler_headers ZynTickScheduler_bindings
     EXPORT ZynTickSchedulerTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         COMPONENT runtime
@@ -129,16 +129,10 @@ endif()
 install(FILES ${PROJECT_SOURCE_DIR}/docs/integration.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT development)
-# Each directory under examples/ is one standalone example project; the
-# examples/CMakeLists.txt beside them only builds them in the tree.
-install(FILES ${PROJECT_SOURCE_DIR}/examples/README.md
+# examples/ is one standalone project (both example client modules, their
+# CMakeLists.txt and Makefile), installed as a whole for clients to copy.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
     COMPONENT development)
-file(GLOB ZYN_TS_EXAMPLE_DIRS LIST_DIRECTORIES true CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*)
-foreach(dir IN LISTS ZYN_TS_EXAMPLE_DIRS)
-    if(IS_DIRECTORY ${dir})
-        install(DIRECTORY ${dir} DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
-    endif()
-endforeach()
 
 include(${PROJECT_SOURCE_DIR}/cmake/Packaging.cmake)

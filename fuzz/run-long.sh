@@ -9,7 +9,7 @@
 # go to build/fuzz/long-artifacts/<target>/. To carry interesting new inputs
 # into the seed corpus, minimise them into it:
 #
-#   build/fuzz/zyn_ts_fuzz_<target> -merge=1 fuzz/corpus/<target> build/fuzz/long-corpus/<target>
+#   build/fuzz/fuzz-targets/zyn_ts_fuzz_<target> -merge=1 fuzz/corpus/<target> build/fuzz/long-corpus/<target>
 #
 # and commit only a handful of the files that merge adds.
 set -euo pipefail
@@ -22,8 +22,8 @@ targets=("$@")
 build="$root/build/fuzz"
 jobs="$(nproc 2>/dev/null || echo 2)"
 
-cmake -S "$root/fuzz" -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" --parallel "$jobs"
+# Preset fuzz builds the fuzz project alone into build/fuzz.
+(cd "$root" && cmake --preset fuzz >/dev/null && cmake --build --preset fuzz --parallel "$jobs")
 
 status=0
 for target in "${targets[@]}"; do
@@ -32,7 +32,7 @@ for target in "${targets[@]}"; do
     mkdir -p "$corpus" "$artifacts"
     echo "fuzzing $target for $seconds s on $jobs cores; corpus $corpus" >&2
     ASAN_OPTIONS="quarantine_size_mb=64:detect_leaks=1" UBSAN_OPTIONS="print_stacktrace=1" \
-        "$build/zyn_ts_fuzz_$target" -fork="$jobs" -ignore_crashes=1 -max_total_time="$seconds" -timeout=30 \
+        "$build/fuzz-targets/zyn_ts_fuzz_$target" -fork="$jobs" -ignore_crashes=1 -max_total_time="$seconds" -timeout=30 \
         -rss_limit_mb=2560 -artifact_prefix="$artifacts/" "$corpus" "$root/fuzz/corpus/$target" || status=1
     if compgen -G "$artifacts/*" >/dev/null; then
         echo "$target: reproducers in $artifacts (run the target on one to see the report)" >&2

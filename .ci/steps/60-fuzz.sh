@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Model-based fuzzing: builds both fuzz targets (clang, libFuzzer, ASan and
-# UBSan) as their own project, then runs each from its seed corpus for
-# CI_FUZZ_SECONDS (default 60). A crash, a sanitizer report or a difference
-# between the library and the target's reference model fails the step; the
-# input that caused it is kept under build/fuzz/artifacts/.
+# UBSan) with preset fuzz, which builds the fuzz project alone, then runs each
+# from its seed corpus for CI_FUZZ_SECONDS (default 60). A crash, a sanitizer
+# report or a difference between the library and the target's reference model
+# fails the step; the input that caused it is kept under build/fuzz/artifacts/.
 set -euo pipefail
 # shellcheck source=.ci/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
@@ -11,12 +11,18 @@ cd "$CI_ROOT"
 
 seconds="${CI_FUZZ_SECONDS:-60}"
 build="$CI_ROOT/build/fuzz"
+# Where the preset's build puts the fuzz project's programs.
+programs="$build/fuzz-targets"
 targets=(scheduler fast)
 
-ci_log "configuring the fuzz targets in $build"
-cmake -S fuzz -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-ci_log "building the fuzz targets"
-cmake --build "$build" --parallel "$(ci_jobs)"
+# A build directory that CMake configured from fuzz/ alone, as this step did
+# before the preset, cannot be configured from the top level: drop its
+# configuration (corpora and artifacts stay).
+if grep -qs '^CMAKE_HOME_DIRECTORY:INTERNAL=.*/fuzz$' "$build/CMakeCache.txt"; then
+    ci_log "dropping the configuration of $build, made from fuzz/ alone"
+    rm -rf "$build/CMakeCache.txt" "$build/CMakeFiles"
+fi
+ci_preset_build fuzz
 
 # Runs one target; its output goes to build/fuzz/<target>.log.
 fuzz_one() {
@@ -26,7 +32,7 @@ fuzz_one() {
     rm -rf "$work" "$artifacts"
     mkdir -p "$work" "$artifacts"
     ASAN_OPTIONS="quarantine_size_mb=64:detect_leaks=1" UBSAN_OPTIONS="print_stacktrace=1" \
-        "$build/zyn_ts_fuzz_$target" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=2560 \
+        "$programs/zyn_ts_fuzz_$target" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=2560 \
         -print_final_stats=1 -artifact_prefix="$artifacts/" "$work" "fuzz/corpus/$target" \
         >"$build/$target.log" 2>&1
 }

@@ -6,9 +6,8 @@
 #include <atomic>
 #include <cstdint>
 
-#include "CModuleManager.h"
+#include "ClientModule.h"
 #include "ITickSchedulerFast.h"
-#include "InterfaceBroker.h"
 #include "TickResultCodes.h"
 
 namespace {
@@ -25,10 +24,6 @@ struct ClientState {
 
 ClientState clientState;
 
-// The records the module manager keeps the addresses of: static storage.
-SPhaseCallbackContext phaseCallbackContext;
-const uint32_t subscribedPhases[] = {12, 16};
-
 // Fast handlers run with the fast scheduler's mutex held, every millisecond:
 // they must be short and must not register or unregister through the
 // locking operations.
@@ -40,72 +35,28 @@ const ITickReceiver receiverA{&clientState, &onTickA};
 const ITickReceiver receiverB{&clientState, &onTickB};
 
 uint32_t registerHandlers(ITickSchedulerFast& scheduler) {
-    uint32_t result = scheduler.RegisterTickHandler(&clientState.handlerA, &receiverA, "FastClientA");
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    result = scheduler.RegisterTickHandler(&clientState.handlerB, &receiverB, "FastClientB");
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    return scheduler.AddGroup(clientState.handlerB, ChannelGroup);
+    return ClientModule_RunUntilError({
+        [&] { return scheduler.RegisterTickHandler(&clientState.handlerA, &receiverA, "FastClientA"); },
+        [&] { return scheduler.RegisterTickHandler(&clientState.handlerB, &receiverB, "FastClientB"); },
+        [&] { return scheduler.AddGroup(clientState.handlerB, ChannelGroup); },
+    });
 }
 
-uint32_t startUp() {
-    // The broker hands out the IInterface part; ITickSchedulerFast derives
-    // from it virtually, so only dynamic_cast finds the whole object.
-    IInterface* found = InterfaceBroker::getInstance()->getInterface("ITickSchedulerFast");
-    ITickSchedulerFast* scheduler = dynamic_cast<ITickSchedulerFast*>(found);
-    if (scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    clientState.scheduler = scheduler;
-    return registerHandlers(*scheduler);
-}
+uint32_t startUp() { return ClientModule_StartUp(clientState.scheduler, "ITickSchedulerFast", &registerHandlers); }
 
+// The fast scheduler keeps its handler list through its own shut-down, so
+// unregistering works whether it saw phase 16 before this module or not.
 uint32_t shutDown() {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Success;
-    }
-    // The fast scheduler keeps its handler list through its own shut-down, so
-    // unregistering works whether it saw phase 16 before this module or not.
-    uint32_t result = clientState.scheduler->UnregisterTickHandler(&clientState.handlerA);
-    const uint32_t resultB = clientState.scheduler->UnregisterTickHandler(&clientState.handlerB);
-    if (!TickResult::isError(result)) {
-        result = resultB;
-    }
-    clientState.scheduler = nullptr;
-    return result;
+    return ClientModule_ShutDown(clientState.scheduler, &clientState.handlerA, &clientState.handlerB);
 }
 
-uint32_t CFastTickClient_OnPhaseActivation(void* /*context*/, uint32_t phase) {
-    switch (phase) {
-        case 12:
-            return startUp();
-        case 16:
-            return shutDown();
-        default:
-            return TickResult::PhaseNotHandled;
-    }
-}
+// The module manager keeps the record's address: static storage.
+SClientModule clientModule{
+    CFastTickClient_ModuleId, "CFastTickClient", "CFastTickClient_OnPhaseActivation", &startUp, &shutDown, {}};
 
 }  // namespace
 
-extern "C" uint32_t CFastTickClient_Initialize(void) {
-    if (TickResult::isPlatformFailure(CModuleManager_RegisterModule(CFastTickClient_ModuleId, "CFastTickClient"))) {
-        return TickResult::ModuleRegistrationFailed;
-    }
-    phaseCallbackContext.context = nullptr;
-    phaseCallbackContext.callback = &CFastTickClient_OnPhaseActivation;
-    // 100, 3 and 0 are the values every module of the platform passes.
-    const uint32_t result = CModuleManager_RegisterCallback(
-        CFastTickClient_ModuleId, "CFastTickClient_OnPhaseActivation", 100, &phaseCallbackContext, 3, 0,
-        subscribedPhases, sizeof(subscribedPhases) / sizeof(subscribedPhases[0]));
-    if (TickResult::isPlatformFailure(result)) {
-        return TickResult::CallbackRegistrationFailed;
-    }
-    return TickResult::Success;
-}
+extern "C" uint32_t CFastTickClient_Initialize(void) { return ClientModule_Register(clientModule); }
 
 extern "C" const STickHandler* CFastTickClient_HandlerA(void) { return clientState.handlerA; }
 

@@ -25,7 +25,8 @@ extern "C" {
 constexpr uint32_t CFastTickClient_ModuleId = 23001;
 
 /// Registers the module and its phase callback. No lock; call once, before
-/// the phases. Results: 0; 32775 module, 32776 callback registration refused.
+/// the phases. Results: TickResult::Success; ModuleRegistrationFailed,
+/// CallbackRegistrationFailed when the module manager refuses.
 uint32_t CFastTickClient_Initialize(void);
 
 /// The handles of the two handlers: both null before phase 12 and after
@@ -38,15 +39,16 @@ uint32_t CFastTickClient_CallsOfA(void);
 uint32_t CFastTickClient_CallsOfB(void);
 
 /// Enables or disables handler A through "ITickSchedulerFast" (no lock: takes
-/// effect from the next tick). Results: those of the interface; 32768 before
-/// phase 12.
+/// effect from the next tick). Results: those of the interface;
+/// TickResult::Failure before phase 12.
 uint32_t CFastTickClient_SetHandlerAEnabled(bool enabled);
 
 /// Enables or disables tick group 1 ("channel 2"), which B belongs to.
-/// Results: those of the interface; 32768 before phase 12.
+/// Results: those of the interface; TickResult::Failure before phase 12.
 uint32_t CFastTickClient_SetChannelEnabled(bool enabled);
 
 /// Asks for a group that does not exist (id 2): the scheduler refuses with
-/// 32782 and changes nothing. 32768 before phase 12.
+/// TickResult::GroupIdOutOfBounds (32782) and changes nothing.
+/// TickResult::Failure before phase 12.
 uint32_t CFastTickClient_AddHandlerBToGroup2(void);
 }

@@ -13,37 +13,19 @@
 #include <cstdio>
 #include <cstring>
 #include <thread>
-#include <vector>
 
 #include "CFastTickClient.h"
+#include "ExampleChecks.h"
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "TickScheduler.h"
 
 namespace {
 
+using example_checks::allPhasesSucceeded;
+using example_checks::check;
+
 constexpr uint32_t GroupBit1 = 1u << 1;
-
-int failures = 0;
-
-void check(bool holds, const char* what) {
-    std::printf("%s: %s\n", holds ? "ok" : "FAILED", what);
-    if (!holds) {
-        ++failures;
-    }
-}
-
-bool allPhasesSucceeded(const std::vector<platform_host::PhaseCallResult>& results) {
-    bool succeeded = true;
-    for (const platform_host::PhaseCallResult& call : results) {
-        if (TickResult::isError(call.result)) {
-            std::printf("phase %u: %s returned %u\n", static_cast<unsigned>(call.phase), call.callbackName.c_str(),
-                        static_cast<unsigned>(call.result));
-            succeeded = false;
-        }
-    }
-    return succeeded;
-}
 
 void checkRegistration(const STickHandler* a, const STickHandler* b) {
     check(std::strcmp(a->name, "FastClientA") == 0 && std::strcmp(b->name, "FastClientB") == 0,
@@ -99,6 +81,5 @@ int main() {
     check(InterfaceBroker::getInstance()->getInterface("ITickSchedulerFast") == nullptr,
           "\"ITickSchedulerFast\" is withdrawn from the broker");
 
-    std::printf("%s\n", failures == 0 ? "fast_tick_client: all checks passed" : "fast_tick_client: some checks FAILED");
-    return failures == 0 ? 0 : 1;
+    return example_checks::verdict("fast_tick_client");
 }

@@ -5,10 +5,9 @@
 #include <atomic>
 #include <cstdint>
 
-#include "CModuleManager.h"
 #include "CTickScheduler.h"
+#include "ClientModule.h"
 #include "ITickScheduler.h"
-#include "InterfaceBroker.h"
 #include "TickResultCodes.h"
 
 namespace {
@@ -30,10 +29,6 @@ struct ClientState {
 
 ClientState clientState;
 
-// The records the module manager keeps the addresses of: static storage.
-SPhaseCallbackContext phaseCallbackContext;
-const uint32_t subscribedPhases[] = {12, 16};
-
 void onFastTick(void* context) {
     static_cast<ClientState*>(context)->fastCalls.fetch_add(1, std::memory_order_relaxed);
 }
@@ -53,83 +48,36 @@ void onSlowTick(void* context) {
 const ITickReceiver fastReceiver{&clientState, &onFastTick};
 const ITickReceiver slowReceiver{&clientState, &onSlowTick};
 
+// Registration appends; a new priority moves the handler in front of the
+// first one with a higher value.
 uint32_t registerHandlers(ITickScheduler& scheduler) {
-    uint32_t result =
-        scheduler.RegisterTickHandler(&clientState.slowHandle, &slowReceiver, SlowInterval, "TickClientSlow");
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    result = scheduler.RegisterTickHandler(&clientState.fastHandle, &fastReceiver, 1, "TickClientFast");
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    // Registration appends; a new priority moves the handler in front of the
-    // first one with a higher value.
-    result = scheduler.SetTickPriority(clientState.fastHandle, FastPriority);
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    result = scheduler.SetTickPriority(clientState.slowHandle, SlowPriority);
-    if (TickResult::isError(result)) {
-        return result;
-    }
-    return scheduler.AddGroup(clientState.slowHandle, ChannelGroup);
+    return ClientModule_RunUntilError({
+        [&] {
+            return scheduler.RegisterTickHandler(&clientState.slowHandle, &slowReceiver, SlowInterval,
+                                                 "TickClientSlow");
+        },
+        [&] { return scheduler.RegisterTickHandler(&clientState.fastHandle, &fastReceiver, 1, "TickClientFast"); },
+        [&] { return scheduler.SetTickPriority(clientState.fastHandle, FastPriority); },
+        [&] { return scheduler.SetTickPriority(clientState.slowHandle, SlowPriority); },
+        [&] { return scheduler.AddGroup(clientState.slowHandle, ChannelGroup); },
+    });
 }
 
-uint32_t startUp() {
-    // The broker hands out the IInterface part; ITickScheduler derives from
-    // it virtually, so only dynamic_cast finds the whole object.
-    IInterface* found = InterfaceBroker::getInstance()->getInterface("ITickScheduler");
-    ITickScheduler* scheduler = dynamic_cast<ITickScheduler*>(found);
-    if (scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    clientState.scheduler = scheduler;
-    return registerHandlers(*scheduler);
-}
+uint32_t startUp() { return ClientModule_StartUp(clientState.scheduler, "ITickScheduler", &registerHandlers); }
 
+// The scheduler's own shut-down empties its handler list without freeing the
+// records, so this module must see phase 16 first (see CTickClient.h).
 uint32_t shutDown() {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Success;
-    }
-    // Unregistering frees the records and clears the handles.
-    uint32_t result = clientState.scheduler->UnregisterTickHandler(&clientState.fastHandle);
-    const uint32_t slowResult = clientState.scheduler->UnregisterTickHandler(&clientState.slowHandle);
-    if (!TickResult::isError(result)) {
-        result = slowResult;
-    }
-    clientState.scheduler = nullptr;
-    return result;
+    return ClientModule_ShutDown(clientState.scheduler, &clientState.fastHandle, &clientState.slowHandle);
 }
 
-uint32_t CTickClient_OnPhaseActivation(void* /*context*/, uint32_t phase) {
-    switch (phase) {
-        case 12:
-            return startUp();
-        case 16:
-            return shutDown();
-        default:
-            return TickResult::PhaseNotHandled;
-    }
-}
+// The module manager keeps the record's address: static storage.
+SClientModule clientModule{
+    CTickClient_ModuleId, "CTickClient", "CTickClient_OnPhaseActivation", &startUp, &shutDown, {}};
 
 }  // namespace
 
-extern "C" uint32_t CTickClient_Initialize(void) {
-    if (TickResult::isPlatformFailure(CModuleManager_RegisterModule(CTickClient_ModuleId, "CTickClient"))) {
-        return TickResult::ModuleRegistrationFailed;
-    }
-    phaseCallbackContext.context = nullptr;
-    phaseCallbackContext.callback = &CTickClient_OnPhaseActivation;
-    // 100, 3 and 0 are the values every module of the platform passes.
-    const uint32_t result = CModuleManager_RegisterCallback(CTickClient_ModuleId, "CTickClient_OnPhaseActivation", 100,
-                                                            &phaseCallbackContext, 3, 0, subscribedPhases,
-                                                            sizeof(subscribedPhases) / sizeof(subscribedPhases[0]));
-    if (TickResult::isPlatformFailure(result)) {
-        return TickResult::CallbackRegistrationFailed;
-    }
-    return TickResult::Success;
-}
+extern "C" uint32_t CTickClient_Initialize(void) { return ClientModule_Register(clientModule); }
 
 extern "C" STickClientCounts CTickClient_ReadCounts(void) {
     const std::unique_lock<std::mutex> tickLock = CTickScheduler_WaitForTickAndLock();

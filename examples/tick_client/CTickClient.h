@@ -28,7 +28,8 @@ extern "C" {
 constexpr uint32_t CTickClient_ModuleId = 23000;
 
 /// Registers the module and its phase callback. No lock; call once, before
-/// the phases. Results: 0; 32775 module, 32776 callback registration refused.
+/// the phases. Results: TickResult::Success; ModuleRegistrationFailed,
+/// CallbackRegistrationFailed when the module manager refuses.
 uint32_t CTickClient_Initialize(void);
 
 /// A consistent snapshot of what the handlers have seen.
@@ -49,7 +50,7 @@ STickClientCounts CTickClient_ReadCounts(void);
 /// Disables or enables tick group 0 ("channel 1") through "ITickScheduler".
 /// Once it returns no tick pass calls the slow handler any more (resp. it is
 /// called again on its own ticks). Results: those of DisableTickGroup and
-/// EnableTickGroup; 32768 before phase 12.
+/// EnableTickGroup; TickResult::Failure before phase 12.
 uint32_t CTickClient_SetChannelEnabled(bool enabled);
 
 /// True from phase 12 until phase 16 when both handlers are registered.

@@ -8,41 +8,23 @@
 #include <cstdint>
 #include <cstdio>
 #include <thread>
-#include <vector>
 
 #include "CTickClient.h"
+#include "ExampleChecks.h"
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "TickScheduler.h"
 
 namespace {
 
+using example_checks::allPhasesSucceeded;
+using example_checks::check;
+
 using Clock = std::chrono::steady_clock;
 
 // Generous: ticks come every 6 ms, but a loaded machine may skip some.
 constexpr std::chrono::seconds TickWaitLimit{10};
 constexpr uint32_t TicksPerStep = 20;
-
-int failures = 0;
-
-void check(bool holds, const char* what) {
-    std::printf("%s: %s\n", holds ? "ok" : "FAILED", what);
-    if (!holds) {
-        ++failures;
-    }
-}
-
-bool allPhasesSucceeded(const std::vector<platform_host::PhaseCallResult>& results) {
-    bool succeeded = true;
-    for (const platform_host::PhaseCallResult& call : results) {
-        if (TickResult::isError(call.result)) {
-            std::printf("phase %u: %s returned %u\n", static_cast<unsigned>(call.phase), call.callbackName.c_str(),
-                        static_cast<unsigned>(call.result));
-            succeeded = false;
-        }
-    }
-    return succeeded;
-}
 
 // Waits until the fast handler has run `target` times; the last snapshot.
 STickClientCounts waitForFastCalls(uint32_t target) {
@@ -113,6 +95,5 @@ int main() {
     check(InterfaceBroker::getInstance()->getInterface("ITickScheduler") == nullptr,
           "\"ITickScheduler\" is withdrawn from the broker");
 
-    std::printf("%s\n", failures == 0 ? "tick_client: all checks passed" : "tick_client: some checks FAILED");
-    return failures == 0 ? 0 : 1;
+    return example_checks::verdict("tick_client");
 }

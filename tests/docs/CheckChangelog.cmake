@@ -4,7 +4,7 @@
 #
 #   cmake -DCHANGELOG=CHANGELOG.md -DVERSION=1.0.0 -P CheckChangelog.cmake
 
-cmake_minimum_required(VERSION 3.16)
+cmake_minimum_required(VERSION 3.21)
 
 file(STRINGS ${CHANGELOG} headings REGEX "^## \\[")
 set(found FALSE)

@@ -4,7 +4,7 @@
 #
 #   cmake -DDOXYGEN=... -DDOXYFILE=... -DOUTPUT_DIR=... -P GenerateApiReference.cmake
 
-cmake_minimum_required(VERSION 3.16)
+cmake_minimum_required(VERSION 3.21)
 
 if(NOT DOXYGEN OR NOT EXISTS "${DOXYGEN}")
     message(FATAL_ERROR "doxygen was not found when the build was configured: install it "

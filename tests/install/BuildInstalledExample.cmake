@@ -1,6 +1,6 @@
-# Builds one example against the package installed in PREFIX, the way a
-# client project would, and runs it: the example must report that all its
-# checks passed.
+# Builds the example project against the package installed in PREFIX, the
+# way a client project would, and runs one of its programs (EXAMPLE): the
+# program must report that all its checks passed.
 #
 #   cmake -DEXAMPLE=tick_client -DEXAMPLE_SOURCE_DIR=... -DMETHOD=find_package
 #         -DWORK_DIR=... -DPREFIX=... -DLIBDIR=lib -DCXX_COMPILER=c++ [-DGENERATOR=Ninja]
@@ -9,9 +9,9 @@
 #         -P BuildInstalledExample.cmake
 #
 # METHOD: find_package (the shared library), find_package_static (the static
-# archive) or pkg-config (the example's Makefile).
+# archive) or pkg-config (the examples' Makefile).
 
-cmake_minimum_required(VERSION 3.16)
+cmake_minimum_required(VERSION 3.21)
 
 foreach(required EXAMPLE EXAMPLE_SOURCE_DIR METHOD WORK_DIR PREFIX LIBDIR CXX_COMPILER)
     if(NOT DEFINED ${required} OR "${${required}}" STREQUAL "")
@@ -71,8 +71,7 @@ if(METHOD MATCHES "^find_package")
         list(APPEND configureArgs -DCMAKE_PREFIX_PATH=${PREFIX})
     endif()
     if(METHOD STREQUAL "find_package_static")
-        string(TOUPPER ${EXAMPLE} option)
-        list(APPEND configureArgs -D${option}_STATIC=ON)
+        list(APPEND configureArgs -DTICK_CLIENTS_STATIC=ON)
     endif()
     run_step("configuring ${EXAMPLE}" ${CMAKE_COMMAND} ${configureArgs})
 
@@ -84,7 +83,7 @@ if(METHOD MATCHES "^find_package")
         message(FATAL_ERROR "find_package used ${foundAt}, not the installed package ${expectedAt}")
     endif()
 
-    run_step("building ${EXAMPLE}" ${CMAKE_COMMAND} --build ${buildDir})
+    run_step("building ${EXAMPLE}" ${CMAKE_COMMAND} --build ${buildDir} --target ${EXAMPLE})
     set(program ${buildDir}/${EXAMPLE})
 elseif(METHOD STREQUAL "pkg-config")
     find_program(pkgConfig NAMES pkg-config pkgconf)
@@ -98,7 +97,7 @@ elseif(METHOD STREQUAL "pkg-config")
     set(ENV{CXX} ${CXX_COMPILER})
     set(ENV{CXXFLAGS} "-O2 -g ${sanitizerFlags}")
     set(ENV{LDFLAGS} "${sanitizerFlags}")
-    run_step("building ${EXAMPLE} with make" ${make} -f ${EXAMPLE_SOURCE_DIR}/Makefile)
+    run_step("building ${EXAMPLE} with make" ${make} -f ${EXAMPLE_SOURCE_DIR}/Makefile ${EXAMPLE})
     set(program ${WORK_DIR}/${EXAMPLE})
 else()
     message(FATAL_ERROR "unknown METHOD ${METHOD}")

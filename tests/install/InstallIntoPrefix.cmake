@@ -7,7 +7,7 @@
 #         -DLIBDIR=lib -DINCLUDEDIR=include -DBINDIR=bin -DWITH_TOOLS=1
 #         [-DEMULATOR=a|b|c] -P InstallIntoPrefix.cmake
 
-cmake_minimum_required(VERSION 3.16)
+cmake_minimum_required(VERSION 3.21)
 
 foreach(required SOURCE_DIR BUILD_DIR PREFIX PROJECT_VERSION ABI_VERSION LIBDIR INCLUDEDIR BINDIR)
     if(NOT DEFINED ${required} OR "${${required}}" STREQUAL "")
@@ -75,6 +75,22 @@ expect("linker name libZynTickScheduler.so" IS_SYMLINK ${lib}/libZynTickSchedule
 expect("static archive" EXISTS ${lib}/libZynTickScheduler_static.a)
 expect("CMake package" EXISTS ${cmakeDir}/ZynTickSchedulerConfig.cmake)
 expect("CMake targets of the host platform" EXISTS ${cmakeDir}/ZynTickSchedulerHostTargets.cmake)
+# Every installed target asks its users for C++17, and none points into the
+# library's private sources.
+foreach(targets ZynTickSchedulerTargets ZynTickSchedulerHostTargets)
+    set(targetsFile ${cmakeDir}/${targets}.cmake)
+    if(EXISTS ${targetsFile})
+        file(STRINGS ${targetsFile} declaredTargets REGEX "^add_library\\(")
+        file(STRINGS ${targetsFile} cxx17Targets REGEX "INTERFACE_COMPILE_FEATURES \"cxx_std_17\"")
+        list(LENGTH declaredTargets declaredCount)
+        list(LENGTH cxx17Targets cxx17Count)
+        expect("cxx_std_17 on each of the ${declaredCount} targets of ${targets}.cmake (${cxx17Count} have it)"
+            cxx17Count EQUAL declaredCount)
+        file(STRINGS ${targetsFile} privatePaths REGEX "TickScheduler/private")
+        list(LENGTH privatePaths privatePathCount)
+        expect("no private directory in ${targets}.cmake (${privatePaths})" privatePathCount EQUAL 0)
+    endif()
+endforeach()
 expect("zyntickscheduler.pc" EXISTS ${lib}/pkgconfig/zyntickscheduler.pc)
 expect("zynplatformhost.pc" EXISTS ${lib}/pkgconfig/zynplatformhost.pc)
 if(WITH_TOOLS)

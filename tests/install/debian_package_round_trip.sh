@@ -57,17 +57,19 @@ log "installing ${packages[*]}"
 DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${debs[@]}" >/dev/null
 
 examples=/usr/share/doc/ZynTickScheduler/examples
-for example in tick_client fast_tick_client; do
-    log "$example with find_package"
-    cmake -S "$examples/$example" -B "$work_dir/$example-cmake" >/dev/null
-    cmake --build "$work_dir/$example-cmake" >/dev/null
-    grep -q '^ZynTickScheduler_DIR:PATH=/usr/' "$work_dir/$example-cmake/CMakeCache.txt"
-    "$work_dir/$example-cmake/$example" | grep -q "^$example: all checks passed$"
+log "the examples with find_package"
+cmake -S "$examples" -B "$work_dir/examples-cmake" >/dev/null
+cmake --build "$work_dir/examples-cmake" >/dev/null
+grep -q '^ZynTickScheduler_DIR:PATH=/usr/' "$work_dir/examples-cmake/CMakeCache.txt"
 
-    log "$example with pkg-config"
-    mkdir -p "$work_dir/$example-make"
-    make -s -C "$work_dir/$example-make" -f "$examples/$example/Makefile" >/dev/null
-    "$work_dir/$example-make/$example" | grep -q "^$example: all checks passed$"
+log "the examples with pkg-config"
+mkdir -p "$work_dir/examples-make"
+make -s -C "$work_dir/examples-make" -f "$examples/Makefile" >/dev/null
+
+for example in tick_client fast_tick_client; do
+    for build in cmake make; do
+        "$work_dir/examples-$build/$example" | grep -q "^$example: all checks passed$"
+    done
 done
 
 log "zyn-tickmon from the tools package"

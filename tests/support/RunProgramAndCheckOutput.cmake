@@ -9,7 +9,7 @@
 # Lists travel with "|" between their elements; "\n" in EXPECT stands for a
 # line break.
 
-cmake_minimum_required(VERSION 3.16)
+cmake_minimum_required(VERSION 3.21)
 
 if(NOT PROGRAM OR NOT DEFINED EXPECT)
     message(FATAL_ERROR "usage: cmake -DPROGRAM=... -DEXPECT=... [-DARGS=...] [-DEMULATOR=...] -P ${CMAKE_CURRENT_LIST_FILE}")
