@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "TickOscillator.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
@@ -19,10 +20,6 @@ timespec at(time_t seconds, long nanoseconds) {
     value.tv_sec = seconds;
     value.tv_nsec = nanoseconds;
     return value;
-}
-
-int64_t totalNanoseconds(const timespec& elapsed) {
-    return static_cast<int64_t>(elapsed.tv_sec) * 1000000000 + elapsed.tv_nsec;
 }
 
 /// Both fields as given: the compensation leaves its sums unnormalised, so a
@@ -73,7 +70,8 @@ TEST(TimeDiff, MatchesPlainSubtractionOverASweep) {
                 timespec end = at(1000 + gap, endNs);
                 timespec result{};
                 oscillator.timeDiff(&start, &end, &result);
-                EXPECT_EQ(totalNanoseconds(end) - totalNanoseconds(start), totalNanoseconds(result));
+                EXPECT_EQ(zyn_support::toNanoseconds(end) - zyn_support::toNanoseconds(start),
+                          zyn_support::toNanoseconds(result));
                 EXPECT_GE(result.tv_nsec, 0);
                 EXPECT_LT(result.tv_nsec, 1000000000);
             }

@@ -16,6 +16,7 @@
 #include "PlatformHost/TraceHost.h"
 #include "TraceCapture.h"
 #include "TraceLine.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
@@ -24,9 +25,7 @@ const KivTraceHeader kHeader{"PlatformServices/TickScheduler/private/Example.cpp
 long kernelThreadId() { return static_cast<long>(::syscall(SYS_gettid)); }
 
 double monotonicSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+    return static_cast<double>(zyn_support::monotonicNowNs()) / static_cast<double>(zyn_support::kNanosecondsPerSecond);
 }
 
 TEST(TraceLineTest, MessageCarriesTimestampThreadModuleLevelFunctionAndText) {
