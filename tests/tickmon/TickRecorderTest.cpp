@@ -29,6 +29,20 @@ TEST(TickRecorder, CountsWhatDoesNotFitAsLost) {
     EXPECT_EQ(recorder.lost(), 2u);
 }
 
+TEST(TickRecorder, RoomADrainFreesIsUsedAgainAfterTheRingWasFull) {
+    TickRecorder recorder(4);
+    for (int64_t i = 0; i < 5; ++i) {
+        recorder.record(i);
+    }
+    std::vector<int64_t> out;
+    recorder.drain(out);
+    recorder.record(10);
+    recorder.record(11);
+    recorder.drain(out);
+    EXPECT_EQ(out, (std::vector<int64_t>{0, 1, 2, 3, 10, 11}));
+    EXPECT_EQ(recorder.lost(), 1u);
+}
+
 TEST(TickRecorder, KeepsOrderAcrossTheRingsEnd) {
     TickRecorder recorder(4);
     std::vector<int64_t> out;

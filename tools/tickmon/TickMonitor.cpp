@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "BreakTrace.h"
@@ -191,6 +192,22 @@ int64_t plannedRunNs(const MonitorOptions& options) {
         totalNs = static_cast<int64_t>(*options.ticks) * kPeriodNs;
     }
     return totalNs;
+}
+
+/// Room for every timestamp of a planned run (an hour's worth at most, and
+/// for a run without an end), taken before the first tick: growing the
+/// vector during the run would map fresh locked pages and unmap the old
+/// ones, whose TLB shootdown can reach the tick thread's CPU. A machine
+/// that cannot spare it grows the vector as it goes instead.
+void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& options) {
+    constexpr int64_t kAnHourOfTicks = 3600 * kNanosecondsPerSecond / kPeriodNs;
+    const int64_t plannedNs = plannedRunNs(options);
+    const int64_t plannedTicks = plannedNs == 0 ? kAnHourOfTicks : plannedNs / kPeriodNs + 2;
+    try {
+        timestamps.reserve(static_cast<size_t>(std::min(plannedTicks, kAnHourOfTicks)));
+    } catch (const std::bad_alloc&) {
+        // Reserved as it grows; see above.
+    }
 }
 
 /// Drains timestamps, prints the status and stops on the first of: the
@@ -396,6 +413,8 @@ int runMonitor(const MonitorOptions& options) {
     }
     const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
 
+    std::vector<int64_t> timestamps;
+    reserveTimestamps(timestamps, options);
     SchedulerSession session;
     std::vector<int64_t> work;
     for (size_t i = 0; i < options.handlerCount; ++i) {
@@ -438,7 +457,6 @@ int runMonitor(const MonitorOptions& options) {
     OscillatorThreadWatch threadWatch(kOscillatorThreadName);
     threadWatch.begin(kNanosecondsPerSecond);
 
-    std::vector<int64_t> timestamps;
     StatusPrinter status(!options.quiet);
     const RunLoopResult loop =
         runLoop(options, scheduler, handlers, timestamps, startNs, grid, status, breakTrace.get());

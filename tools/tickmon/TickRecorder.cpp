@@ -19,9 +19,12 @@ TickRecorder::TickRecorder(size_t capacity) : ring(roundUpToPowerOfTwo(capacity 
 
 void TickRecorder::record(int64_t timestampNs) {
     const uint64_t position = written.load(std::memory_order_relaxed);
-    if (position - read.load(std::memory_order_acquire) >= ring.size()) {
-        lostCount.fetch_add(1, std::memory_order_relaxed);
-        return;
+    if (position - readSeenByRecorder >= ring.size()) {
+        readSeenByRecorder = read.load(std::memory_order_acquire);
+        if (position - readSeenByRecorder >= ring.size()) {
+            lostCount.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
     }
     ring[position & mask] = timestampNs;
     written.store(position + 1, std::memory_order_release);

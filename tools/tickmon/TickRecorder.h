@@ -31,11 +31,21 @@ public:
     uint64_t lost() const { return lostCount.load(std::memory_order_relaxed); }
 
 private:
+    /// Keeps what each side writes on a cache line of its own, so that the
+    /// tick thread does not fetch the main thread's line on every tick.
+    static constexpr size_t kCacheLine = 64;
+
     std::vector<int64_t> ring;
     uint64_t mask;
-    std::atomic<uint64_t> written{0};
-    std::atomic<uint64_t> read{0};
+    // Tick thread's line.
+    alignas(kCacheLine) std::atomic<uint64_t> written{0};
+    /// The main thread's read position as the tick thread last saw it: the
+    /// ring has at least this much room, so the shared position is only
+    /// read again when the ring looks full.
+    uint64_t readSeenByRecorder = 0;
     std::atomic<uint64_t> lostCount{0};
+    // Main thread's line.
+    alignas(kCacheLine) std::atomic<uint64_t> read{0};
 };
 
 }  // namespace tickmon

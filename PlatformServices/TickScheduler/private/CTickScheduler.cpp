@@ -111,17 +111,18 @@ __attribute__((always_inline)) inline void callTickFunction(const STickHandler& 
 }
 
 /// The same, timed: the pass records the call's duration once it holds the
-/// mutex again. The entry is looked up before the call, since the call may
-/// unregister its own handler; the entry outlives the pass in any case.
+/// mutex again. The entry is looked up only then, so that nothing but the
+/// clock reading stands between the tick and the handler's call: a record
+/// the call unregisters is retired, not freed, until the pass ends, so its
+/// address still names this handler's entry.
 void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass, const STickHandler& handler,
                            std::unique_lock<std::mutex>& lock) {
-    zyn_ts::HandlerTiming* const entry = state.statistics.entryFor(&handler);
     lock.unlock();
     const int64_t startNs = zyn_ts::statisticsNowNs();
     callTickFunction(handler);
     const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
     lock.lock();
-    state.statistics.recordCall(pass, entry, callNs);
+    state.statistics.recordCall(pass, state.statistics.entryFor(&handler), callNs);
 }
 
 /// One line per overrun that the rate limit lets through.

@@ -91,8 +91,8 @@ bool isHandlerDue(const STickHandler& handler) {
 }
 
 /// Calls the handler and records how long it took. The entry is looked up
-/// before the call: the call may unregister and free its own record, whose
-/// entry stays until the pass ends.
+/// before the call: the call may unregister and free its own record, and a
+/// registration during the call may reuse the address.
 void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
     zyn_ts::HandlerTiming* const entry = fastDispatchStatistics.entryFor(&handler);
     const int64_t startNs = zyn_ts::statisticsNowNs();

@@ -97,7 +97,7 @@ void DispatchStatistics::beginPass(PassTiming& pass) {
 
 HandlerTiming* DispatchStatistics::entryFor(const STickHandler* handler) {
     const auto found = handlers.find(handler);
-    return found == handlers.end() || found->second.removed ? nullptr : &found->second;
+    return found == handlers.end() ? nullptr : &found->second;
 }
 
 void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const {

@@ -93,8 +93,14 @@ public:
 
     /// Tick thread, mutex held. A pass that times itself opens with
     /// beginPass and closes with endPass; in between, each call is timed
-    /// with entryFor (before the call) and recordCall (after it).
+    /// into the handler's entry with recordCall.
     void beginPass(PassTiming& pass);
+    /// The handler's entry, also when the handler was unregistered during the
+    /// open pass (its figures still count for the pass); null when it has
+    /// none. Valid until the pass ends, as long as no record is registered
+    /// at the same address meanwhile: a module whose records are freed at
+    /// once looks the entry up before the call, one whose records outlive
+    /// the pass may look it up after.
     HandlerTiming* entryFor(const STickHandler* handler);
     void recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const;
     OverrunReport endPass(PassTiming& pass);
