@@ -21,8 +21,9 @@
 /// Both records carry their size first: the caller sets it, the library fills
 /// its own fields and leaves any bytes beyond them untouched, so that the
 /// records can grow later. Handler times are those of the tick function
-/// alone; a pass's time runs from its start to its end, so it includes the
-/// scheduler's own work between the calls.
+/// alone; a pass's time runs from the start of its first call to its end,
+/// so it includes the scheduler's own work between and after the calls (a
+/// pass that calls no handler lasts 0).
 #pragma once
 
 #include <cstdint>

@@ -155,6 +155,18 @@ TEST_F(FastStatistics, ResetClearsTheFigures) {
     EXPECT_EQ(schedulerStatistics().enabled, 1u);
 }
 
+TEST_F(FastStatistics, OnlyTheFirstCallsOwnReadingStandsBetweenTheTickAndTheCall) {
+    static uint64_t readingsAtTheCall = 0;
+    TimedClient first("First", 1 * kMs);
+    first.action = [](TimedClient*) { readingsAtTheCall = ScriptedClock::readings(); };
+    registerTimed({&first});
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    const uint64_t readingsBeforeTheTick = ScriptedClock::readings();
+    tick(1);
+    EXPECT_EQ(readingsAtTheCall - readingsBeforeTheTick, 1u);
+    EXPECT_EQ(schedulerStatistics().passes, 1u);
+}
+
 TEST_F(FastStatistics, AHandlerRemovingItselfDuringItsTimedCallIsStillTheCulprit) {
     TimedClient quick("Quick", 100 * kUs);
     TimedClient leaving("Leaving", 3 * kMs);

@@ -140,6 +140,30 @@ TEST_F(StatisticsTest, LongestPassNamesTheHandlerThatTookMostOfIt) {
     EXPECT_EQ(figures.overruns, 1u) << "only the 10 ms pass is longer than 6 ms";
 }
 
+TEST_F(StatisticsTest, OnlyTheFirstCallsOwnReadingStandsBetweenTheTickAndTheCall) {
+    TimedProbe probe("First", {1 * kMs});
+    uint64_t readingsAtTheCall = 0;
+    probe.action = [&readingsAtTheCall] { readingsAtTheCall = ScriptedClock::readings(); };
+    registerProbe(probe, 1);
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    const uint64_t readingsBeforeTheTick = ScriptedClock::readings();
+    tick(1);
+    EXPECT_EQ(readingsAtTheCall - readingsBeforeTheTick, 1u);
+    EXPECT_EQ(schedulerStatistics().passes, 1u);
+}
+
+TEST_F(StatisticsTest, APassThatCallsNoHandlerLastsNothing) {
+    TimedProbe everySecond("EverySecond", {2 * kMs});
+    registerProbe(everySecond, 2);
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    tick(1);
+    ScriptedClock::advance(7 * kMs);
+    tick(1);  // not due
+    EXPECT_EQ(schedulerStatistics().passes, 2u);
+    EXPECT_EQ(schedulerStatistics().longestPassNs, 2 * kMs);
+    EXPECT_EQ(schedulerStatistics().overruns, 0u);
+}
+
 TEST_F(StatisticsTest, OverrunMessageNamesPassCulpritAndIsLimitedToOneASecond) {
     TimedProbe quick("Quick", {1 * kMs});
     TimedProbe slow("Slow", {7 * kMs});

@@ -26,12 +26,22 @@ public:
 
     static void advance(int64_t ns) { nowNs().fetch_add(ns); }
 
+    /// How often the library has read the clock since the process started.
+    static uint64_t readings() { return readingCount().load(); }
+
 private:
     static std::atomic<int64_t>& nowNs() {
         static std::atomic<int64_t> value{0};
         return value;
     }
-    static int64_t read() { return nowNs().load(); }
+    static std::atomic<uint64_t>& readingCount() {
+        static std::atomic<uint64_t> value{0};
+        return value;
+    }
+    static int64_t read() {
+        readingCount().fetch_add(1);
+        return nowNs().load();
+    }
 };
 
 }  // namespace test_support

@@ -6,6 +6,7 @@
 #include "PublishedGrid.h"
 #include "ThreadUtilities.h"
 #include "TickOscillator.h"
+#include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -129,7 +130,7 @@ uint32_t TickOscillator::registerOnTick(ITickReceiver* newReceiver) {
     return TickResult::Success;
 }
 
-uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* result) {
+ZYN_TS_TICK_PATH uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* result) {
     if (start->tv_nsec > end->tv_nsec) {
         result->tv_nsec = kNanosecondsPerSecond - (start->tv_nsec - end->tv_nsec);
         result->tv_sec = end->tv_sec - start->tv_sec - 1;
@@ -140,7 +141,7 @@ uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* resu
     return TickResult::Success;
 }
 
-void TickOscillator::tickCompensation6MS(timespec* elapsed) {
+ZYN_TS_TICK_PATH void TickOscillator::tickCompensation6MS(timespec* elapsed) {
     // 1 s = 166 x 6 ms + 4 ms: each dropped second moves the phase by 4 ms,
     // so s seconds move it by (s mod 3) x 4 ms mod 6 ms = 0, 4 or 2 ms.
     switch (elapsed->tv_sec % 3) {
@@ -155,16 +156,16 @@ void TickOscillator::tickCompensation6MS(timespec* elapsed) {
     }
 }
 
-void TickOscillator::tickCompensation1MS(timespec* /*elapsed*/) {}
+ZYN_TS_TICK_PATH void TickOscillator::tickCompensation1MS(timespec* /*elapsed*/) {}
 
-uint32_t TickOscillator::sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs) {
+ZYN_TS_TICK_PATH uint32_t TickOscillator::sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs) {
     // The nanoseconds stay below 1004000000 after compensation, so the
     // remainder fits the 32-bit signed arithmetic a small target does cheaply.
     const int32_t phase = static_cast<int32_t>(compensatedElapsed.tv_nsec) % static_cast<int32_t>(periodNs);
     return periodNs - static_cast<uint32_t>(phase);
 }
 
-void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
+ZYN_TS_TICK_PATH void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
     timespec current{};
     timespec elapsed{};
     clock_gettime(CLOCK_MONOTONIC, &current);
@@ -184,7 +185,7 @@ void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
 }
 
-void TickOscillator::deliverTick() {
+ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
     if (frozen.load(std::memory_order_relaxed)) {
         return;
     }
@@ -196,7 +197,7 @@ void TickOscillator::deliverTick() {
     target->onTick(target->context);
 }
 
-void TickOscillator::run() {
+ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_ENTER("run");
     timespec startInstant{};
     timespec resolution{};

@@ -22,6 +22,7 @@
 #include "StatisticsClock.h"
 #include "TickGroups.h"
 #include "TickModuleIdentity.h"
+#include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -77,7 +78,7 @@ void preservePassOrder(CTickScheduler& state) {
 }
 
 /// The handler at `position` of the list the running pass walks.
-STickHandler* passHandlerAt(const CTickScheduler& state, size_t position) {
+ZYN_TS_TICK_PATH STickHandler* passHandlerAt(const CTickScheduler& state, size_t position) {
     return state.passWalksCopy ? state.passHandlers[position] : state.tickHandlers[position];
 }
 
@@ -115,10 +116,11 @@ __attribute__((always_inline)) inline void callTickFunction(const STickHandler& 
 /// clock reading stands between the tick and the handler's call: a record
 /// the call unregisters is retired, not freed, until the pass ends, so its
 /// address still names this handler's entry.
-void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass, const STickHandler& handler,
-                           std::unique_lock<std::mutex>& lock) {
+ZYN_TS_TICK_PATH void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass,
+                                            const STickHandler& handler, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const int64_t startNs = zyn_ts::statisticsNowNs();
+    pass.callStarts(startNs);
     callTickFunction(handler);
     const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
     lock.lock();
@@ -147,8 +149,8 @@ __attribute__((always_inline)) inline void advanceCounter(STickHandler& handler)
 /// Walks the handlers of one pass (see CTickScheduler_OnTick); with `Timed`
 /// every call is timed into `pass`.
 template <bool Timed>
-void walkHandlers(CTickScheduler& state, std::unique_lock<std::mutex>& lock, size_t handlerCount,
-                  zyn_ts::PassTiming* pass) {
+ZYN_TS_TICK_PATH void walkHandlers(CTickScheduler& state, std::unique_lock<std::mutex>& lock, size_t handlerCount,
+                                   zyn_ts::PassTiming* pass) {
     for (size_t position = 0; position < handlerCount; ++position) {
         STickHandler* const handler = passHandlerAt(state, position);
         if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
@@ -173,17 +175,17 @@ void walkHandlers(CTickScheduler& state, std::unique_lock<std::mutex>& lock, siz
 
 /// A timed pass, kept out of line: the pass without statistics then stays as
 /// small as it was, and the compiler inlines its helpers as before.
-__attribute__((noinline)) void runTimedPass(CTickScheduler& state, std::unique_lock<std::mutex>& lock,
-                                            size_t handlerCount) {
+ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedPass(CTickScheduler& state, std::unique_lock<std::mutex>& lock,
+                                                             size_t handlerCount) {
     zyn_ts::PassTiming pass;
-    state.statistics.beginPass(pass);
+    state.statistics.beginPass();
     walkHandlers<true>(state, lock, handlerCount, &pass);
     traceOverrun(state.statistics.endPass(pass));
 }
 
 /// Frees what was unregistered during the pass and makes the pass copy big
 /// enough for what was registered during it.
-void finishPassBookkeeping(CTickScheduler& state) {
+ZYN_TS_TICK_PATH void finishPassBookkeeping(CTickScheduler& state) {
     for (STickHandler* record : state.retiredHandlers) {
         delete[] record;
     }
@@ -271,7 +273,7 @@ std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock() {
 
 // ---- Tick pass --------------------------------------------------------------
 
-extern "C" void CTickScheduler_OnTick(void* /*context*/) {
+extern "C" ZYN_TS_TICK_PATH void CTickScheduler_OnTick(void* /*context*/) {
     CTickScheduler& state = tickScheduler;
     std::unique_lock<std::mutex> lock(state.tickMutex);
     if (state.tickHandlers.empty()) {

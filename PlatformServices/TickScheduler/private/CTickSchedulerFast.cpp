@@ -13,6 +13,7 @@
 #include "StatisticsClock.h"
 #include "TickGroups.h"
 #include "TickModuleIdentity.h"
+#include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -83,7 +84,7 @@ uint32_t removeAndFree(STickHandler** handle) {
     return TickResult::Success;
 }
 
-bool isHandlerDue(const STickHandler& handler) {
+ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
     // Exactly 1: any other non-zero value counts as disabled.
     return handler.enabled.load(std::memory_order_relaxed) == 1 &&
            (handler.groupMask.load(std::memory_order_relaxed) &
@@ -93,9 +94,10 @@ bool isHandlerDue(const STickHandler& handler) {
 /// Calls the handler and records how long it took. The entry is looked up
 /// before the call: the call may unregister and free its own record, and a
 /// registration during the call may reuse the address.
-void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
+ZYN_TS_TICK_PATH void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
     zyn_ts::HandlerTiming* const entry = fastDispatchStatistics.entryFor(&handler);
     const int64_t startNs = zyn_ts::statisticsNowNs();
+    pass.callStarts(startNs);
     handler.tickReceiver.onTick(handler.tickReceiver.context);
     fastDispatchStatistics.recordCall(pass, entry, zyn_ts::statisticsNowNs() - startNs);
 }
@@ -120,7 +122,7 @@ void traceOverrun(const zyn_ts::OverrunReport& report) {
 /// With `Timed` every call is timed into `pass`; the untimed instance pays
 /// nothing for them.
 template <bool Timed>
-void dispatchHandlers(zyn_ts::PassTiming* pass) {
+ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::PassTiming* pass) {
     CList* const list = &tickSchedulerFastModule.handlerList;
     CListCursor cursor = nullptr;
     void* element = nullptr;
@@ -154,9 +156,9 @@ void dispatchHandlers(zyn_ts::PassTiming* pass) {
 
 /// A timed dispatch, kept out of line so that the dispatch without
 /// statistics stays as it was.
-__attribute__((noinline)) void runTimedDispatch() {
+ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedDispatch() {
     zyn_ts::PassTiming pass;
-    fastDispatchStatistics.beginPass(pass);
+    fastDispatchStatistics.beginPass();
     dispatchHandlers<true>(&pass);
     traceOverrun(fastDispatchStatistics.endPass(pass));
 }
@@ -266,7 +268,7 @@ extern "C" uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle) 
 
 // ---- Tick ------------------------------------------------------------------
 
-extern "C" void CTickSchedulerFast_OnTick(void* /*context*/) {
+extern "C" ZYN_TS_TICK_PATH void CTickSchedulerFast_OnTick(void* /*context*/) {
     CTickSchedulerFast& module = tickSchedulerFastModule;
     // A tick that cannot take the lock is dropped; the next one tries again.
     if (pthread_mutex_lock(&module.tickMutex) != 0) {

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "StatisticsClock.h"
+#include "TickPath.h"
 
 namespace zyn_ts {
 
@@ -90,17 +91,14 @@ void DispatchStatistics::removeAllHandlers() {
     removedDuringPass = 0;
 }
 
-void DispatchStatistics::beginPass(PassTiming& pass) {
-    passOpen = true;
-    pass.startNs = statisticsNowNs();
-}
+ZYN_TS_TICK_PATH void DispatchStatistics::beginPass() { passOpen = true; }
 
-HandlerTiming* DispatchStatistics::entryFor(const STickHandler* handler) {
+ZYN_TS_TICK_PATH HandlerTiming* DispatchStatistics::entryFor(const STickHandler* handler) {
     const auto found = handlers.find(handler);
     return found == handlers.end() ? nullptr : &found->second;
 }
 
-void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const {
+ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const {
     if (entry == nullptr) {
         return;
     }
@@ -119,8 +117,9 @@ void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int6
     }
 }
 
-OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
+ZYN_TS_TICK_PATH OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
     const int64_t endNs = statisticsNowNs();
+    pass.callStarts(endNs);
     const int64_t passNs = endNs - pass.startNs;
     countPass(pass, passNs);
     if (removedDuringPass != 0) {

@@ -38,10 +38,24 @@ struct HandlerTiming {
 };
 
 /// What a pass remembers while it runs: its start and its longest call.
+/// A pass is timed from the start of its first call to its end (a pass that
+/// calls nothing lasts 0): a clock reading of its own before the walk would
+/// stand between the tick and the first handler, to time only the few
+/// instructions before that handler's own reading.
 struct PassTiming {
+    bool started = false;
     int64_t startNs = 0;
     int64_t longestCallNs = -1;
     char longestCallName[32] = {};
+
+    /// Tick thread, with or without the mutex: takes each call's start
+    /// reading; the first one starts the pass.
+    void callStarts(int64_t nowNs) {
+        if (!started) {
+            started = true;
+            startNs = nowNs;
+        }
+    }
 };
 
 /// What a module traces at the end of an overrunning pass, when one is due.
@@ -94,7 +108,7 @@ public:
     /// Tick thread, mutex held. A pass that times itself opens with
     /// beginPass and closes with endPass; in between, each call is timed
     /// into the handler's entry with recordCall.
-    void beginPass(PassTiming& pass);
+    void beginPass();
     /// The handler's entry, also when the handler was unregistered during the
     /// open pass (its figures still count for the pass); null when it has
     /// none. Valid until the pass ends, as long as no record is registered

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <ctime>
 
+#include "TickPath.h"
+
 namespace zyn_ts {
 
 namespace {
@@ -14,7 +16,7 @@ std::atomic<StatisticsClockSource> installedClock{&monotonicNowNs};
 
 }  // namespace
 
-int64_t monotonicNowNs() {
+ZYN_TS_TICK_PATH int64_t monotonicNowNs() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<int64_t>(now.tv_sec) * kNsPerSecond + static_cast<int64_t>(now.tv_nsec);
@@ -24,6 +26,6 @@ void setStatisticsClock(StatisticsClockSource source) {
     installedClock.store(source != nullptr ? source : &monotonicNowNs, std::memory_order_relaxed);
 }
 
-int64_t statisticsNowNs() { return installedClock.load(std::memory_order_relaxed)(); }
+ZYN_TS_TICK_PATH int64_t statisticsNowNs() { return installedClock.load(std::memory_order_relaxed)(); }
 
 }  // namespace zyn_ts
