@@ -201,8 +201,11 @@ int64_t plannedRunNs(const MonitorOptions& options) {
 /// that cannot spare it grows the vector as it goes instead.
 void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& options) {
     constexpr int64_t kAnHourOfTicks = 3600 * kNanosecondsPerSecond / kPeriodNs;
+    // The loop sees the end of the run up to one poll late, and the run's
+    // first and last grid points may both be ticked.
+    constexpr int64_t kTicksBeyondThePlan = kPollNs / kPeriodNs + 2;
     const int64_t plannedNs = plannedRunNs(options);
-    const int64_t plannedTicks = plannedNs == 0 ? kAnHourOfTicks : plannedNs / kPeriodNs + 2;
+    const int64_t plannedTicks = plannedNs == 0 ? kAnHourOfTicks : plannedNs / kPeriodNs + kTicksBeyondThePlan;
     try {
         timestamps.reserve(static_cast<size_t>(std::min(plannedTicks, kAnHourOfTicks)));
     } catch (const std::bad_alloc&) {

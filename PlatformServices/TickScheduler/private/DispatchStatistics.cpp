@@ -119,8 +119,7 @@ ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerTi
 
 ZYN_TS_TICK_PATH OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
     const int64_t endNs = statisticsNowNs();
-    pass.callStarts(endNs);
-    const int64_t passNs = endNs - pass.startNs;
+    const int64_t passNs = pass.started ? endNs - pass.startNs : 0;
     countPass(pass, passNs);
     if (removedDuringPass != 0) {
         for (auto entry = handlers.begin(); entry != handlers.end();) {
