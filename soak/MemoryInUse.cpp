@@ -8,15 +8,20 @@
 #endif
 #endif
 
+#include "LiveBlocks.h"
+
 #ifdef ZYN_SOAK_SANITIZER_ALLOCATOR
 
 // Part of every sanitizer runtime's allocator interface (GCC installs no
 // header for it).
 extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, size_t),
+                                                         void (*onFree)(const volatile void*));
 
 namespace soak {
 size_t memoryInUse() { return __sanitizer_get_current_allocated_bytes(); }
 const char* memoryCounter() { return "sanitizer allocator"; }
+void watchAllocations() { (void)__sanitizer_install_malloc_and_free_hooks(&blockAllocated, &blockReleased); }
 }  // namespace soak
 
 #else
@@ -39,12 +44,14 @@ void* allocate(size_t size) {
     void* block = std::malloc(size == 0 ? 1 : size);
     if (block != nullptr) {
         bytesInUse.fetch_add(malloc_usable_size(block), std::memory_order_relaxed);
+        soak::blockAllocated(block, size);
     }
     return block;
 }
 
 void release(void* block) {
     if (block != nullptr) {
+        soak::blockReleased(block);
         bytesInUse.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
         std::free(block);
     }
@@ -73,6 +80,8 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept { release(bl
 namespace soak {
 size_t memoryInUse() { return bytesInUse.load(); }
 const char* memoryCounter() { return "operator new/delete"; }
+// The replacements above report every block already.
+void watchAllocations() {}
 }  // namespace soak
 
 #endif

@@ -11,4 +11,8 @@ size_t memoryInUse();
 /// Which allocator memoryInUse() asks, for the report.
 const char* memoryCounter();
 
+/// Routes every allocation and release of the process to the live-block
+/// record (LiveBlocks.h), which ignores them until it is armed.
+void watchAllocations();
+
 }  // namespace soak

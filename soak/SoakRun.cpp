@@ -20,6 +20,7 @@
 #include "ITickScheduler.h"
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
+#include "LiveBlocks.h"
 #include "MemoryInUse.h"
 #include "PassClock.h"
 #include "PlatformHost/ModuleManagerHost.h"
@@ -89,7 +90,10 @@ Schedulers startUp() {
 /// Brings the library's own bookkeeping to the size the churn will need, so
 /// that the heap's starting level is taken with it in place: as many
 /// handlers at once as the soak will ever have, all removing themselves in
-/// the same pass.
+/// the same pass. The fast module cannot be frozen, so its handlers are
+/// called while the later ones register; they hold back their removal until
+/// every handle is published, or a slow registration would leave the peak,
+/// and with it the size of the bookkeeping, short of the churn's.
 void warmUp(const SchedulerApi& api, size_t handlers) {
     PassClock idle(nullptr);
     std::vector<std::unique_ptr<HandlerSlot>> slots;
@@ -109,7 +113,9 @@ void warmUp(const SchedulerApi& api, size_t handlers) {
         const ITickReceiver receiver = slot.receiver();
         check(api.registerHandler(&slot.handle, &receiver, 1, slot.name) == TickResult::Success,
               "warm-up registration failed");
-        slot.handlePublished.store(true);
+    }
+    for (auto& slot : slots) {
+        slot->handlePublished.store(true);
     }
     if (!api.fast) {
         check(api.scheduler->Unfreeze() == TickResult::Success, "Unfreeze failed");
@@ -201,6 +207,7 @@ void printStats(const char* label, const ChurnStats& stats) {
 }  // namespace
 
 int runSoak(const SoakOptions& options) {
+    watchAllocations();
     watchTraces();
     const Schedulers apis = startUp();
     if (apis.scheduler == nullptr || apis.fast == nullptr) {
@@ -223,6 +230,9 @@ int runSoak(const SoakOptions& options) {
     std::vector<ChurnStats> stats;
     stats.reserve(kClients);
     warmUpThreads(kClients);
+    // Armed before the first reading and disarmed before the last, so every
+    // block the difference counts is among those recorded.
+    armLiveBlocks();
     const size_t startingMemory = memoryInUse();
     {
         std::vector<Client> clients;
@@ -272,6 +282,7 @@ int runSoak(const SoakOptions& options) {
             stats.push_back(client.churn->stats());
         }
     }
+    disarmLiveBlocks();
     const size_t endingMemory = memoryInUse();
 
     STickHandler* schedulerHandle = schedulerMetronome.handle;
@@ -295,6 +306,8 @@ int runSoak(const SoakOptions& options) {
     if (endingMemory != startingMemory) {
         Violations::instance().report("heap in use changed by %lld bytes",
                                       static_cast<long long>(endingMemory) - static_cast<long long>(startingMemory));
+        std::fprintf(stderr, "blocks allocated during the run and still live:\n");
+        printLiveBlocks();
     }
     if (tracedLines.load() != 0) {
         Violations::instance().report("%" PRIu64 " error or warning lines traced", tracedLines.load());
