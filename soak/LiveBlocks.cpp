@@ -7,18 +7,7 @@
 #include <cstdio>
 #include <mutex>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZYN_SOAK_SANITIZER_SYMBOLIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ZYN_SOAK_SANITIZER_SYMBOLIZER 1
-#endif
-#endif
-
-#ifdef ZYN_SOAK_SANITIZER_SYMBOLIZER
-// Part of every sanitizer runtime's interface (GCC installs no header for it).
-extern "C" void __sanitizer_symbolize_pc(void* pc, const char* format, char* out, size_t outSize);
-#endif
+#include "SanitizerRuntime.h"
 
 namespace soak {
 
@@ -50,8 +39,25 @@ size_t slotOf(const volatile void* block) {
     return static_cast<size_t>((key * 0x9E3779B97F4A7C15ull) >> (64 - kCapacityBits));
 }
 
+/// Backward-shift deletion: each later entry of the probe run that may move
+/// into the hole does, so that every entry stays reachable from its home
+/// slot. Called with tableMutex held.
+void emptySlot(size_t hole) {
+    for (size_t next = (hole + 1) % kCapacity; table[next].address != nullptr; next = (next + 1) % kCapacity) {
+        const size_t home = slotOf(table[next].address);
+        // It may move unless its home lies after the hole on the way round
+        // to it.
+        const bool movable = hole <= next ? (home <= hole || home > next) : (home <= hole && home > next);
+        if (movable) {
+            table[hole] = table[next];
+            hole = next;
+        }
+    }
+    table[hole] = Block{};
+}
+
 void printFrame(void* pc) {
-#ifdef ZYN_SOAK_SANITIZER_SYMBOLIZER
+#ifdef ZYN_SOAK_SANITIZER_RUNTIME
     char line[512];
     __sanitizer_symbolize_pc(pc, "%p in %f %S", line, sizeof line);
     std::fprintf(stderr, "        %s\n", line);
@@ -109,18 +115,7 @@ void blockReleased(const volatile void* block) {
     for (size_t probe = 0; probe < kCapacity && table[slot].address != nullptr;
          ++probe, slot = (slot + 1) % kCapacity) {
         if (table[slot].address == block) {
-            // Backward-shift deletion keeps every later entry of the probe
-            // run reachable from its home slot.
-            size_t hole = slot;
-            for (size_t next = (hole + 1) % kCapacity; table[next].address != nullptr; next = (next + 1) % kCapacity) {
-                const size_t home = slotOf(table[next].address);
-                const bool movable = hole <= next ? (home <= hole || home > next) : (home <= hole && home > next);
-                if (movable) {
-                    table[hole] = table[next];
-                    hole = next;
-                }
-            }
-            table[hole] = Block{};
+            emptySlot(slot);
             return;
         }
     }

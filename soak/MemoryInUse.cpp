@@ -1,22 +1,9 @@
 #include "MemoryInUse.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZYN_SOAK_SANITIZER_ALLOCATOR 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ZYN_SOAK_SANITIZER_ALLOCATOR 1
-#endif
-#endif
-
 #include "LiveBlocks.h"
+#include "SanitizerRuntime.h"
 
-#ifdef ZYN_SOAK_SANITIZER_ALLOCATOR
-
-// Part of every sanitizer runtime's allocator interface (GCC installs no
-// header for it).
-extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, size_t),
-                                                         void (*onFree)(const volatile void*));
+#ifdef ZYN_SOAK_SANITIZER_RUNTIME
 
 namespace soak {
 size_t memoryInUse() { return __sanitizer_get_current_allocated_bytes(); }
