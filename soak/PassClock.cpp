@@ -49,7 +49,8 @@ void PassClock::onTick(void* context) {
     GridRecord& record = clock->record;
     record.lastNs = now;
     ++record.passes;
-    clock->pass.store(record.passes, std::memory_order_release);
+    // Before the pass reads any handler's state (see current()).
+    (void)clock->pass.exchange(record.passes, std::memory_order_acq_rel);
 }
 
 }  // namespace soak

@@ -43,7 +43,14 @@ public:
     ITickReceiver receiver() { return ITickReceiver{this, &PassClock::onTick}; }
 
     /// The number of the pass running now, or of the last one that ran.
-    uint64_t current() const { return pass.load(std::memory_order_acquire); }
+    /// Read with a read-modify-write that pairs with the one onTick numbers a
+    /// pass with: a client reads the number right after a change the library
+    /// stores without a lock (enable, groups, offset), and with plain loads
+    /// each thread could miss the other's store (the store-buffer pattern),
+    /// so that the change seemed in place a pass before the tick thread could
+    /// see it. Of two read-modify-writes one reads the other's value, which
+    /// orders the change before the pass or the pass before the reading.
+    uint64_t current() const { return pass.fetch_add(0, std::memory_order_acq_rel); }
 
     /// Only once the oscillator has stopped or the metronome is unregistered.
     const GridRecord& grid() const { return record; }
@@ -53,7 +60,7 @@ private:
     void placeOnGrid(int64_t nowNs);
 
     const GridQuery gridQuery;
-    std::atomic<uint64_t> pass{0};
+    mutable std::atomic<uint64_t> pass{0};
     GridRecord record;
 };
 
