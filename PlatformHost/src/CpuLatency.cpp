@@ -1,18 +1,26 @@
 // The CPU wake-up latency request: its setting, its holders and the device.
 //
-// All state is constant-initialised and trivially destructible, so that a
-// thread ending during process exit (after this file's static destructors
-// ran) still finds it usable.
+// The holders are the kernel ids of real-time threads. The host never asks a
+// thread anything: it looks for the thread's /proc entry. (A later thread of
+// this process given the same id, once the kernel's ids wrap around, would
+// extend the hold to its own life.) All state is constant-initialised and
+// trivially destructible, so that the watcher thread still finds it usable
+// during process exit (after static destructors ran).
 
 #include "CpuLatency.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 
 #include "HostTrace.h"
@@ -26,12 +34,16 @@ constexpr const char* kEnvironmentVariable = "ZYN_CPU_LATENCY_US";
 constexpr const char* kDefaultDevice = "/dev/cpu_dma_latency";
 constexpr size_t kPathCapacity = 256;
 constexpr size_t kRefusalCapacity = 256;
+constexpr uint32_t kMaxHolders = 64;  // far more real-time threads than a process runs
+constexpr time_t kWatchIntervalSeconds = 1;
 
 std::mutex stateMutex;
 CpuLatencyRequest request;                // guarded by stateMutex
 bool configured = false;                  // the environment was read
 bool processExiting = false;              // no new opening after exit began
 uint32_t holders = 0;                     // guarded by stateMutex
+pid_t holderIds[kMaxHolders];             // the first `holders` are running
+bool watcherRunning = false;              // guarded by stateMutex
 int deviceFd = -1;                        // open while held
 bool refusalTraced = false;               // one warning per process
 char devicePath[kPathCapacity] = "";      // empty: the default device
@@ -127,25 +139,77 @@ void applyWhileHeld() {
     closeDevice();
 }
 
-}  // namespace
-
-void addCpuLatencyHolder() {
-    const std::lock_guard<std::mutex> lock(stateMutex);
-    configureFromEnvironment();
-    ++holders;
-    if (holders == 1) {
-        applyWhileHeld();
-    }
+bool isRunning(pid_t tid) {
+    char path[48];
+    std::snprintf(path, sizeof path, "/proc/self/task/%d", static_cast<int>(tid));
+    return ::access(path, F_OK) == 0;
 }
 
-void removeCpuLatencyHolder() {
-    const std::lock_guard<std::mutex> lock(stateMutex);
-    if (holders > 0) {
-        --holders;
-    }
+/// Forgets the holders that have ended; the device is closed when none is
+/// left.
+void forgetEndedHolders() {
+    pid_t* const end = std::remove_if(holderIds, holderIds + holders, [](pid_t tid) { return !isRunning(tid); });
+    holders = static_cast<uint32_t>(end - holderIds);
     if (holders == 0) {
         closeDevice();
     }
+}
+
+void* watchHolders(void* /*unused*/) {
+    ::pthread_setname_np(::pthread_self(), "zyn-cpu-latency");
+    for (;;) {
+        const timespec interval{kWatchIntervalSeconds, 0};
+        ::nanosleep(&interval, nullptr);
+        const std::lock_guard<std::mutex> lock(stateMutex);
+        forgetEndedHolders();
+        if (holders == 0) {
+            watcherRunning = false;
+            return nullptr;
+        }
+    }
+}
+
+/// Starts the watcher unless it runs: a detached thread of the normal policy,
+/// whatever the caller's, with every signal blocked, so that it takes none
+/// meant for the application's threads. Without it (no thread could be
+/// created) ended holders are still noticed at the next call.
+void startWatcher() {
+    if (watcherRunning) {
+        return;
+    }
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    ::pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
+    ::pthread_attr_setschedpolicy(&attributes, SCHED_OTHER);
+    sigset_t all;
+    sigset_t previous;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &previous);
+    pthread_t watcher;
+    watcherRunning = ::pthread_create(&watcher, &attributes, &watchHolders, nullptr) == 0;
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    ::pthread_attr_destroy(&attributes);
+}
+
+}  // namespace
+
+bool holdCpuLatencyWhileRunning(pid_t tid) {
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    configureFromEnvironment();
+    forgetEndedHolders();
+    if (std::find(holderIds, holderIds + holders, tid) != holderIds + holders) {
+        return true;
+    }
+    if (holders == kMaxHolders || !isRunning(tid)) {
+        return false;
+    }
+    holderIds[holders++] = tid;
+    if (holders == 1) {
+        applyWhileHeld();
+    }
+    startWatcher();
+    return true;
 }
 
 }  // namespace detail
@@ -192,6 +256,7 @@ CpuLatencyState cpuLatencyState() {
     using namespace detail;
     const std::lock_guard<std::mutex> lock(stateMutex);
     configureFromEnvironment();
+    forgetEndedHolders();
     CpuLatencyState state;
     state.request = request;
     state.holders = holders;

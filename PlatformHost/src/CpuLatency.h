@@ -1,20 +1,17 @@
-// The CPU wake-up latency request inside the host: counted holders and the
-// device they keep open (see PlatformHost/CpuLatencyHost.h).
+// The CPU wake-up latency request inside the host: the real-time threads that
+// hold it and the device they keep open (see PlatformHost/CpuLatencyHost.h).
 #pragma once
 
-#include <pthread.h>
+#include <sys/types.h>
 
 namespace platform_host::detail {
 
-/// One more holder: the device is opened and written when this is the first.
-void addCpuLatencyHolder();
-
-/// One holder fewer: the device is closed when this was the last.
-void removeCpuLatencyHolder();
-
-/// Counts `thread` (of this process) as a holder until it ends; a thread that
-/// already holds is not counted twice. Returns false when the thread could
-/// not be reached (see RealTimeThreadHolders.cpp); it is then not counted.
-bool holdCpuLatencyWhileRunning(pthread_t thread);
+/// Counts the thread with kernel id `tid` (a thread of this process) as a
+/// holder until it ends; a thread that already holds is not counted twice.
+/// The end is seen when /proc/self/task/<tid> is gone: checked whenever a
+/// holder is added or the state is read, and once a second by a watcher
+/// thread that runs while there are holders. Returns false when the thread is
+/// not running or the table of holders is full; it is then not counted.
+bool holdCpuLatencyWhileRunning(pid_t tid);
 
 }  // namespace platform_host::detail

@@ -1,24 +1,22 @@
 // The CPU wake-up latency request held by the host while real-time threads
 // run, observed on a fake device (a regular file or a FIFO).
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "FakeCpuLatencyDevice.h"
 #include "ParkedThread.h"
 #include "PlatformHost/CpuLatencyHost.h"
-#include "PlatformHost/TraceHost.h"
 #include "ThreadUtilities.h"
-#include "TickOscillator.h"
 #include "TraceCapture.h"
 
 namespace {
@@ -29,61 +27,14 @@ using platform_host::cpuLatencyState;
 using platform_host::setCpuLatencyDeviceForTesting;
 using platform_host::setCpuLatencyRequest;
 
-/// Descriptors of this process open on `path` (all of them when empty).
-int openDescriptors(const std::string& path = "") {
-    int count = 0;
-    DIR* directory = ::opendir("/proc/self/fd");
-    while (const dirent* entry = ::readdir(directory)) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        char target[512] = {};
-        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
-        const ssize_t length = ::readlink(link.c_str(), target, sizeof target - 1);
-        if (length > 0 && (path.empty() || path == target)) {
-            ++count;
-        }
-    }
-    ::closedir(directory);
-    return path.empty() ? count - 1 : count;  // not the directory's own
-}
-
-std::vector<int32_t> valuesIn(const std::string& path) {
-    std::vector<int32_t> values;
-    const int fd = ::open(path.c_str(), O_RDONLY);
-    int32_t value = 0;
-    while (::read(fd, &value, sizeof value) == static_cast<ssize_t>(sizeof value)) {
-        values.push_back(value);
-    }
-    ::close(fd);
-    return values;
-}
-
-class CpuLatencyHostTest : public ::testing::Test {
+class CpuLatencyHostTest : public FakeCpuLatencyDeviceTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/cpu-latency-test-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        directory = pattern;
-        device = directory + "/cpu_dma_latency";
-        ::close(::open(device.c_str(), O_CREAT | O_WRONLY, 0600));
-        setCpuLatencyDeviceForTesting(device);
-        setCpuLatencyRequest(CpuLatencyRequest{});
-    }
-    void TearDown() override {
-        ::unlink(device.c_str());
-        ::rmdir(directory.c_str());
-    }
-
     /// A parked thread given a real-time policy, as the oscillator's thread is.
     static std::unique_ptr<ParkedThread> realTimeThread() {
         auto parked = std::make_unique<ParkedThread>();
         setScheduling(parked->thread(), SCHED_RR, 1);
         return parked;
     }
-
-    std::string directory;
-    std::string device;
 };
 
 TEST_F(CpuLatencyHostTest, DefaultRequestOfZeroIsWrittenAndHeldWhileARealTimeThreadRuns) {
@@ -102,8 +53,7 @@ TEST_F(CpuLatencyHostTest, RequestIsReleasedWhenTheThreadEnds) {
 
     parked.reset();
 
-    EXPECT_FALSE(cpuLatencyState().held);
-    EXPECT_EQ(cpuLatencyState().holders, 0u);
+    awaitRequestReleased();
     EXPECT_EQ(openDescriptors(device), 0);
 }
 
@@ -144,9 +94,10 @@ TEST_F(CpuLatencyHostTest, HeldUntilTheLastOfSeveralThreadsEnds) {
     EXPECT_EQ(openDescriptors(device), 1);
 
     first.reset();
+    awaitWithin([] { return cpuLatencyState().holders == 1; }, "the first thread's end being noticed");
     EXPECT_TRUE(cpuLatencyState().held);
     second.reset();
-    EXPECT_FALSE(cpuLatencyState().held);
+    awaitRequestReleased();
 }
 
 TEST_F(CpuLatencyHostTest, ThreadScheduledTwiceHoldsOnce) {
@@ -154,7 +105,7 @@ TEST_F(CpuLatencyHostTest, ThreadScheduledTwiceHoldsOnce) {
     setScheduling(parked->thread(), SCHED_RR, 2);
     EXPECT_EQ(cpuLatencyState().holders, 1u);
     parked.reset();
-    EXPECT_EQ(cpuLatencyState().holders, 0u);
+    awaitRequestReleased();
 }
 
 TEST_F(CpuLatencyHostTest, ThreadWithoutRealTimePolicyHoldsNothing) {
@@ -170,6 +121,7 @@ TEST_F(CpuLatencyHostTest, StartStopCyclesLeaveNoDescriptorOpen) {
         auto parked = realTimeThread();
         ASSERT_EQ(openDescriptors(device), 1);
     }
+    awaitRequestReleased();
     EXPECT_EQ(openDescriptors(), before);
 }
 
@@ -186,7 +138,11 @@ TEST_F(CpuLatencyHostTest, FifoReaderSeesTheValueAndTheReleaseAsEndOfFile) {
     EXPECT_EQ(::read(reader, &value, sizeof value), static_cast<ssize_t>(sizeof value));
     EXPECT_EQ(value, 7);
 
+    // Nothing asks the host after the thread ended: its own watcher notices.
     parked.reset();
+    pollfd hangUp{reader, POLLIN, 0};
+    awaitWithin([&] { return ::poll(&hangUp, 1, 0) == 1 && (hangUp.revents & POLLHUP) != 0; },
+                "the FIFO's writer closing after the thread ended");
     EXPECT_EQ(::read(reader, &value, sizeof value), 0);  // every writer closed
     ::close(reader);
     ::unlink(fifo.c_str());
@@ -208,16 +164,6 @@ TEST_F(CpuLatencyHostTest, RefusedDeviceGivesOneWarningSayingHowToGrantIt) {
     EXPECT_NE(lines[0].find("refused"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find("root"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find("ZYN_CPU_LATENCY_US=off"), std::string::npos) << lines[0];
-}
-
-TEST_F(CpuLatencyHostTest, OscillatorHoldsTheRequestFromStartToStop) {
-    TickOscillator oscillator;
-    ASSERT_EQ(oscillator.initialize(static_cast<ETickDelay>(6), static_cast<ETickPriority>(2)), 0u);
-    ASSERT_EQ(oscillator.start(), 0u);
-    EXPECT_TRUE(cpuLatencyState().held);
-    EXPECT_EQ(oscillator.stop(), 0u);
-    EXPECT_FALSE(cpuLatencyState().held);
-    EXPECT_EQ(openDescriptors(device), 0);
 }
 
 TEST(CpuLatencyParseTest, AcceptsOffAndMicrosecondsInRange) {

@@ -2,18 +2,17 @@
 // stands in for a refused real-time priority.
 
 #include <gtest/gtest.h>
-#include <linux/capability.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
 
+#include "Capabilities.h"
 #include "ParkedThread.h"
+#include "SignalMask.h"
 #include "ThreadUtilities.h"
 
 namespace {
@@ -54,16 +53,24 @@ TEST(ThreadUtilitiesTest, RoundRobinPriorityIsApplied) {
     ParkedThread parked;
     const int refusal = setScheduling(parked.thread(), SCHED_RR, 10);
     if (refusal != 0) {
-        GTEST_SKIP() << "this machine refuses SCHED_RR priority 10 (" << std::strerror(refusal)
-                     << "); RefusedRealTimePriorityLowersTimerSlack covers the refusal";
+        GTEST_SKIP()
+            << "this machine refuses SCHED_RR priority 10 (" << std::strerror(refusal)
+            << "); RefusedRealTimePriorityKeepsPolicyAndLowersTimerSlackWithoutSignallingTheThread covers the refusal";
     }
     int priority = 0;
     EXPECT_EQ(policyOf(parked.thread(), &priority), SCHED_RR);
     EXPECT_EQ(priority, 10);
 }
 
-TEST(ThreadUtilitiesTest, RefusedRealTimePriorityKeepsPolicyAndLowersTimerSlack) {
+TEST(ThreadUtilitiesTest, RefusedRealTimePriorityKeepsPolicyAndLowersTimerSlackWithoutSignallingTheThread) {
+    if (!processMaySetOtherThreadsTimerSlack()) {
+        GTEST_SKIP() << "without CAP_SYS_NICE no thread may set another's timer slack; "
+                        "RefusalForWantOfTheRightLeavesTimerSlackAsItWas covers that case";
+    }
     ParkedThread parked;
+    // A signal sent to the thread would stay pending, and no handler of it
+    // could run and answer.
+    parked.runThere(blockEverySignal);
     ASSERT_GT(parked.ownTimerSlack(), 1u) << "a new thread starts with the default slack";
     const int policyBefore = policyOf(parked.thread());
 
@@ -72,31 +79,18 @@ TEST(ThreadUtilitiesTest, RefusedRealTimePriorityKeepsPolicyAndLowersTimerSlack)
 
     EXPECT_EQ(policyOf(parked.thread()), policyBefore);
     EXPECT_EQ(parked.ownTimerSlack(), 1u);
-    // Reading another thread's slack from /proc takes CAP_SYS_NICE.
-    const std::string fromProc = parked.readProcFile("timerslack_ns");
-    if (!fromProc.empty()) {
-        EXPECT_EQ(fromProc, "1");
-    }
+    int pending = -1;
+    parked.runThere([&pending] { pending = pendingSignalsOfCallingThread(); });
+    EXPECT_EQ(pending, 0) << "a signal was sent to the thread";
 }
 
-// Capabilities are per thread on Linux: this thread can give up the right to
-// real-time scheduling without affecting the rest of the test process.
-bool dropRealTimeRight() {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct data[2]{};
-    if (::syscall(SYS_capget, &header, data) != 0) {
-        return false;
-    }
-    data[CAP_SYS_NICE / 32].effective &= ~(1u << (CAP_SYS_NICE % 32));
-    return ::syscall(SYS_capset, &header, data) == 0;
-}
-
-TEST(ThreadUtilitiesTest, PermissionRefusalLowersTimerSlack) {
+TEST(ThreadUtilitiesTest, RefusalForWantOfTheRightLeavesTimerSlackAsItWas) {
     ParkedThread parked;
+    const unsigned long slackBefore = parked.ownTimerSlack();
     int refusal = 0;
     bool dropped = false;
     std::thread requester([&] {
-        dropped = dropRealTimeRight();
+        dropped = dropCapabilityOfCallingThread(CAP_SYS_NICE);
         refusal = setScheduling(parked.thread(), SCHED_RR, 10);
     });
     requester.join();
@@ -106,7 +100,7 @@ TEST(ThreadUtilitiesTest, PermissionRefusalLowersTimerSlack) {
     }
     EXPECT_EQ(refusal, EPERM);
     EXPECT_NE(policyOf(parked.thread()), SCHED_RR);
-    EXPECT_EQ(parked.ownTimerSlack(), 1u);
+    EXPECT_EQ(parked.ownTimerSlack(), slackBefore);
 }
 
 TEST(ThreadUtilitiesTest, RefusedNonRealTimeRequestLeavesTimerSlackAlone) {

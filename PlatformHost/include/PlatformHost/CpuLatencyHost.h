@@ -9,7 +9,12 @@
 // The host holds that request while at least one real-time thread runs in the
 // process: a thread counts from the moment its real-time scheduling is set
 // through the thread utilities until it ends. The request is released when the
-// last such thread ends, and at process exit.
+// last such thread has ended, and at process exit. The host sees that a thread
+// has ended without involving the thread: its /proc/self/task entry is gone.
+// It looks whenever another real-time thread is added or cpuLatencyState() is
+// called, and once a second on a thread of its own, "zyn-cpu-latency", which
+// runs (with every signal blocked) only while there are holders; so the
+// request lapses at most about a second after the last holder ended.
 //
 // Default: 0 us (the shallowest idle state only). The environment variable
 // ZYN_CPU_LATENCY_US ("off", or microseconds from 0 to 2000000000) changes it
@@ -48,7 +53,8 @@ CpuLatencyRequest cpuLatencyRequest();
 
 struct CpuLatencyState {
     CpuLatencyRequest request;
-    /// Real-time threads of this process that are running.
+    /// Real-time threads of this process that are running (those that ended
+    /// are forgotten by this call).
     uint32_t holders = 0;
     /// The device is open with the request's value written to it.
     bool held = false;
