@@ -20,8 +20,7 @@ std::unique_ptr<CLI::App> demoCommandLine(DemoOptions& options) {
     zyn_cli::addIntegerOption(*app, group, "-p,--priority", "P",
                               "priority class of the tick thread, 0 is SCHED_RR 99 and 4 is SCHED_RR 79; default " +
                                   std::to_string(options.priority) +
-                                  ". Without the right to real-time scheduling the thread keeps its normal policy "
-                                  "with a minimal timer slack",
+                                  ". Without the right to real-time scheduling the thread keeps its normal policy",
                               zyn_cli::IntegerRange<int32_t>{kHighestPriority, kLowestPriority, "highest", "lowest"},
                               options.priority);
     zyn_cli::addIntegerOption(
