@@ -5,14 +5,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <future>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BoundedWait.h"
