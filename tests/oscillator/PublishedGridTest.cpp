@@ -29,7 +29,7 @@ constexpr auto kTickTimeout = std::chrono::seconds(10);
 /// What a reader finds in `grid` now.
 zyn_ts::GridSnapshot readGrid(const zyn_ts::PublishedGrid& grid) {
     zyn_ts::GridSnapshot snapshot;
-    EXPECT_TRUE(grid.read(snapshot)) << "a read with no writer publishing gave up";
+    EXPECT_TRUE(grid.read(snapshot)) << "a read gave up although the grid changed at most once during it";
     return snapshot;
 }
 
