@@ -45,14 +45,23 @@ extern "C" {
 ///   freeze and unfreeze.
 /// - A stop followed by a start publishes a new origin and a generation one
 ///   higher. A repeated initialize with another delay keeps the origin and
-///   the generation and publishes the new period, which applies from the
-///   thread's next sleep.
+///   the generation; the thread publishes the new period when it computes
+///   its next sleep, before that sleep, so no tick on the new period comes
+///   before the record shows it (until then, at most one old period after
+///   initialize returned, the record shows the old period).
+/// - Only the oscillator thread writes the record (at its start, on a new
+///   delay, at its end), and a reader never waits for it: it copies the
+///   record again if the thread republished it meanwhile, up to four times.
+///   Only if the thread republished it seven times or more during each of
+///   the four copies (a reader kept off its CPU for several periods inside
+///   each of them) does the query give up and answer as for a grid never
+///   started: 4098 with every field 0. A tick function's query never does.
 ///
 /// Results: TickResult::Success (0); TickResult::GridNotRunning (4098) not
 /// running; TickResult::NullArgument (32770) when
 /// `grid` is null or `grid->size` is smaller than sizeof(STickGrid) (nothing
-/// written). Lock-free and wait-free for the oscillator thread: safe from any
-/// thread, including a tick function.
+/// written). Wait-free, takes no lock: safe from any thread, including a
+/// tick function.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetTickGrid(STickGrid* grid);
 
 /// The same for CTickSchedulerFast's 1 ms oscillator, which the module

@@ -18,8 +18,12 @@
 /// Tick k is due at start + k x period, where start is the instant the thread
 /// began. A late wake-up or a long tick callback never shortens later periods:
 /// grid points that have passed are skipped, not delivered in a burst. The
-/// thread publishes its start instant before its first tick, outside the
-/// object; the owning schedulers answer for it (TickGrid.h).
+/// thread publishes its grid (start instant, period, running) outside the
+/// object, into a record its owner attached before starting it, and is that
+/// record's only writer: its start before the first tick, a new delay before
+/// the first sleep on it, not running when its loop ends. The owning
+/// schedulers answer for theirs (TickGrid.h); an oscillator without such a
+/// record publishes nothing.
 ///
 /// Threads: the owner calls the operations; the oscillator thread runs `run`
 /// and reads `running`, `frozen`, `receiver`, `delay` and `compensation` on
@@ -110,7 +114,6 @@ public:
     std::thread::native_handle_type nativeHandle() { return thread.joinable() ? thread.native_handle() : 0; }
 
 private:
-    ZYN_TS_INTERNAL void sleepUntilNextGridPoint(timespec& startInstant);
     ZYN_TS_INTERNAL void deliverTick();
 
     std::thread thread;

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "PublishedGrid.h"
-#include "TickOscillator.h"
 
 namespace oscillator_test {
 
@@ -39,11 +38,12 @@ inline GridOrigin bracketGridOrigin(int64_t beforeStart, int64_t startSeen, cons
     return origin;
 }
 
-/// The origin `oscillator` published for its latest thread, as a bracket of
-/// width 0, when it lies inside `bracket`; otherwise the bracket itself,
-/// which the caller reports (the published origin is then wrong).
-inline GridOrigin publishedGridOrigin(const TickOscillator& oscillator, const GridOrigin& bracket) {
-    const int64_t published = zyn_ts::readGrid(oscillator).originNs;
+/// The origin an oscillator's latest thread published into `grid`, as a
+/// bracket of width 0, when it lies inside `bracket`; otherwise the bracket
+/// itself, which the caller reports (the published origin is then wrong).
+inline GridOrigin publishedGridOrigin(const zyn_ts::PublishedGrid& grid, const GridOrigin& bracket) {
+    zyn_ts::GridSnapshot snapshot;
+    const int64_t published = grid.read(snapshot) ? snapshot.originNs : 0;
     if (published < bracket.earliest || published > bracket.latest) {
         return bracket;
     }

@@ -33,6 +33,7 @@
 #include "ExactGridChecks.h"
 #include "GridAnalysis.h"
 #include "GridOrigin.h"
+#include "OscillatorAttachment.h"
 #include "PlatformDouble.h"
 #include "Punctuality.h"
 #include "RealTimeScope.h"
@@ -93,8 +94,8 @@ public:
     /// of its start narrowed by that thread's `ticks`.
     GridOrigin origin(const std::vector<int64_t>& ticks, int64_t period) const {
         const GridOrigin bracket = bracketGridOrigin(beforeStart, startSeen, ticks, period);
-        const GridOrigin published = publishedGridOrigin(oscillator, bracket);
-        EXPECT_EQ(published.width(), 0) << "the published origin " << zyn_ts::readGrid(oscillator).originNs
+        const GridOrigin published = publishedGridOrigin(attachment.grid, bracket);
+        EXPECT_EQ(published.width(), 0) << "the published origin " << attachment.grid.lastPublished().originNs
                                         << " ns lies outside [" << bracket.earliest << ", " << bracket.latest << "]";
         return published;
     }
@@ -130,6 +131,8 @@ public:
     bool realTime;
     int64_t beforeStart = 0;
     int64_t startSeen = 0;
+    /// Where the thread publishes its grid; outlives the oscillator's thread.
+    zyn_ts::OscillatorAttachment attachment{&oscillator};
     TickOscillator oscillator;
     TickRecorder recorder;
 };

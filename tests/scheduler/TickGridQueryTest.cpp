@@ -1,15 +1,23 @@
 // The tick grid queries of both modules: what they answer before a start,
 // while ticking, across stop and start, across freeze and unfreeze, from a
-// tick function and from another thread, and for records they cannot fill.
-// Waits for ticks are bounded by generous timeouts; nothing here bounds
-// timing.
+// tick function and from another thread, beside many other oscillators, while
+// the delay keeps changing, and for records they cannot fill. Waits are
+// bounded by generous deadlines; the only duration asserted is a hang
+// detector far above any real read.
 
+#include <pthread.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <thread>
 #include <vector>
 
 #include "CTickSchedulerFastModule.h"
+#include "Eventually.h"
 #include "SchedulerFixture.h"
 #include "SizedRecords.h"
 #include "SynchronizedLog.h"
@@ -71,11 +79,60 @@ private:
     test_support::SynchronizedLog<SeenTick> seen;
 };
 
+/// A tick function that reads its module's grid on every tick and keeps what
+/// a torn, foreign or hanging read would show. Only the tick thread writes the
+/// plain fields; the test reads them after the thread was joined.
+class GridReadWatch {
+public:
+    using Query = uint32_t (*)(STickGrid*);
+
+    explicit GridReadWatch(Query gridQuery) : query(gridQuery) {}
+
+    ITickReceiver receiver() { return ITickReceiver{this, &GridReadWatch::onTick}; }
+
+    size_t readsSoFar() const { return reads.load(std::memory_order_acquire); }
+
+    Query query;
+    std::atomic<size_t> reads{0};
+    STickGrid first{};
+    int64_t longestReadNs = 0;
+    size_t oneMsReads = 0;
+    size_t sixMsReads = 0;
+    size_t inconsistentReads = 0;
+    STickGrid firstInconsistent{};
+    uint32_t firstInconsistentResult = 0;
+
+private:
+    static void onTick(void* context) {
+        auto* self = static_cast<GridReadWatch*>(context);
+        STickGrid grid = emptyGrid();
+        const int64_t before = monotonicNowNs();
+        const uint32_t result = self->query(&grid);
+        const int64_t took = monotonicNowNs() - before;
+        self->longestReadNs = std::max(self->longestReadNs, took);
+        if (self->reads.load(std::memory_order_relaxed) == 0) {
+            self->first = grid;
+        }
+        const bool knownPeriod = grid.periodNs == kOneMsNs || grid.periodNs == kSixMsNs;
+        const bool sameThread = grid.originNs == self->first.originNs && grid.generation == self->first.generation;
+        if (result != TickResult::Success || grid.running != 1u || !knownPeriod || !sameThread) {
+            if (self->inconsistentReads++ == 0) {
+                self->firstInconsistent = grid;
+                self->firstInconsistentResult = result;
+            }
+        }
+        self->oneMsReads += grid.periodNs == kOneMsNs ? 1 : 0;
+        self->sixMsReads += grid.periodNs == kSixMsNs ? 1 : 0;
+        self->reads.fetch_add(1, std::memory_order_release);
+    }
+};
+
 class TickGridQueryTest : public SchedulerTest {
 protected:
     void TearDown() override {
         (void)tickScheduler.tickOscillator.stop();
         (void)tickSchedulerFastModule.tickOscillator.stop();
+        (void)tickSchedulerFastModule.tickOscillator.registerOnTick(nullptr);
         SchedulerTest::TearDown();
     }
 
@@ -90,8 +147,11 @@ protected:
         ASSERT_NO_FATAL_FAILURE(runStartUpPhases());
     }
 
-    /// Outlives TearDown, which stops the oscillator that calls it.
+    /// Outlive TearDown, which stops the oscillators that call them.
     GridQueryingTickFunction function{&CTickScheduler_GetTickGrid};
+    GridQueryingTickFunction fastFunction{&CTickSchedulerFast_GetTickGrid};
+    GridReadWatch readWatch{&CTickSchedulerFast_GetTickGrid};
+    ITickReceiver fastReceiver{};
 };
 
 /// Every tick lies at or after its grid point, on grid point 1 or later, and
@@ -258,6 +318,177 @@ TEST_F(TickGridQueryTest, FastModuleOscillatorOnceStartedPublishesItsOneMsGrid) 
     STickGrid scheduler = emptyGrid();
     EXPECT_EQ(CTickScheduler_GetTickGrid(&scheduler), TickResult::GridNotRunning)
         << "each module answers for its own oscillator";
+}
+
+/// The oscillator threads that have begun their loop: each writes its
+/// starting line right after it read its start instant.
+size_t oscillatorLoopsStarted() {
+    size_t started = 0;
+    for (const platform_double::TraceRecord& record : platform_double::tracesOf("run")) {
+        started += (!record.entry && record.level == KIV_TRACE_INFO) ? 1 : 0;
+    }
+    return started;
+}
+
+/// Every answer a module's tick function got describes that module's running
+/// grid: its own period, and an origin no older than its own start.
+void expectOwnRunningGrid(const std::vector<SeenTick>& ticks, int64_t periodNs, int64_t startedAfterNs) {
+    for (const SeenTick& tick : ticks) {
+        EXPECT_EQ(tick.result, TickResult::Success);
+        EXPECT_EQ(tick.grid.running, 1u);
+        EXPECT_EQ(tick.grid.periodNs, periodNs);
+        EXPECT_GE(tick.grid.originNs, startedAfterNs) << "a grid older than the module's own start";
+    }
+}
+
+TEST_F(TickGridQueryTest, BothModulesAnswerForTheirOwnGridsWhileAHundredOtherOscillatorsRun) {
+    // Oscillators a platform makes of its own, all running before the
+    // modules start: none of them takes anything the modules' grids need.
+    constexpr size_t kOtherOscillators = 100;
+    const ETickPriority unmappedPriority = static_cast<ETickPriority>(7);
+    std::vector<std::unique_ptr<TickOscillator>> others;
+    for (size_t i = 0; i < kOtherOscillators; ++i) {
+        others.push_back(std::make_unique<TickOscillator>());
+        ASSERT_EQ(others.back()->initialize(TICK_DELAY_6MS, unmappedPriority), TickResult::Success);
+        ASSERT_EQ(others.back()->start(), TickResult::Success) << "oscillator " << i;
+    }
+    ASSERT_TRUE(
+        test_wait::eventually([&] { return oscillatorLoopsStarted() >= kOtherOscillators; }, std::chrono::seconds(10)))
+        << "STUCK: only " << oscillatorLoopsStarted() << " of " << kOtherOscillators
+        << " other oscillator threads began their loop within 10 s";
+
+    const int64_t beforeStart = monotonicNowNs();
+    ASSERT_NO_FATAL_FAILURE(startScheduler());
+    TickOscillator& fast = tickSchedulerFastModule.tickOscillator;
+    ASSERT_EQ(fast.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH), TickResult::Success);
+    fastReceiver = fastFunction.receiver();
+    ASSERT_EQ(fast.registerOnTick(&fastReceiver), TickResult::Success);
+    ASSERT_EQ(fast.start(), TickResult::Success);
+    ASSERT_TRUE(function.waitForTicks(5)) << "STUCK: CTickScheduler's tick function was not called 5 times in 10 s";
+    ASSERT_TRUE(fastFunction.waitForTicks(5))
+        << "STUCK: CTickSchedulerFast's tick function was not called 5 times in 10 s";
+
+    STickGrid scheduler = emptyGrid();
+    STickGrid fastGrid = emptyGrid();
+    EXPECT_EQ(CTickScheduler_GetTickGrid(&scheduler), TickResult::Success);
+    EXPECT_EQ(CTickSchedulerFast_GetTickGrid(&fastGrid), TickResult::Success);
+    (void)fast.stop();
+    (void)tickScheduler.tickOscillator.stop();
+
+    expectOwnRunningGrid({SeenTick{0, TickResult::Success, scheduler}}, kSixMsNs, beforeStart);
+    expectOwnRunningGrid({SeenTick{0, TickResult::Success, fastGrid}}, kOneMsNs, beforeStart);
+    expectOwnRunningGrid(function.ticks(), kSixMsNs, beforeStart);
+    expectOwnRunningGrid(fastFunction.ticks(), kOneMsNs, beforeStart);
+    std::vector<Line> warnings;
+    for (const Line& line : messages()) {
+        if (line.level == static_cast<uint32_t>(KIV_TRACE_WARNING)) {
+            warnings.push_back(line);
+        }
+    }
+    EXPECT_TRUE(warnings.empty()) << warnings.size() << " warnings, the first " << warnings.front();
+}
+
+/// The first CPU the process may run on, to put two threads on the same one.
+int firstAllowedCpu() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    if (sched_getaffinity(0, sizeof(allowed), &allowed) != 0) {
+        return -1;
+    }
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &allowed)) {
+            return cpu;
+        }
+    }
+    return -1;
+}
+
+bool pinToCpu(pthread_t thread, int cpu) {
+    if (cpu < 0) {
+        return false;
+    }
+    cpu_set_t only;
+    CPU_ZERO(&only);
+    CPU_SET(cpu, &only);
+    return pthread_setaffinity_np(thread, sizeof(only), &only) == 0;
+}
+
+/// A normal (SCHED_OTHER) thread that re-initialises the oscillator with 1 and
+/// 6 ms in turn until it is told to stop; joined on destruction.
+class DelayFlipper {
+public:
+    DelayFlipper(TickOscillator& flipped, int cpu) : oscillator(flipped) {
+        worker = std::thread([this] {
+            bool oneMs = true;
+            while (!stopRequested.load(std::memory_order_relaxed)) {
+                (void)oscillator.initialize(oneMs ? TICK_DELAY_1MS : TICK_DELAY_6MS, TICK_PRIORITY_HIGH);
+                oneMs = !oneMs;
+                flips.fetch_add(1, std::memory_order_relaxed);
+            }
+        });
+        pinned = pinToCpu(worker.native_handle(), cpu);
+    }
+    ~DelayFlipper() {
+        stopRequested.store(true, std::memory_order_relaxed);
+        worker.join();
+    }
+    DelayFlipper(const DelayFlipper&) = delete;
+    DelayFlipper& operator=(const DelayFlipper&) = delete;
+
+    bool pinned = false;
+    std::atomic<uint64_t> flips{0};
+
+private:
+    TickOscillator& oscillator;
+    std::atomic<bool> stopRequested{false};
+    std::thread worker;
+};
+
+TEST_F(TickGridQueryTest, RealTimeTickFunctionReadsAConsistentGridPromptlyWhileTheDelayKeepsChanging) {
+    // The tick thread at SCHED_RR 98 and a normal thread that keeps changing
+    // the delay share one CPU, so the tick thread pre-empts the other one at
+    // any point of its initialize: no read may wait for it to go on.
+    platform_double::setTraceLevel(0);
+    TickOscillator& oscillator = tickSchedulerFastModule.tickOscillator;
+    ASSERT_EQ(oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH), TickResult::Success);
+    fastReceiver = readWatch.receiver();
+    ASSERT_EQ(oscillator.registerOnTick(&fastReceiver), TickResult::Success);
+    ASSERT_EQ(oscillator.start(), TickResult::Success);
+    const int cpu = firstAllowedCpu();
+    sched_param realTime{};
+    realTime.sched_priority = 98;
+    const bool realTimeGranted = pthread_setschedparam(oscillator.nativeHandle(), SCHED_RR, &realTime) == 0;
+    const bool oscillatorPinned = pinToCpu(oscillator.nativeHandle(), cpu);
+
+    constexpr size_t kReads = 600;
+    {
+        const DelayFlipper flipper(oscillator, cpu);
+        const bool enoughReads =
+            test_wait::eventually([&] { return readWatch.readsSoFar() >= kReads; }, std::chrono::seconds(20));
+        ASSERT_TRUE(enoughReads) << "STUCK: the tick function read the grid only " << readWatch.readsSoFar()
+                                 << " times in 20 s while the delay changed " << flipper.flips.load() << " times";
+        EXPECT_GT(flipper.flips.load(), 0u);
+        if (!flipper.pinned || !oscillatorPinned) {
+            GTEST_LOG_(INFO) << "threads not pinned to one CPU: the pre-emption is left to chance";
+        }
+    }
+    (void)oscillator.stop();
+
+    EXPECT_EQ(readWatch.inconsistentReads, 0u)
+        << "first: result " << readWatch.firstInconsistentResult << ", running " << readWatch.firstInconsistent.running
+        << ", generation " << readWatch.firstInconsistent.generation << " (first read " << readWatch.first.generation
+        << "), origin " << readWatch.firstInconsistent.originNs << " (first read " << readWatch.first.originNs
+        << "), period " << readWatch.firstInconsistent.periodNs;
+    EXPECT_EQ(readWatch.first.running, 1u);
+    EXPECT_GT(readWatch.oneMsReads, 0u) << "the 1 ms delay never reached the grid";
+    EXPECT_GT(readWatch.sixMsReads, 0u) << "the 6 ms delay never reached the grid";
+    if (realTimeGranted) {
+        // Not a speed bound: a read that waits for a pre-empted normal thread
+        // lasts until the kernel throttles real-time threads, near a second.
+        EXPECT_LT(readWatch.longestReadNs, 100 * kOneMsNs) << "a read from a real-time tick function hung";
+    } else {
+        GTEST_LOG_(INFO) << "SCHED_RR refused: a normal-priority tick function may wait, its read time is not judged";
+    }
 }
 
 }  // namespace

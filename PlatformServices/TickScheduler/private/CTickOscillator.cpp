@@ -3,7 +3,8 @@
 #include <exception>
 #include <string>
 
-#include "PublishedGrid.h"
+#include "GridPublisher.h"
+#include "OscillatorAttachment.h"
 #include "ThreadUtilities.h"
 #include "TickOscillator.h"
 #include "TickPath.h"
@@ -35,6 +36,37 @@ int64_t periodNanoseconds(ETickDelay delay) {
     return static_cast<int64_t>(delay) * static_cast<int64_t>(kNanosecondsPerMillisecond);
 }
 
+/// The grid record the owner attached, looked up once as the thread starts.
+zyn_ts::PublishedGrid* attachedGrid(const TickOscillator& oscillator) {
+    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(oscillator);
+    return attachment != nullptr ? &attachment->grid : nullptr;
+}
+
+/// One iteration's clock reading and sleep: to the next grid point after the
+/// instant read, on the delay and compensation the owner set last. A changed
+/// delay is published before the first sleep it applies to.
+ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
+                                              zyn_ts::GridPublisher& grid) {
+    timespec current{};
+    timespec elapsed{};
+    clock_gettime(CLOCK_MONOTONIC, &current);
+    oscillator.timeDiff(&startInstant, &current, &elapsed);
+    const TickOscillator::Compensation correct = oscillator.getCompensation();
+    if (correct != nullptr) {
+        correct(&elapsed);
+    }
+    elapsed.tv_sec = 0;
+    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * kNanosecondsPerMillisecond;
+    grid.sleepsOn(static_cast<int64_t>(period));
+    timespec interval{};
+    interval.tv_sec = 0;
+    interval.tv_nsec = TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
+    // A signal only interrupts the sleep; the rest of it is slept, so no
+    // signal ever produces an early tick. Other errors count as a completed
+    // sleep: the next iteration measures the clock again anyway.
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
+}
+
 }  // namespace
 
 TickOscillator::TickOscillator() = default;
@@ -44,7 +76,6 @@ TickOscillator::~TickOscillator() {
     if (thread.joinable()) {
         thread.join();
     }
-    zyn_ts::releaseGrid(*this);
 }
 
 uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) {
@@ -67,8 +98,7 @@ uint32_t TickOscillator::initialize(ETickDelay eDelay, ETickPriority ePriority) 
     frozen.store(false, std::memory_order_relaxed);
     initialized = true;
     // A running thread keeps its start instant and applies the new period
-    // from its next sleep: the published grid changes its period only.
-    zyn_ts::publishGridPeriod(*this, periodNanoseconds(eDelay));
+    // from its next sleep; it publishes the period itself before that sleep.
     return TickResult::Success;
 }
 
@@ -105,7 +135,6 @@ uint32_t TickOscillator::stop() {
     if (thread.joinable()) {
         thread.join();
     }
-    zyn_ts::publishGridStopped(*this);
     return TickResult::Success;
 }
 
@@ -165,26 +194,6 @@ ZYN_TS_TICK_PATH uint32_t TickOscillator::sleepToNextGridPoint(const timespec& c
     return periodNs - static_cast<uint32_t>(phase);
 }
 
-ZYN_TS_TICK_PATH void TickOscillator::sleepUntilNextGridPoint(timespec& startInstant) {
-    timespec current{};
-    timespec elapsed{};
-    clock_gettime(CLOCK_MONOTONIC, &current);
-    timeDiff(&startInstant, &current, &elapsed);
-    const Compensation correct = compensation.load(std::memory_order_relaxed);
-    if (correct != nullptr) {
-        correct(&elapsed);
-    }
-    elapsed.tv_sec = 0;
-    const uint64_t period = static_cast<uint64_t>(delay.load(std::memory_order_relaxed)) * kNanosecondsPerMillisecond;
-    timespec interval{};
-    interval.tv_sec = 0;
-    interval.tv_nsec = sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
-    // A signal only interrupts the sleep; the rest of it is slept, so no
-    // signal ever produces an early tick. Other errors count as a completed
-    // sleep: the next iteration measures the clock again anyway.
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
-}
-
 ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
     if (frozen.load(std::memory_order_relaxed)) {
         return;
@@ -199,20 +208,22 @@ ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
 
 ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_ENTER("run");
+    // Looked up before the start instant is read, so that the lookup's lock
+    // never delays the grid's origin. This thread is the grid's only writer.
+    zyn_ts::GridPublisher grid(attachedGrid(*this));
     timespec startInstant{};
     timespec resolution{};
     clock_gettime(CLOCK_MONOTONIC, &startInstant);
     clock_getres(CLOCK_MONOTONIC, &resolution);
     // Published before the first sleep, hence before the first tick: a tick
     // function always finds the grid it is called on.
-    if (!zyn_ts::publishGridStart(*this, startInstant, periodNanoseconds(delay.load(std::memory_order_relaxed)))) {
-        ZYN_TS_TRACE(KIV_TRACE_WARNING, "run", "No free slot to publish the tick grid");
-    }
+    grid.started(startInstant, periodNanoseconds(delay.load(std::memory_order_relaxed)));
     ZYN_TS_TRACE(KIV_TRACE_INFO, "run",
                  "  Starting oscillator with delay " << static_cast<uint32_t>(delay.load(std::memory_order_relaxed))
                                                      << " ms, resolution " << resolution.tv_nsec << " ns");
     while (running.load(std::memory_order_relaxed)) {
-        sleepUntilNextGridPoint(startInstant);
+        sleepUntilNextGridPoint(*this, startInstant, grid);
         deliverTick();
     }
+    grid.stopped();
 }

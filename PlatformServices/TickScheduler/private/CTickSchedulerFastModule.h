@@ -19,16 +19,24 @@
 #include "CList.h"
 #include "DispatchStatistics.h"
 #include "ITickReceiver.h"
+#include "OscillatorAttachment.h"
 #include "STickHandler.h"
 #include "TickOscillator.h"
 #include "TickSchedulerExport.h"
 
 /// The fast module's state. Exactly one instance exists,
 /// `tickSchedulerFastModule`, a static of the library. Destruction (at process
-/// exit) destroys only the oscillator, which stops and joins a running thread;
-/// the mutex is left alone and the records still in the list are not freed.
+/// exit) destroys the oscillator, which stops and joins a running thread, and
+/// then detaches its grid; the mutex is left alone and the records still in
+/// the list are not freed.
 class CTickSchedulerFast {
 public:
+    /// What the oscillator's thread keeps for the module: the grid that
+    /// CTickSchedulerFast_GetTickGrid reads. Attached at construction;
+    /// declared before the oscillator, whose destructor joins a thread still
+    /// running, so that it outlives that thread. Written by that thread only,
+    /// read without a lock.
+    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator};
     /// The 1 ms tick source: configured at phase 11, never started by this
     /// module.
     TickOscillator tickOscillator;

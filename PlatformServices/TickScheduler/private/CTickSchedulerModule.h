@@ -17,6 +17,7 @@
 #include "DispatchStatistics.h"
 #include "ETickPriority.h"
 #include "ITickReceiver.h"
+#include "OscillatorAttachment.h"
 #include "STickHandler.h"
 #include "TickOscillator.h"
 #include "TickSchedulerExport.h"
@@ -33,6 +34,11 @@ public:
     CTickScheduler(const CTickScheduler&) = delete;
     CTickScheduler& operator=(const CTickScheduler&) = delete;
 
+    /// What the oscillator's thread keeps for the module: the grid that
+    /// CTickScheduler_GetTickGrid reads. Attached at construction; declared
+    /// before the oscillator, so that it outlives the oscillator's thread.
+    /// Written by that thread only, read without a lock.
+    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator};
     /// The 6 ms time base; initialised at phase 11, started at phase 14.
     TickOscillator tickOscillator;
     /// Priority class of the oscillator thread, stored by Initialize (which
