@@ -12,6 +12,9 @@
 #               $scratch/monitor-status
 #
 #   launcher_test.sh SOURCE_DIR CASE
+#
+# The stand-ins' scripts are single-quoted: they expand when they run.
+# shellcheck disable=SC2016
 set -euo pipefail
 
 source_dir="$1"
