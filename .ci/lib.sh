@@ -3,6 +3,9 @@
 #
 #   ci_log "message"              progress line on stderr, prefixed with the step name
 #   ci_die "message"              log and exit 1
+#   ci_package_list [tag]         the Debian packages of .ci/packages.txt, one a
+#                                 line; with a tag, only the lines tagged with it
+#   ci_package_installed pkg      whether a Debian package is installed
 #   ci_ensure_packages pkg...     install the Debian packages that are missing
 #   ci_jobs                       number of parallel build jobs to use
 #   ci_preset_build preset        configure and build a CMake preset
@@ -36,6 +39,25 @@ ci_as_root() {
     else
         ci_die "need root rights for: $*"
     fi
+}
+
+# A line of .ci/packages.txt is a package name, optionally followed by a
+# comment; the words of the comment are its tags ("cmake  # tickmon").
+ci_package_list() {
+    local tag="${1:-}"
+    local line name tags
+    while IFS= read -r line || [[ -n "$line" ]]; do
+        name="${line%%#*}"
+        name="${name//[[:space:]]/}"
+        [[ -n "$name" ]] || continue
+        if [[ -n "$tag" ]]; then
+            [[ "$line" == *"#"* ]] || continue
+            tags="${line#*#}"
+            tags=" ${tags//[[:space:]]/ } "
+            [[ "$tags" == *" $tag "* ]] || continue
+        fi
+        printf '%s\n' "$name"
+    done < "$CI_ROOT/.ci/packages.txt"
 }
 
 ci_package_installed() {

@@ -293,17 +293,13 @@ void writeOutputs(const MonitorOptions& options, const RunReport& report, Output
         *files.json << formatJson(report);
         files.json->close();
     }
-    const bool wantHistogram = files.histogram || !options.plotPath.empty();
-    if (!wantHistogram) {
-        return;
-    }
-    const LatencyHistogram histogram = buildHistogram(report.ticks.latenciesNs, options.histogramBuckets);
     if (files.histogram) {
-        *files.histogram << formatCyclictestHistogram(histogram);
+        *files.histogram << formatCyclictestHistogram(
+            buildHistogram(report.ticks.latenciesNs, options.histogramBuckets));
         files.histogram->close();
     }
     if (!options.plotPath.empty()) {
-        const PlotOutcome plot = plotHistogram(histogram, options.plotPath, "zyn-tickmon: latency after the 6 ms grid");
+        const PlotOutcome plot = plotHistogram(report.ticks.latenciesNs, plotSettings(report), options.plotPath);
         if (!options.quiet || !plot.drawn) {
             std::fprintf(stderr, "zyn-tickmon: %s\n", plot.message.c_str());
         }
