@@ -3,11 +3,12 @@
 /// every tick pass, for both schedulers.
 ///
 /// The statistics are off by default. While they are off a scheduler behaves
-/// exactly as without them, and its tick pass pays one relaxed load. Switched
-/// on (by the functions below, or for a whole process by setting the
-/// environment variable ZYN_TICK_STATISTICS to 1 before the scheduler is
-/// initialised), each pass measures every handler it calls on
-/// CLOCK_MONOTONIC:
+/// exactly as without them: its tick pass pays one relaxed load, and
+/// registering or unregistering a handler allocates nothing for them.
+/// Switched on (by the functions below, or for a whole process by setting
+/// the environment variable ZYN_TICK_STATISTICS to 1 before the process's
+/// first successful initialisation of the scheduler), each pass measures
+/// every handler it calls on CLOCK_MONOTONIC:
 ///
 /// - per handler: calls, total, minimum, maximum and last execution time, and
 ///   the calls that took longer than the handler budget;
@@ -17,6 +18,21 @@
 /// A pass longer than the period also writes one level-2 trace message that
 /// names the scheduler, the pass duration and its longest handler, at most
 /// once a second per scheduler; the next message counts the ones left out.
+///
+/// Context: every function here may be called from any thread, including a
+/// tick function of either scheduler and a client that holds the tick lock.
+/// None takes a lock, allocates, or waits for a running pass; a switch, a
+/// reset or a budget takes effect at once, for the calls timed from then
+/// on. The environment variable is read once, at the first successful
+/// initialisation in the process: a later one never overrides what a client
+/// switched meanwhile.
+///
+/// Each scheduler keeps its handlers' figures in a fixed table of static
+/// storage (2048 slots; its memory is touched only as handlers are
+/// registered). A handler registered while the table is full runs as usual
+/// and still names an overrun it causes, but has no figures of its own. A
+/// handler's figures go when it is unregistered, and all of them when its
+/// scheduler is uninitialised (which empties or abandons its handler list).
 ///
 /// Both records carry their size first: the caller sets it, the library fills
 /// its own fields and leaves any bytes beyond them untouched, so that the
@@ -58,42 +74,45 @@ struct STickSchedulerStatistics {
 
 extern "C" {
 
-/// Switches CTickScheduler's statistics on from its next pass. A handler
-/// budget of 0 means the tick period (6 ms). Counts gathered earlier are kept
-/// (see CTickScheduler_ResetStatistics). Waits for a running pass, like every
-/// operation that changes the scheduler. Result: TickResult::Success (0).
+/// Switches CTickScheduler's statistics on: calls timed from now on count. A
+/// handler budget of 0 means the tick period (6 ms). Counts gathered earlier
+/// are kept (see CTickScheduler_ResetStatistics). Context: any thread; does
+/// not wait for a running pass. Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableStatistics(uint64_t handlerBudgetNs);
 
-/// Switches them off from the next pass; the counts stay readable.
-/// Result: TickResult::Success (0).
+/// Switches them off; the counts stay readable. Context: any thread; does not
+/// wait. Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableStatistics(void);
 
-/// Clears every count of the scheduler and of its handlers; whether the
-/// statistics are on and the budget stay as they are.
+/// Clears every count of the scheduler and of its handlers at once (the
+/// figures read as zero from now on); whether the statistics are on and the
+/// budget stay as they are. Context: any thread; does not wait.
 /// Result: TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_ResetStatistics(void);
 
 /// Copies the timing of `handler` into `*statistics`.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) a null
 /// pointer or a size below sizeof(STickHandlerStatistics);
-/// TickResult::UnknownHandler (32781)
-/// `handler` is not registered with this scheduler. Safe from any thread,
-/// including a tick function.
+/// TickResult::UnknownHandler (32781) `handler` is not registered with this
+/// scheduler; TickResult::NoFigures (32783) `handler` has no figures because
+/// the table was full at its registration (or, while handlers without
+/// figures exist, it is not registered). Read while a pass runs, two figures
+/// may come from consecutive calls, but minimum <= maximum <= total always
+/// holds. Context: any thread; does not wait.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetHandlerStatistics(const STickHandler* handler,
                                                            STickHandlerStatistics* statistics);
 
 /// Copies the scheduler's pass timing into `*statistics`.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) a null
-/// pointer or a size below sizeof(STickSchedulerStatistics). Safe from any
-/// thread.
+/// pointer or a size below sizeof(STickSchedulerStatistics). Overruns never
+/// exceed passes; the longest pass's culprit is empty while unknown.
+/// Context: any thread; does not wait.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetSchedulerStatistics(STickSchedulerStatistics* statistics);
 
-/// The same five for CTickSchedulerFast (period 1 ms); this one switches its
-/// statistics on. They take the fast
-/// scheduler's mutex, which its dispatch holds for a whole pass: call them
-/// from client threads, never from a fast tick function. Besides the results
-/// above they return TickResult::MutexFailure (32778) when that mutex cannot
-/// be locked.
+/// The same five for CTickSchedulerFast (period 1 ms), with the same results
+/// and context: they never take the fast scheduler's mutex, so a fast tick
+/// function may call them during the pass that holds it. This one switches
+/// its statistics on.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_EnableStatistics(uint64_t handlerBudgetNs);
 /// Fast scheduler: switches the statistics off (counts stay readable).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_DisableStatistics(void);

@@ -109,6 +109,70 @@ TEST_F(FastLifecycle, InterfaceSlotsReachTheFastOperationsInOrder) {
     EXPECT_TRUE(iface->name.empty());
 }
 
+/// Whether every one of the nine slots points to its operation.
+bool allSlotsFilled(const ITickSchedulerFast& object) {
+    return object.RegisterTickHandler == &CTickSchedulerFast_RegisterTickHandler &&
+           object.UnregisterTickHandler == &CTickSchedulerFast_UnregisterTickHandler &&
+           object.UnregisterTickHandlerFromOnTick == &CTickSchedulerFast_UnregisterTickHandlerFromOnTick &&
+           object.EnableTickHandler == &CTickSchedulerFast_EnableTickHandler &&
+           object.DisableTickHandler == &CTickSchedulerFast_DisableTickHandler &&
+           object.AddGroup == &CTickSchedulerFast_AddGroup && object.RemoveGroup == &CTickSchedulerFast_RemoveGroup &&
+           object.EnableTickGroup == &CTickSchedulerFast_EnableTickGroup &&
+           object.DisableTickGroup == &CTickSchedulerFast_DisableTickGroup;
+}
+
+/// Every slot cleared, as a client (or a stray write) might leave them.
+void clearAllSlots(ITickSchedulerFast& object) {
+    object.RegisterTickHandler = nullptr;
+    object.UnregisterTickHandler = nullptr;
+    object.UnregisterTickHandlerFromOnTick = nullptr;
+    object.EnableTickHandler = nullptr;
+    object.DisableTickHandler = nullptr;
+    object.AddGroup = nullptr;
+    object.RemoveGroup = nullptr;
+    object.EnableTickGroup = nullptr;
+    object.DisableTickGroup = nullptr;
+}
+
+TEST_F(FastLifecycle, EveryInitializePastTheModuleManagerFillsAllSlotsBeforeTheBrokerIsAsked) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ITickSchedulerFast* const object = registeredInterface();
+    ASSERT_NE(object, nullptr);
+    std::vector<bool> filledWhenAsked;
+    platform_double::observeInterfaceRegistrations([&](const std::string& /*name*/, IInterface* iface) {
+        filledWhenAsked.push_back(allSlotsFilled(*dynamic_cast<ITickSchedulerFast*>(iface)));
+    });
+
+    for (const uint32_t brokerAnswer : {32768u, 0u}) {
+        CTickSchedulerFast_Uninitialize();
+        clearAllSlots(*object);
+        platform_double::scriptRegisterInterfaceResult(brokerAnswer);
+        EXPECT_EQ(CTickSchedulerFast_Initialize(), brokerAnswer == 0 ? TickResult::Success : TickResult::Failure);
+        EXPECT_TRUE(allSlotsFilled(*object)) << "broker answer " << brokerAnswer;
+    }
+    EXPECT_EQ(filledWhenAsked, (std::vector<bool>{true, true}));
+}
+
+TEST_F(FastLifecycle, InitializeStoppedAtTheModuleManagerLeavesTheSlotsAsTheyAre) {
+    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    ITickSchedulerFast* const object = registeredInterface();
+    ASSERT_NE(object, nullptr);
+    CTickSchedulerFast_Uninitialize();
+    clearAllSlots(*object);
+
+    platform_double::scriptRegisterModuleResult(32775);
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::ModuleRegistrationFailed);
+    EXPECT_EQ(object->RegisterTickHandler, nullptr);
+    platform_double::scriptRegisterModuleResult(0);
+    platform_double::scriptRegisterCallbackResult(32776);
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::CallbackRegistrationFailed);
+    EXPECT_EQ(object->RegisterTickHandler, nullptr);
+    EXPECT_EQ(object->DisableTickGroup, nullptr);
+    platform_double::scriptRegisterCallbackResult(0);
+    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
+    EXPECT_TRUE(allSlotsFilled(*object));
+}
+
 TEST_F(FastLifecycle, TheSameInterfaceObjectIsRegisteredEveryTime) {
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     CTickSchedulerFast_Uninitialize();

@@ -15,6 +15,7 @@
 #include "HandlerFigures.h"
 #include "ScriptedClock.h"
 #include "SizedRecords.h"
+#include "StatisticsLoadState.h"
 #include "TickStatistics.h"
 
 namespace fast_test {
@@ -198,13 +199,21 @@ TEST_F(FastStatistics, QueriesRefuseNullTooSmallAndUnknown) {
     EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(former, &record), TickResult::UnknownHandler);
 }
 
-TEST_F(FastStatistics, TheEnvironmentSwitchesThemOnAtInitialization) {
+TEST_F(FastStatistics, TheEnvironmentSwitchesThemOnAtTheFirstInitialization) {
     CTickSchedulerFast_Uninitialize();
+    statistics_test::resetStatisticsToLoadState(fastDispatchStatistics, 1 * kMs, fastHandlerSlots);
     ASSERT_EQ(setenv("ZYN_TICK_STATISTICS", "1", 1), 0);
     const uint32_t result = CTickSchedulerFast_Initialize();
-    unsetenv("ZYN_TICK_STATISTICS");
     ASSERT_EQ(result, TickResult::Success);
     EXPECT_EQ(schedulerStatistics().enabled, 1u);
+
+    // A later start-up leaves what a client decided meanwhile.
+    ASSERT_EQ(CTickSchedulerFast_DisableStatistics(), TickResult::Success);
+    CTickSchedulerFast_Uninitialize();
+    const uint32_t again = CTickSchedulerFast_Initialize();
+    unsetenv("ZYN_TICK_STATISTICS");
+    ASSERT_EQ(again, TickResult::Success);
+    EXPECT_EQ(schedulerStatistics().enabled, 0u);
 }
 
 // With the statistics switched on and off again the dispatch writes and

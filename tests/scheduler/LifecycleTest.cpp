@@ -172,6 +172,79 @@ TEST_F(LifecycleTest, InitializeAfterUninitializeRegistersTheSameObjectAgain) {
     EXPECT_EQ(tickScheduler.tickPriority, TICK_PRIORITY_LOWEST);
 }
 
+/// Whether every one of the twelve slots points to its operation.
+bool allSlotsFilled(const ITickScheduler& object) {
+    return object.RegisterTickHandler == &CTickScheduler_RegisterTickHandler &&
+           object.UnregisterTickHandler == &CTickScheduler_UnregisterTickHandler &&
+           object.Freeze == &CTickScheduler_Freeze && object.Unfreeze == &CTickScheduler_Unfreeze &&
+           object.SetStartOffset == &CTickScheduler_SetStartOffset &&
+           object.SetTickPriority == &CTickScheduler_SetTickPriority &&
+           object.EnableTickHandler == &CTickScheduler_EnableTickHandler &&
+           object.DisableTickHandler == &CTickScheduler_DisableTickHandler &&
+           object.AddGroup == &CTickScheduler_AddGroup && object.RemoveGroup == &CTickScheduler_RemoveGroup &&
+           object.EnableTickGroup == &CTickScheduler_EnableTickGroup &&
+           object.DisableTickGroup == &CTickScheduler_DisableTickGroup;
+}
+
+/// Every slot cleared, as a client (or a stray write) might leave them.
+void clearAllSlots(ITickScheduler& object) {
+    object.RegisterTickHandler = nullptr;
+    object.UnregisterTickHandler = nullptr;
+    object.Freeze = nullptr;
+    object.Unfreeze = nullptr;
+    object.SetStartOffset = nullptr;
+    object.SetTickPriority = nullptr;
+    object.EnableTickHandler = nullptr;
+    object.DisableTickHandler = nullptr;
+    object.AddGroup = nullptr;
+    object.RemoveGroup = nullptr;
+    object.EnableTickGroup = nullptr;
+    object.DisableTickGroup = nullptr;
+}
+
+ITickScheduler* publishedObject() {
+    return dynamic_cast<ITickScheduler*>(InterfaceBroker::getInstance()->getInterface("ITickScheduler"));
+}
+
+TEST_F(LifecycleTest, EveryInitializePastTheModuleManagerFillsAllSlotsBeforeTheBrokerIsAsked) {
+    ASSERT_EQ(initialize(), TickResult::Success);
+    ITickScheduler* const object = publishedObject();
+    ASSERT_NE(object, nullptr);
+    std::vector<bool> filledWhenAsked;
+    platform_double::observeInterfaceRegistrations([&](const std::string& /*name*/, IInterface* iface) {
+        filledWhenAsked.push_back(allSlotsFilled(*dynamic_cast<ITickScheduler*>(iface)));
+    });
+
+    for (const uint32_t brokerAnswer : {32768u, 0u}) {
+        CTickScheduler_Uninitialize();
+        clearAllSlots(*object);
+        platform_double::scriptRegisterInterfaceResult(brokerAnswer);
+        EXPECT_EQ(initialize(), brokerAnswer == 0 ? TickResult::Success : TickResult::Failure);
+        EXPECT_TRUE(allSlotsFilled(*object)) << "broker answer " << brokerAnswer;
+    }
+    EXPECT_EQ(filledWhenAsked, (std::vector<bool>{true, true}));
+}
+
+TEST_F(LifecycleTest, InitializeStoppedAtTheModuleManagerLeavesTheSlotsAsTheyAre) {
+    ASSERT_EQ(initialize(), TickResult::Success);
+    ITickScheduler* const object = publishedObject();
+    ASSERT_NE(object, nullptr);
+    CTickScheduler_Uninitialize();
+    clearAllSlots(*object);
+
+    platform_double::scriptRegisterModuleResult(32775);
+    EXPECT_EQ(initialize(), TickResult::ModuleRegistrationFailed);
+    EXPECT_EQ(object->Freeze, nullptr);
+    platform_double::scriptRegisterModuleResult(0);
+    platform_double::scriptRegisterCallbackResult(32776);
+    EXPECT_EQ(initialize(), TickResult::CallbackRegistrationFailed);
+    EXPECT_EQ(object->Freeze, nullptr);
+    EXPECT_EQ(object->DisableTickGroup, nullptr);
+    platform_double::scriptRegisterCallbackResult(0);
+    EXPECT_EQ(initialize(), TickResult::Success);
+    EXPECT_TRUE(allSlotsFilled(*object));
+}
+
 // ---- Phases -----------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, AnyPhaseBeforeInitializeIsRefusedAndDoesNothing) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CTickSchedulerModule.h"
+#include "StatisticsLoadState.h"
 
 namespace scheduler_test {
 
@@ -22,6 +23,8 @@ inline void resetModuleToLoadState() {
         records.insert(records.end(), state.retiredHandlers.begin(), state.retiredHandlers.end());
     }
     state.~CTickScheduler();
+    // The handler table of the statistics is static storage of its own.
+    statistics_test::zeroHandlerSlots(schedulerHandlerSlots);
     new (&state) CTickScheduler();
     for (STickHandler* record : records) {
         delete[] record;

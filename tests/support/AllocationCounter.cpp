@@ -11,10 +11,16 @@ namespace {
 
 thread_local int openScopes = 0;
 thread_local uint64_t allocations = 0;
+thread_local int failingScopes = 0;
+thread_local uint64_t refusals = 0;
 
 void* allocate(std::size_t size) {
     if (openScopes > 0) {
         ++allocations;
+    }
+    if (failingScopes > 0) {
+        ++refusals;
+        throw std::bad_alloc();
     }
     void* memory = std::malloc(size == 0 ? 1 : size);
     if (memory == nullptr) {
@@ -38,6 +44,10 @@ namespace test_support {
 AllocationScope::AllocationScope() : startCount(allocations) { ++openScopes; }
 AllocationScope::~AllocationScope() { --openScopes; }
 uint64_t AllocationScope::count() const { return allocations - startCount; }
+
+AllocationFailureScope::AllocationFailureScope() : startRefused(refusals) { ++failingScopes; }
+AllocationFailureScope::~AllocationFailureScope() { --failingScopes; }
+uint64_t AllocationFailureScope::refused() const { return refusals - startRefused; }
 
 }  // namespace test_support
 

@@ -38,6 +38,7 @@ struct ResettableState {
     std::vector<CallbackRegistration> callbacks;
 
     uint32_t registerInterfaceResult = 0;
+    platform_double::InterfaceObserver interfaceObserver;
     std::vector<BrokerCall> brokerCalls;
     std::map<std::string, IInterface*> interfaces;
 
@@ -169,6 +170,10 @@ uint32_t activatePhase(uint32_t moduleId, uint32_t phase) {
 
 void scriptRegisterInterfaceResult(uint32_t result) { setUnderLock(state().registerInterfaceResult, result); }
 
+void observeInterfaceRegistrations(InterfaceObserver observer) {
+    setUnderLock(state().interfaceObserver, std::move(observer));
+}
+
 std::vector<BrokerCall> brokerCalls() { return copyUnderLock(state().brokerCalls); }
 
 void scriptListRemoveMissingResult(uint32_t result) { setUnderLock(state().missingRemoveResult, result); }
@@ -259,6 +264,10 @@ InterfaceBroker* InterfaceBroker::getInstance() {
 
 uint32_t InterfaceBroker::registerInterface(const std::string& name, IInterface* iface) {
     auto& s = state();
+    const platform_double::InterfaceObserver observer = platform_double::copyUnderLock(s.interfaceObserver);
+    if (observer) {
+        observer(name, iface);
+    }
     std::lock_guard<std::mutex> lock(s.mutex);
     s.brokerCalls.push_back(platform_double::BrokerCall{true, name, iface, nullptr});
     if (s.registerInterfaceResult < 32768u) {

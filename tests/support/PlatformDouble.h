@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -98,6 +99,12 @@ struct BrokerCall {
 /// registration does not store the object.
 void scriptRegisterInterfaceResult(uint32_t result);
 std::vector<BrokerCall> brokerCalls();
+/// Called by registerInterface with the name and the object as the broker
+/// receives them, before it answers (until changed or reset); lets a test
+/// look at the object's slots at that moment. Runs without the double's
+/// lock held.
+using InterfaceObserver = std::function<void(const std::string& name, IInterface* iface)>;
+void observeInterfaceRegistrations(InterfaceObserver observer);
 
 // ---- List service --------------------------------------------------------
 

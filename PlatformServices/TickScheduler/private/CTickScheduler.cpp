@@ -112,10 +112,11 @@ __attribute__((always_inline)) inline void callTickFunction(const STickHandler& 
 }
 
 /// The same, timed: the pass records the call's duration once it holds the
-/// mutex again. The entry is looked up only then, so that nothing but the
+/// mutex again. The slot is looked up only then, so that nothing but the
 /// clock reading stands between the tick and the handler's call: a record
 /// the call unregisters is retired, not freed, until the pass ends, so its
-/// address still names this handler's entry.
+/// address and its name still name this handler (its slot is gone then, and
+/// only the pass counts the call).
 ZYN_TS_TICK_PATH void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass,
                                             const STickHandler& handler, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
@@ -124,7 +125,7 @@ ZYN_TS_TICK_PATH void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassT
     callTickFunction(handler);
     const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
     lock.lock();
-    state.statistics.recordCall(pass, state.statistics.entryFor(&handler), callNs);
+    state.statistics.recordCall(pass, state.statistics.slotFor(&handler), handler.name, callNs);
 }
 
 /// One line per overrun that the rate limit lets through.
@@ -178,7 +179,6 @@ ZYN_TS_TICK_PATH void walkHandlers(CTickScheduler& state, std::unique_lock<std::
 ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedPass(CTickScheduler& state, std::unique_lock<std::mutex>& lock,
                                                              size_t handlerCount) {
     zyn_ts::PassTiming pass;
-    state.statistics.beginPass();
     walkHandlers<true>(state, lock, handlerCount, &pass);
     traceOverrun(state.statistics.endPass(pass));
 }
@@ -212,7 +212,11 @@ const char* disabledChannelText(uint32_t groupId) {
 
 // ---- Life cycle -------------------------------------------------------------
 
-void fillInterface(ITickScheduler& object) {
+/// Constructs the interface object when a start-up first gets this far and
+/// stores every operation into its slots on each start-up that does.
+IInterface& prepareInterface() {
+    static ITickScheduler tickSchedulerInterface;
+    ITickScheduler& object = tickSchedulerInterface;
     object.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
     object.Freeze = &CTickScheduler_Freeze;
     object.Unfreeze = &CTickScheduler_Unfreeze;
@@ -221,11 +225,15 @@ void fillInterface(ITickScheduler& object) {
     zyn_ts::fillSharedSlots(object, &CTickScheduler_UnregisterTickHandler, &CTickScheduler_EnableTickHandler,
                             &CTickScheduler_DisableTickHandler, &CTickScheduler_AddGroup, &CTickScheduler_RemoveGroup,
                             &CTickScheduler_EnableTickGroup, &CTickScheduler_DisableTickGroup);
+    return object;
 }
 
 }  // namespace
 
 // ---- Statics ----------------------------------------------------------------
+
+// Zero-filled, so that its pages cost nothing until handlers are registered.
+zyn_ts::HandlerSlot schedulerHandlerSlots[zyn_ts::kHandlerSlots];
 
 // Constructed right after the trace object and before the library's other
 // statics, so that a registration from another static constructor of a
@@ -340,6 +348,8 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
             throw;
         }
     }
+    // No allocation: a slot of the statistics' static table, claimed under
+    // the tick lock, while no pass runs.
     state.statistics.addHandler(record.get());
     *tickHandler = record.release();
     return TickResult::Success;
@@ -530,7 +540,7 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     CTickScheduler& state = tickScheduler;
     const uint32_t startUp = zyn_ts::startUpWithPlatform(
         state.initialized.load(std::memory_order_relaxed) != 0, kPlatformNames, kSubscribedPhases, phaseCallbackContext,
-        &CTickScheduler_OnPhaseActivation, zyn_ts::interfaceFilledOnce(&fillInterface), &traceInitializeRefusal);
+        &CTickScheduler_OnPhaseActivation, &prepareInterface, &traceInitializeRefusal);
     if (startUp != TickResult::Success) {
         return startUp;
     }
@@ -539,10 +549,8 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     state.initialized.store(1, std::memory_order_relaxed);
     // Read only now, when every registration has succeeded.
     state.tickPriority = *priority;
-    {
-        std::lock_guard<std::mutex> statisticsLock(state.tickMutex);
-        state.statistics.applyEnvironment();
-    }
+    // No lock: a client that holds the tick lock may call Initialize.
+    state.statistics.applyEnvironmentOnce();
     return TickResult::Success;
 }
 
@@ -620,6 +628,6 @@ extern "C" void CTickScheduler_Uninitialize(void) {
         // emptied, under the mutex so that a concurrent registration is safe.
         std::lock_guard<std::mutex> listLock(state.tickMutex);
         state.tickHandlers.clear();
-        state.statistics.removeAllHandlers();
+        state.statistics.dropAllHandlers();
     }
 }

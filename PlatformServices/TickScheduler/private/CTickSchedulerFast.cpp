@@ -1,5 +1,7 @@
 #include <pthread.h>
 
+#include <cstring>
+
 #include "CList.h"
 #include "CModuleManager.h"
 #include "CTickSchedulerFast.h"
@@ -43,9 +45,10 @@ constexpr char kDisableTickGroupName[] = "CTickSchedulerFast_DisableTickGroup";
 
 }  // namespace
 
-// Early, like the other module's state: a static constructor elsewhere may
-// register a handler before this file's ordinary statics exist.
-__attribute__((init_priority(102))) zyn_ts::DispatchStatistics fastDispatchStatistics{zyn_ts::kNsPerMs};
+// Zero-filled and constant-initialised: ready before any static constructor
+// elsewhere may register a handler, and costing no memory until then.
+zyn_ts::HandlerSlot fastHandlerSlots[zyn_ts::kHandlerSlots];
+zyn_ts::DispatchStatistics fastDispatchStatistics{zyn_ts::kNsPerMs, fastHandlerSlots};
 CTickSchedulerFast tickSchedulerFastModule;
 
 // The receiver given to the oscillator at phase 11.
@@ -91,15 +94,20 @@ ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
             tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
 }
 
-/// Calls the handler and records how long it took. The entry is looked up
-/// before the call: the call may unregister and free its own record, and a
-/// registration during the call may reuse the address.
+/// Calls the handler and records how long it took. The slot and the name are
+/// taken before the call: the call may unregister and free its own record
+/// (which leaves the slot a tombstone that no one claims during the pass,
+/// since claims need the mutex this pass holds).
 ZYN_TS_TICK_PATH void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
-    zyn_ts::HandlerTiming* const entry = fastDispatchStatistics.entryFor(&handler);
+    zyn_ts::HandlerSlot* const slot = fastDispatchStatistics.slotFor(&handler);
+    char name[zyn_ts::kNameBytes];
+    std::memcpy(name, handler.name, sizeof(name));
     const int64_t startNs = zyn_ts::statisticsNowNs();
     pass.callStarts(startNs);
     handler.tickReceiver.onTick(handler.tickReceiver.context);
-    fastDispatchStatistics.recordCall(pass, entry, zyn_ts::statisticsNowNs() - startNs);
+    const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
+    const bool stillRegistered = slot != nullptr && slot->key.load(std::memory_order_relaxed) == &handler;
+    fastDispatchStatistics.recordCall(pass, stillRegistered ? slot : nullptr, name, callNs);
 }
 
 /// One line per overrun that the rate limit lets through.
@@ -158,7 +166,6 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::PassTiming* pass) {
 /// statistics stays as it was.
 ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedDispatch() {
     zyn_ts::PassTiming pass;
-    fastDispatchStatistics.beginPass();
     dispatchHandlers<true>(&pass);
     traceOverrun(fastDispatchStatistics.endPass(pass));
 }
@@ -180,13 +187,18 @@ uint32_t changeGroupBit(std::atomic<uint32_t>& mask, uint32_t groupId, bool set)
     return TickResult::Success;
 }
 
-void fillInterface(ITickSchedulerFast& object) {
+/// Constructs the interface object when a start-up first gets this far and
+/// stores every operation into its slots on each start-up that does.
+IInterface& prepareInterface() {
+    static ITickSchedulerFast tickSchedulerFastInterface;
+    ITickSchedulerFast& object = tickSchedulerFastInterface;
     object.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
     object.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
     zyn_ts::fillSharedSlots(object, &CTickSchedulerFast_UnregisterTickHandler, &CTickSchedulerFast_EnableTickHandler,
                             &CTickSchedulerFast_DisableTickHandler, &CTickSchedulerFast_AddGroup,
                             &CTickSchedulerFast_RemoveGroup, &CTickSchedulerFast_EnableTickGroup,
                             &CTickSchedulerFast_DisableTickGroup);
+    return object;
 }
 
 }  // namespace
@@ -217,6 +229,8 @@ extern "C" uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHan
         return TickResult::MutexFailure;
     }
     (void)CList_PushTail(&module.handlerList, record);
+    // No allocation: a slot of the statistics' static table, claimed while
+    // no pass runs.
     fastDispatchStatistics.addHandler(record);
     if (pthread_mutex_unlock(&module.tickMutex) != 0) {
         // The record is in the list and will be called, but the client is not
@@ -328,7 +342,7 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     CTickSchedulerFast& module = tickSchedulerFastModule;
     const uint32_t startUp = zyn_ts::startUpWithPlatform(
         module.initialized == 1, kPlatformNames, kSubscribedPhases, fastPhaseCallbackContext,
-        &CTickSchedulerFast_OnPhaseActivation, zyn_ts::interfaceFilledOnce(&fillInterface), &traceInitializeRefusal);
+        &CTickSchedulerFast_OnPhaseActivation, &prepareInterface, &traceInitializeRefusal);
     if (startUp != TickResult::Success) {
         return startUp;
     }
@@ -338,12 +352,11 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     // Records of an earlier life of the module are abandoned with the old
     // list, never freed by the module itself.
     (void)CList_Construct(&module.handlerList);
+    // The figures of the abandoned records go with the old list.
+    fastDispatchStatistics.dropAllHandlers();
     module.disabledGroupMask.store(0, std::memory_order_relaxed);
     module.initialized = 1;
-    if (pthread_mutex_lock(&module.tickMutex) == 0) {
-        fastDispatchStatistics.applyEnvironment();
-        (void)pthread_mutex_unlock(&module.tickMutex);
-    }
+    fastDispatchStatistics.applyEnvironmentOnce();
     return TickResult::Success;
 }
 
@@ -354,6 +367,8 @@ extern "C" void CTickSchedulerFast_Uninitialize(void) {
     (void)module.tickOscillator.stop();
     (void)InterfaceBroker::getInstance()->unregisterInterface(kPlatformNames.interfaceName, nullptr);
     module.initialized = 0;
+    // Without a lock, like the rest of the shut-down: one atomic step.
+    fastDispatchStatistics.dropAllHandlers();
 }
 
 extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {

@@ -59,6 +59,8 @@ extern ZYN_TS_INTERNAL CTickSchedulerFast tickSchedulerFastModule;
 /// The fast module's handler timing, guarded by `tickMutex`. Kept beside the
 /// module object rather than in it, so that the module's members stay as
 /// they are; constructed before and destroyed after it.
+extern ZYN_TS_INTERNAL zyn_ts::HandlerSlot fastHandlerSlots[zyn_ts::kHandlerSlots];
+
 extern ZYN_TS_INTERNAL zyn_ts::DispatchStatistics fastDispatchStatistics;
 
 extern "C" {

@@ -24,6 +24,10 @@
 
 /// The module state. One instance, `tickScheduler`, lives for the life of the
 /// library.
+/// The statistics' handler table: zero-filled static storage, so that its
+/// pages cost nothing until handlers are registered.
+extern ZYN_TS_INTERNAL zyn_ts::HandlerSlot schedulerHandlerSlots[zyn_ts::kHandlerSlots];
+
 class ZYN_TS_INTERNAL CTickScheduler {
 public:
     /// The state at load: oscillator constructed, every word zero, no handler.
@@ -75,7 +79,7 @@ public:
     /// Handler timing and overrun attribution, off until switched on.
     /// Declared last: the destructor stops the oscillator before any member
     /// goes.
-    zyn_ts::DispatchStatistics statistics{6 * zyn_ts::kNsPerMs};
+    zyn_ts::DispatchStatistics statistics{6 * zyn_ts::kNsPerMs, schedulerHandlerSlots};
 };
 
 /// The module state.

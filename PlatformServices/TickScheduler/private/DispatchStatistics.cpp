@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "StatisticsClock.h"
 #include "TickPath.h"
+#include "TickResultCodes.h"
 
 namespace zyn_ts {
 
@@ -15,171 +15,318 @@ namespace {
 constexpr const char* kEnvironmentSwitch = "ZYN_TICK_STATISTICS";
 /// A persistently slow handler may not flood the trace.
 constexpr int64_t kOverrunReportIntervalNs = 1000 * kNsPerMs;
+/// Attempts of a reader of the longest pass before it reports its culprit as
+/// unknown, and how many times an attempt looks again for a write section to
+/// end. The section changes only when a pass is the longest yet, so a read
+/// fails only when its writer stalls in the middle of one (pre-empted, or on
+/// a CPU the reader keeps busy) for the whole bound: some hundred
+/// microseconds at most.
+constexpr int kReadAttempts = 64;
+constexpr int kLooksPerAttempt = 1024;
+/// A slot's epoch while the writer clears its figures.
+constexpr uint32_t kClearing = 0;
+/// The key an unregistered handler leaves behind: probing goes on past it.
+const STickHandler* const kTombstone = reinterpret_cast<const STickHandler*>(alignof(STickHandler));
 
-/// The record's name is always NUL-terminated within its 32 bytes.
-void copyName(char (&target)[32], const char (&source)[32]) {
-    std::memcpy(target, source, sizeof(target));
-    target[sizeof(target) - 1] = '\0';
+constexpr size_t kNameWords = kNameBytes / sizeof(uint64_t);
+static_assert(kNameBytes % sizeof(uint64_t) == 0, "the name is copied in whole words");
+
+size_t slotIndexOf(const STickHandler* handler, size_t mask) {
+    // Records are heap blocks: their low bits carry no information.
+    const auto address = reinterpret_cast<uintptr_t>(handler);
+    return static_cast<size_t>((address >> 4u) * 0x9E3779B1u) & mask;
+}
+
+/// Opens a write section of a sequence count (see the header's comment).
+void beginWrite(std::atomic<uint32_t>& sequence) { sequence.fetch_add(1, std::memory_order_acquire); }
+void endWrite(std::atomic<uint32_t>& sequence) { sequence.fetch_add(1, std::memory_order_release); }
+
+/// The sequence count once no write section is open, or an odd count when
+/// one stays open for the whole bound.
+uint32_t evenSequence(const std::atomic<uint32_t>& sequence) {
+    uint32_t value = sequence.load(std::memory_order_acquire);
+    for (int look = 1; (value & 1u) != 0 && look < kLooksPerAttempt; ++look) {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#endif
+        value = sequence.load(std::memory_order_acquire);
+    }
+    return value;
+}
+
+template <typename T>
+void put(std::atomic<T>& field, T value) {
+    field.store(value, std::memory_order_release);
+}
+
+template <typename T>
+T get(const std::atomic<T>& field) {
+    return field.load(std::memory_order_acquire);
+}
+
+/// The writer's own view of a field it alone writes.
+template <typename T>
+T own(const std::atomic<T>& field) {
+    return field.load(std::memory_order_relaxed);
+}
+
+/// Zeroes the figures, stamped with `epoch` afterwards; a reader that meets
+/// the slot meanwhile reads zero. Fields in the order recordCall stores them.
+void clearFigures(HandlerSlot& slot, uint32_t epoch) {
+    put(slot.epoch, kClearing);
+    put<int64_t>(slot.totalNs, 0);
+    put<int64_t>(slot.maxNs, 0);
+    put<int64_t>(slot.minNs, 0);
+    put<int64_t>(slot.lastNs, 0);
+    put<uint64_t>(slot.overBudget, 0);
+    put<uint64_t>(slot.calls, 0);
+    put(slot.epoch, epoch);
 }
 
 }  // namespace
 
-DispatchStatistics::DispatchStatistics(int64_t periodNs) {
-    figures.periodNs = periodNs;
-    figures.handlerBudgetNs = periodNs;
-}
+// ---- Switches -----------------------------------------------------------------
 
-void DispatchStatistics::switchOn(uint64_t budgetNs) {
-    figures.handlerBudgetNs =
-        budgetNs == 0 ? figures.periodNs : static_cast<int64_t>(std::min<uint64_t>(budgetNs, INT64_MAX));
+void DispatchStatistics::switchOn(uint64_t handlerBudgetNs) {
+    budgetNs.store(handlerBudgetNs == 0 ? period : static_cast<int64_t>(std::min<uint64_t>(handlerBudgetNs, INT64_MAX)),
+                   std::memory_order_relaxed);
     on.store(true, std::memory_order_relaxed);
 }
 
 void DispatchStatistics::switchOff() { on.store(false, std::memory_order_relaxed); }
 
-void DispatchStatistics::applyEnvironment() {
-    // Read only by Initialize, which the platform calls before any phase on
-    // one thread; nothing in the library changes the environment.
+void DispatchStatistics::applyEnvironmentOnce() {
+    if (environmentConsulted.exchange(true, std::memory_order_relaxed)) {
+        return;
+    }
+    // Read at start-up only; nothing in the library changes the environment.
     const char* value = std::getenv(kEnvironmentSwitch);  // NOLINT(concurrency-mt-unsafe)
     if (value != nullptr && value[0] != '\0' && std::strcmp(value, "0") != 0) {
         switchOn(0);
     }
 }
 
-void DispatchStatistics::reset() {
-    for (auto& entry : handlers) {
-        entry.second.figures = STickHandlerStatistics{};
+void DispatchStatistics::reset() { resetEpoch.fetch_add(1, std::memory_order_relaxed); }
+
+// ---- The handler table ----------------------------------------------------------
+
+HandlerSlot* DispatchStatistics::findSlot(const STickHandler* handler, uint32_t currentGeneration) const {
+    size_t index = slotIndexOf(handler, tableMask);
+    for (size_t probes = 0; probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
+        HandlerSlot& slot = table[index];
+        if (slot.generation.load(std::memory_order_acquire) != currentGeneration) {
+            return nullptr;
+        }
+        const STickHandler* const key = slot.key.load(std::memory_order_acquire);
+        if (key == handler) {
+            return &slot;
+        }
+        if (key == nullptr) {
+            return nullptr;
+        }
     }
-    figures.passes = 0;
-    figures.overruns = 0;
-    figures.longestPassNs = 0;
-    figures.longestPassCulpritNs = 0;
-    figures.longestPassCulprit[0] = '\0';
-    overrunReported = false;
-    lastOverrunReportNs = 0;
-    overrunsSinceReport = 0;
+    return nullptr;
 }
 
 void DispatchStatistics::addHandler(const STickHandler* handler) {
-    try {
-        HandlerTiming& timing = handlers[handler];
-        timing = HandlerTiming{};
-        copyName(timing.name, handler->name);
-    } catch (const std::bad_alloc&) {
-        // The handler runs as usual; only its figures are missing.
+    const uint32_t currentGeneration = generation.load(std::memory_order_relaxed);
+    size_t index = slotIndexOf(handler, tableMask);
+    for (size_t probes = 0; probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
+        HandlerSlot& slot = table[index];
+        const bool current = own(slot.generation) == currentGeneration;
+        const STickHandler* const key = own(slot.key);
+        if (current && key != nullptr && key != kTombstone) {
+            continue;
+        }
+        put(slot.generation, currentGeneration);
+        clearFigures(slot, resetEpoch.load(std::memory_order_relaxed));
+        put(slot.key, handler);
+        return;
     }
+    // Full: the handler runs as usual, without figures of its own.
+    handlersWithoutSlot.fetch_add(1, std::memory_order_relaxed);
 }
 
 void DispatchStatistics::removeHandler(const STickHandler* handler) {
-    const auto found = handlers.find(handler);
-    if (found == handlers.end()) {
+    HandlerSlot* const slot = findSlot(handler, generation.load(std::memory_order_relaxed));
+    if (slot == nullptr) {
+        uint32_t without = handlersWithoutSlot.load(std::memory_order_relaxed);
+        while (without != 0 &&
+               !handlersWithoutSlot.compare_exchange_weak(without, without - 1, std::memory_order_relaxed)) {}
         return;
     }
-    if (passOpen) {
-        // The pass may be timing this very handler's call.
-        if (!found->second.removed) {
-            found->second.removed = true;
-            ++removedDuringPass;
-        }
-        return;
-    }
-    handlers.erase(found);
+    put(slot->key, kTombstone);
 }
 
-void DispatchStatistics::removeAllHandlers() {
-    handlers.clear();
-    removedDuringPass = 0;
+void DispatchStatistics::dropAllHandlers() {
+    generation.fetch_add(1, std::memory_order_acq_rel);
+    handlersWithoutSlot.store(0, std::memory_order_relaxed);
 }
 
-ZYN_TS_TICK_PATH void DispatchStatistics::beginPass() { passOpen = true; }
+// ---- The pass -------------------------------------------------------------------
 
-ZYN_TS_TICK_PATH HandlerTiming* DispatchStatistics::entryFor(const STickHandler* handler) {
-    const auto found = handlers.find(handler);
-    return found == handlers.end() ? nullptr : &found->second;
+ZYN_TS_TICK_PATH HandlerSlot* DispatchStatistics::slotFor(const STickHandler* handler) const {
+    return findSlot(handler, generation.load(std::memory_order_acquire));
 }
 
-ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const {
-    if (entry == nullptr) {
-        return;
-    }
-    STickHandlerStatistics& handlerFigures = entry->figures;
-    handlerFigures.minNs = handlerFigures.calls == 0 ? callNs : std::min(handlerFigures.minNs, callNs);
-    handlerFigures.maxNs = std::max(handlerFigures.maxNs, callNs);
-    handlerFigures.lastNs = callNs;
-    handlerFigures.totalNs += callNs;
-    ++handlerFigures.calls;
-    if (callNs > figures.handlerBudgetNs) {
-        ++handlerFigures.overBudget;
-    }
+ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerSlot* slot,
+                                                     const char (&name)[kNameBytes], int64_t callNs) {
     if (callNs > pass.longestCallNs) {
         pass.longestCallNs = callNs;
-        std::memcpy(pass.longestCallName, entry->name, sizeof(pass.longestCallName));
+        std::memcpy(pass.longestCallName, name, sizeof(pass.longestCallName));
+        pass.longestCallName[kNameBytes - 1] = '\0';
     }
+    if (slot == nullptr) {
+        return;
+    }
+    const uint32_t currentEpoch = resetEpoch.load(std::memory_order_relaxed);
+    if (own(slot->epoch) != currentEpoch) {
+        clearFigures(*slot, currentEpoch);
+    }
+    // Total, maximum, minimum before the count: a reader loads them in the
+    // opposite order (see the header).
+    const uint64_t calls = own(slot->calls);
+    put(slot->totalNs, own(slot->totalNs) + callNs);
+    put(slot->maxNs, std::max(own(slot->maxNs), callNs));
+    put(slot->minNs, calls == 0 ? callNs : std::min(own(slot->minNs), callNs));
+    put(slot->lastNs, callNs);
+    if (callNs > budgetNs.load(std::memory_order_relaxed)) {
+        put(slot->overBudget, own(slot->overBudget) + 1);
+    }
+    put(slot->calls, calls + 1);
 }
 
 ZYN_TS_TICK_PATH OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
     const int64_t endNs = statisticsNowNs();
     const int64_t passNs = pass.started ? endNs - pass.startNs : 0;
-    countPass(pass, passNs);
-    if (removedDuringPass != 0) {
-        for (auto entry = handlers.begin(); entry != handlers.end();) {
-            entry = entry->second.removed ? handlers.erase(entry) : std::next(entry);
-        }
-        removedDuringPass = 0;
-    }
-    passOpen = false;
-    if (passNs <= figures.periodNs) {
+    const uint32_t currentEpoch = resetEpoch.load(std::memory_order_relaxed);
+    countPass(pass, passNs, currentEpoch);
+    if (passNs <= period) {
         return OverrunReport{};
     }
-    ++figures.overruns;
-    return rateLimitedReport(pass, passNs, endNs);
+    return rateLimitedReport(pass, passNs, endNs, currentEpoch);
 }
 
-void DispatchStatistics::countPass(const PassTiming& pass, int64_t passNs) {
-    ++figures.passes;
-    if (passNs > figures.longestPassNs) {
-        figures.longestPassNs = passNs;
-        figures.longestPassCulpritNs = std::max<int64_t>(pass.longestCallNs, 0);
-        std::memcpy(figures.longestPassCulprit, pass.longestCallName, sizeof(figures.longestPassCulprit));
+void DispatchStatistics::countPass(const PassTiming& pass, int64_t passNs, uint32_t currentEpoch) {
+    PassFigures& figures = passFigures;
+    const bool stale = own(figures.epoch) != currentEpoch;
+    if (stale) {
+        put(figures.epoch, kClearing);
+        put<uint64_t>(figures.passes, 0);
+        put<uint64_t>(figures.overruns, 0);
+    }
+    // Passes before overruns: a reader loads them in the opposite order.
+    put(figures.passes, own(figures.passes) + 1);
+    if (passNs > period) {
+        put(figures.overruns, own(figures.overruns) + 1);
+    }
+    if (stale || passNs > own(figures.longestPassNs)) {
+        beginWrite(figures.longestSequence);
+        put(figures.longestPassNs, passNs);
+        put(figures.longestPassCulpritNs, std::max<int64_t>(pass.longestCallNs, 0));
+        uint64_t words[kNameWords] = {};
+        std::memcpy(words, pass.longestCallName, sizeof(words));
+        for (size_t i = 0; i < kNameWords; ++i) {
+            put(figures.culprit[i], words[i]);
+        }
+        endWrite(figures.longestSequence);
+    }
+    if (stale) {
+        put(figures.epoch, currentEpoch);
     }
 }
 
-OverrunReport DispatchStatistics::rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs) {
-    if (overrunReported && nowNs - lastOverrunReportNs < kOverrunReportIntervalNs) {
-        ++overrunsSinceReport;
+OverrunReport DispatchStatistics::rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs,
+                                                    uint32_t currentEpoch) {
+    OverrunLimit& limit = overrunLimit;
+    if (limit.epoch != currentEpoch) {
+        limit = OverrunLimit{};
+        limit.epoch = currentEpoch;
+    }
+    if (limit.reported && nowNs - limit.lastReportNs < kOverrunReportIntervalNs) {
+        ++limit.sinceReport;
         return OverrunReport{};
     }
     OverrunReport report;
     report.due = true;
     report.passNs = passNs;
-    report.periodNs = figures.periodNs;
+    report.periodNs = period;
     report.culpritNs = std::max<int64_t>(pass.longestCallNs, 0);
     std::memcpy(report.culprit, pass.longestCallName, sizeof(report.culprit));
-    report.suppressed = overrunsSinceReport;
-    overrunReported = true;
-    lastOverrunReportNs = nowNs;
-    overrunsSinceReport = 0;
+    report.suppressed = limit.sinceReport;
+    limit.reported = true;
+    limit.lastReportNs = nowNs;
+    limit.sinceReport = 0;
     return report;
 }
 
-bool DispatchStatistics::copyHandler(const STickHandler* handler, STickHandlerStatistics& out) const {
-    const auto found = handlers.find(handler);
-    if (found == handlers.end() || found->second.removed) {
-        return false;
+// ---- Queries --------------------------------------------------------------------
+
+uint32_t DispatchStatistics::copyHandler(const STickHandler* handler, STickHandlerStatistics& out) const {
+    const uint32_t currentGeneration = generation.load(std::memory_order_acquire);
+    const HandlerSlot* const slot = findSlot(handler, currentGeneration);
+    if (slot == nullptr) {
+        return handlersWithoutSlot.load(std::memory_order_relaxed) != 0 ? TickResult::NoFigures
+                                                                        : TickResult::UnknownHandler;
+    }
+    const uint32_t currentEpoch = resetEpoch.load(std::memory_order_relaxed);
+    const uint32_t epochBefore = get(slot->epoch);
+    STickHandlerStatistics copy = {};
+    // The opposite of the order recordCall stores them in.
+    copy.calls = get(slot->calls);
+    copy.overBudget = get(slot->overBudget);
+    copy.lastNs = get(slot->lastNs);
+    copy.minNs = get(slot->minNs);
+    copy.maxNs = get(slot->maxNs);
+    copy.totalNs = get(slot->totalNs);
+    if (get(slot->key) != handler || get(slot->generation) != currentGeneration) {
+        return TickResult::UnknownHandler;
+    }
+    if (epochBefore != currentEpoch || get(slot->epoch) != epochBefore) {
+        // Reset since, or being cleared for a reset meanwhile.
+        copy = STickHandlerStatistics{};
     }
     // Everything but the size, which is the caller's.
-    const uint32_t callerSize = out.size;
-    out = found->second.figures;
-    out.size = callerSize;
-    return true;
+    copy.size = out.size;
+    out = copy;
+    return TickResult::Success;
 }
 
 void DispatchStatistics::copyScheduler(STickSchedulerStatistics& out) const {
-    // Everything but the size, which is the caller's.
-    const uint32_t callerSize = out.size;
-    out = figures;
-    out.size = callerSize;
-    out.enabled = isOn() ? 1u : 0u;
+    const PassFigures& figures = passFigures;
+    STickSchedulerStatistics copy = {};
+    const uint32_t currentEpoch = resetEpoch.load(std::memory_order_relaxed);
+    const uint32_t epochBefore = get(figures.epoch);
+    copy.overruns = get(figures.overruns);
+    copy.passes = get(figures.passes);
+    for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
+        const uint32_t before = evenSequence(figures.longestSequence);
+        if ((before & 1u) != 0) {
+            continue;
+        }
+        copy.longestPassNs = get(figures.longestPassNs);
+        copy.longestPassCulpritNs = get(figures.longestPassCulpritNs);
+        uint64_t words[kNameWords] = {};
+        for (size_t i = 0; i < kNameWords; ++i) {
+            words[i] = get(figures.culprit[i]);
+        }
+        if (figures.longestSequence.load(std::memory_order_relaxed) == before) {
+            std::memcpy(copy.longestPassCulprit, words, sizeof(copy.longestPassCulprit));
+            copy.longestPassCulprit[kNameBytes - 1] = '\0';
+            break;
+        }
+        // Still changing after every attempt: the pass stays, its culprit
+        // is reported as unknown.
+        copy.longestPassCulpritNs = 0;
+    }
+    if (epochBefore != currentEpoch || get(figures.epoch) != epochBefore) {
+        copy = STickSchedulerStatistics{};
+    }
+    copy.size = out.size;
+    copy.enabled = isOn() ? 1u : 0u;
+    copy.periodNs = period;
+    copy.handlerBudgetNs = budgetNs.load(std::memory_order_relaxed);
+    out = copy;
 }
 
 }  // namespace zyn_ts

@@ -1,24 +1,44 @@
 // Handler timing and overrun attribution, shared by both schedulers.
 //
-// Each module owns one DispatchStatistics and guards it with its own tick
-// mutex: every member function below runs with that mutex held, on the tick
-// thread during a pass or on a client thread between passes (or while the
-// interval scheduler's pass has released the mutex around a call, which is
-// why the pass writes a call's figures only after it has taken the mutex
-// back). The only exception is isOn(), the one relaxed load a pass pays
-// while the statistics are off.
+// Nothing here takes a lock, allocates or waits, so that every statistics
+// function may be called from any thread, a tick function of either
+// scheduler included, without ever waiting for a pass:
 //
-// A handler's figures live in a side table keyed by the record's address,
-// filled at registration, so the record itself (whose layout is fixed) holds
-// nothing new and a pass finds a handler's entry in constant time without
-// allocating. An entry of a handler removed during a pass stays until the
-// pass ends, since the pass may still be timing its call.
+// - The switch, the budget and a reset are atomics. A reset starts a new
+//   epoch: figures stamped with an older one read as zero, and the tick
+//   thread clears them the next time it writes them.
+// - A handler's figures live in a slot of a fixed table that the module
+//   provides in static storage (untouched pages cost no memory), found by
+//   the record's address with linear probing. Registration claims a slot,
+//   unregistration leaves a tombstone; a new table generation (the module's
+//   handler list emptied or built anew) drops every slot at once.
+// - Every slot and the pass figures are written by one writer at a time:
+//   the module's tick pass, or a registration or unregistration that holds
+//   the module's mutex between passes (or runs in a tick function on the
+//   tick thread itself).
+// - A reader never waits for the writer, however often it writes: the
+//   writer stores a call's figures in a fixed order (release) and a reader
+//   loads them in the opposite order (acquire), so that what it reads keeps
+//   the figures' relations (minimum <= maximum <= total; overruns <=
+//   passes) even while passes run back to back, although two figures may
+//   then come from consecutive calls. Only what must stay whole is guarded
+//   by a sequence count: the epoch while the writer clears a slot after a
+//   reset (a reader that meets it reads zero, which is what a reset means),
+//   and the longest pass with its culprit's name, which changes rarely (a
+//   reader that meets it mid-change on every one of a bounded number of
+//   attempts reports that pass's name as unknown).
+//
+// Sequence counts use no standalone fences (ThreadSanitizer does not model
+// them): a write section starts with an acquire increment, so its field
+// stores cannot move before it, and stores its fields with release; a
+// reader loads them with acquire, so once it sees any new value it also sees
+// the odd (or a later) count on its second look and retries.
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
-#include <unordered_map>
 
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
@@ -28,13 +48,29 @@ namespace zyn_ts {
 
 constexpr int64_t kNsPerMs = 1000000;
 
-/// One handler's figures.
-struct HandlerTiming {
-    char name[32] = {};
-    /// Kept in the form the queries hand out; `size` and `reserved` stay 0.
-    STickHandlerStatistics figures = {};
-    /// Unregistered during the open pass; erased when it ends.
-    bool removed = false;
+/// Slots of each module's handler table: handlers beyond this many (less
+/// the probing's slack) run without figures of their own.
+constexpr size_t kHandlerSlots = 2048;
+
+/// A handler name as the statistics carry it: the record's 32 bytes.
+constexpr size_t kNameBytes = sizeof(STickHandler::name);
+
+/// One handler's figures in the table.
+struct HandlerSlot {
+    /// The table generation the slot was claimed in; any other means free.
+    std::atomic<uint32_t> generation;
+    /// The reset epoch the figures belong to; older ones read as zero, and
+    /// 0 while the writer clears them.
+    std::atomic<uint32_t> epoch;
+    /// The handler's record; null never claimed in this generation, or the
+    /// tombstone of an unregistered handler.
+    std::atomic<const STickHandler*> key;
+    std::atomic<uint64_t> calls;
+    std::atomic<uint64_t> overBudget;
+    std::atomic<int64_t> totalNs;
+    std::atomic<int64_t> minNs;
+    std::atomic<int64_t> maxNs;
+    std::atomic<int64_t> lastNs;
 };
 
 /// What a pass remembers while it runs: its start and its longest call.
@@ -46,10 +82,10 @@ struct PassTiming {
     bool started = false;
     int64_t startNs = 0;
     int64_t longestCallNs = -1;
-    char longestCallName[32] = {};
+    char longestCallName[kNameBytes] = {};
 
-    /// Tick thread, with or without the mutex: takes each call's start
-    /// reading; the first one starts the pass.
+    /// Tick thread: takes each call's start reading; the first one starts
+    /// the pass.
     void callStarts(int64_t nowNs) {
         if (!started) {
             started = true;
@@ -64,7 +100,7 @@ struct OverrunReport {
     int64_t passNs = 0;
     int64_t periodNs = 0;
     int64_t culpritNs = 0;
-    char culprit[32] = {};
+    char culprit[kNameBytes] = {};
     /// Overruns since the last message that were not reported.
     uint64_t suppressed = 0;
 };
@@ -84,62 +120,97 @@ inline std::ostream& operator<<(std::ostream& out, Microseconds time) {
 
 class ZYN_TS_INTERNAL DispatchStatistics {
 public:
-    explicit DispatchStatistics(int64_t periodNs);
+    /// `slots` is the module's table, zero-filled static storage of
+    /// `slotCount` entries (a power of two). Constant-initialised, so a
+    /// registration from another static constructor finds it ready.
+    template <size_t SlotCount>
+    constexpr DispatchStatistics(int64_t periodNs, HandlerSlot (&slots)[SlotCount])
+        : table(slots), tableMask(SlotCount - 1), period(periodNs), budgetNs(periodNs) {
+        static_assert(SlotCount != 0 && (SlotCount & (SlotCount - 1)) == 0, "a power of two");
+    }
+
+    // ---- Switches: any thread, no lock, no wait ------------------------------
 
     /// The pass's one relaxed load while the statistics are off.
     bool isOn() const { return on.load(std::memory_order_relaxed); }
-
     /// A budget of 0 means the period.
     void switchOn(uint64_t handlerBudgetNs);
     void switchOff();
     /// ZYN_TICK_STATISTICS=1 (or any value but empty and "0") switches on
-    /// with the default budget; otherwise nothing changes.
-    void applyEnvironment();
-    /// Clears every figure; keeps on/off, the budget and the table's entries.
+    /// with the default budget. Consulted at the first call only, so that a
+    /// later start-up never overrides what a client decided meanwhile.
+    void applyEnvironmentOnce();
+    /// Clears every figure from now on; keeps on/off, the budget and the
+    /// handlers' slots.
     void reset();
 
-    /// Adds an entry for a newly registered handler. An allocation failure
-    /// leaves the handler without statistics (its query says unknown) rather
-    /// than changing what the registration does.
+    // ---- The handler table: one writer at a time (see the file comment) ------
+
+    /// Claims a slot for a newly registered handler, with zero figures. A
+    /// full table leaves the handler without figures.
     void addHandler(const STickHandler* handler);
     void removeHandler(const STickHandler* handler);
-    void removeAllHandlers();
+    /// Drops every slot at once; any thread, no lock.
+    void dropAllHandlers();
 
-    /// Tick thread, mutex held. A pass that times itself opens with
-    /// beginPass and closes with endPass; in between, each call is timed
-    /// into the handler's entry with recordCall.
-    void beginPass();
-    /// The handler's entry, also when the handler was unregistered during the
-    /// open pass (its figures still count for the pass); null when it has
-    /// none. Valid until the pass ends, as long as no record is registered
-    /// at the same address meanwhile: a module whose records are freed at
-    /// once looks the entry up before the call, one whose records outlive
-    /// the pass may look it up after.
-    HandlerTiming* entryFor(const STickHandler* handler);
-    void recordCall(PassTiming& pass, HandlerTiming* entry, int64_t callNs) const;
+    // ---- The pass: tick thread, one pass at a time --------------------------
+
+    /// The handler's slot, or null when it has none.
+    HandlerSlot* slotFor(const STickHandler* handler) const;
+    /// Adds one call of `callNs` to `slot` (when there is one) and to the
+    /// pass; `name` is the handler's, taken from its record.
+    void recordCall(PassTiming& pass, HandlerSlot* slot, const char (&name)[kNameBytes], int64_t callNs);
     OverrunReport endPass(PassTiming& pass);
 
-    /// False when the handler has no entry.
-    bool copyHandler(const STickHandler* handler, STickHandlerStatistics& out) const;
+    // ---- Queries: any thread, no lock, a bounded number of retries -----------
+
+    /// TickResult::Success; TickResult::NoFigures when the handler has no
+    /// slot while handlers beyond the table's capacity are registered;
+    /// TickResult::UnknownHandler when it has none otherwise.
+    uint32_t copyHandler(const STickHandler* handler, STickHandlerStatistics& out) const;
     void copyScheduler(STickSchedulerStatistics& out) const;
 
 private:
-    void countPass(const PassTiming& pass, int64_t passNs);
-    OverrunReport rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs);
+    struct PassFigures {
+        /// The reset epoch of the figures, as a slot's.
+        std::atomic<uint32_t> epoch{0};
+        std::atomic<uint64_t> passes{0};
+        std::atomic<uint64_t> overruns{0};
+        /// Odd while the writer changes the longest pass and its culprit.
+        std::atomic<uint32_t> longestSequence{0};
+        std::atomic<int64_t> longestPassNs{0};
+        std::atomic<int64_t> longestPassCulpritNs{0};
+        /// The culprit's name, as words so that it is read like the rest.
+        std::atomic<uint64_t> culprit[kNameBytes / sizeof(uint64_t)]{};
+    };
+
+    /// The tick thread's own state of the overrun message's rate limit.
+    struct OverrunLimit {
+        uint32_t epoch = 0;
+        bool reported = false;
+        int64_t lastReportNs = 0;
+        uint64_t sinceReport = 0;
+    };
+
+    HandlerSlot* findSlot(const STickHandler* handler, uint32_t currentGeneration) const;
+    void countPass(const PassTiming& pass, int64_t passNs, uint32_t currentEpoch);
+    OverrunReport rateLimitedReport(const PassTiming& pass, int64_t passNs, int64_t nowNs, uint32_t currentEpoch);
+
+    HandlerSlot* table;
+    size_t tableMask;
+    int64_t period;
 
     std::atomic<bool> on{false};
-    /// The period, the budget and the pass figures, kept in the form the
-    /// query hands out; `size` and `enabled` are filled in by copyScheduler.
-    STickSchedulerStatistics figures = {};
+    std::atomic<bool> environmentConsulted{false};
+    std::atomic<int64_t> budgetNs;
+    std::atomic<uint32_t> resetEpoch{1};
+    /// Starts at 1, so that a zero-filled slot is free.
+    std::atomic<uint32_t> generation{1};
+    /// Registered handlers of this generation that found no free slot.
+    std::atomic<uint32_t> handlersWithoutSlot{0};
 
-    std::unordered_map<const STickHandler*, HandlerTiming> handlers;
-    bool passOpen = false;
-    /// Entries marked removed during the open pass.
-    uint32_t removedDuringPass = 0;
-
-    bool overrunReported = false;
-    int64_t lastOverrunReportNs = 0;
-    uint64_t overrunsSinceReport = 0;
+    PassFigures passFigures;
+    OverrunLimit overrunLimit;
 };
 
 }  // namespace zyn_ts

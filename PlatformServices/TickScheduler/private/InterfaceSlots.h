@@ -25,15 +25,4 @@ void fillSharedSlots(Interface& object, uint32_t (*unregisterTickHandler)(STickH
     object.DisableTickGroup = disableTickGroup;
 }
 
-/// The module's one interface object of type `Interface`, its slots filled
-/// by `fill` once, on first use, so that a later initialisation never writes
-/// them while clients call through them.
-template <typename Interface>
-Interface& interfaceFilledOnce(void (*fill)(Interface&)) {
-    static Interface object;
-    static const bool slotsFilled = (fill(object), true);
-    (void)slotsFilled;
-    return object;
-}
-
 }  // namespace zyn_ts

@@ -48,7 +48,7 @@ static_assert(sizeof(kRefusalResults) / sizeof(kRefusalResults[0]) == static_cas
 
 StartUpOutcome takeSteps(bool alreadyInitialized, const ModulePlatformNames& names, const uint32_t* phases,
                          uint32_t phaseCount, SPhaseCallbackContext& callbackRecord, PhaseCallback callback,
-                         IInterface& interfaceObject) {
+                         InterfacePreparation prepareInterface) {
     if (alreadyInitialized) {
         return {StartUpStep::InitializedCheck, TickResult::Success};
     }
@@ -64,6 +64,7 @@ StartUpOutcome takeSteps(bool alreadyInitialized, const ModulePlatformNames& nam
     if (TickResult::isPlatformFailure(platformResult)) {
         return {StartUpStep::Callback, platformResult};
     }
+    IInterface& interfaceObject = prepareInterface();
     platformResult = InterfaceBroker::getInstance()->registerInterface(names.interfaceName, &interfaceObject);
     if (TickResult::isPlatformFailure(platformResult)) {
         return {StartUpStep::Interface, platformResult};
@@ -75,9 +76,9 @@ StartUpOutcome takeSteps(bool alreadyInitialized, const ModulePlatformNames& nam
 
 uint32_t startUpWithPlatform(bool alreadyInitialized, const ModulePlatformNames& names, const uint32_t* phases,
                              uint32_t phaseCount, SPhaseCallbackContext& callbackRecord, PhaseCallback callback,
-                             IInterface& interfaceObject, RefusalTrace trace) {
+                             InterfacePreparation prepareInterface, RefusalTrace trace) {
     const StartUpOutcome outcome =
-        takeSteps(alreadyInitialized, names, phases, phaseCount, callbackRecord, callback, interfaceObject);
+        takeSteps(alreadyInitialized, names, phases, phaseCount, callbackRecord, callback, prepareInterface);
     if (outcome.failedStep == StartUpStep::Done) {
         return TickResult::Success;
     }

@@ -1,0 +1,184 @@
+// Every statistics function of either scheduler called from a tick function,
+// of its own scheduler or of the other one, returns without waiting for any
+// pass: no deadlock on the fast dispatch's mutex, and no cycle between the
+// two schedulers' passes. Each pass runs on a thread of its own, so a hang
+// ends the test program as STUCK within seconds instead of at CTest's
+// timeout.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "BothSchedulers.h"
+
+namespace statistics_test {
+namespace {
+
+/// What each statistics function of one scheduler returned in a tick
+/// function, and whether the switch took effect there and then.
+struct Results {
+    uint32_t enable = 0xFFFFFFFFu;
+    uint32_t reset = 0xFFFFFFFFu;
+    uint32_t handler = 0xFFFFFFFFu;
+    uint32_t scheduler = 0xFFFFFFFFu;
+    uint32_t disable = 0xFFFFFFFFu;
+    uint32_t enabledSeenInside = 0;
+    uint32_t enabledSeenAfterDisable = 1;
+};
+
+STickHandlerStatistics handlerRecord() {
+    STickHandlerStatistics record{};
+    record.size = sizeof(record);
+    return record;
+}
+
+STickSchedulerStatistics schedulerRecord() {
+    STickSchedulerStatistics record{};
+    record.size = sizeof(record);
+    return record;
+}
+
+using Enable = uint32_t (*)(uint64_t);
+using Plain = uint32_t (*)();
+using HandlerQuery = uint32_t (*)(const STickHandler*, STickHandlerStatistics*);
+using SchedulerQuery = uint32_t (*)(STickSchedulerStatistics*);
+
+/// One scheduler's five statistics functions.
+struct StatisticsFunctions {
+    Enable enable;
+    Plain disable;
+    Plain reset;
+    HandlerQuery handler;
+    SchedulerQuery scheduler;
+};
+
+constexpr StatisticsFunctions kScheduler = {&CTickScheduler_EnableStatistics, &CTickScheduler_DisableStatistics,
+                                            &CTickScheduler_ResetStatistics, &CTickScheduler_GetHandlerStatistics,
+                                            &CTickScheduler_GetSchedulerStatistics};
+constexpr StatisticsFunctions kFast = {&CTickSchedulerFast_EnableStatistics, &CTickSchedulerFast_DisableStatistics,
+                                       &CTickSchedulerFast_ResetStatistics, &CTickSchedulerFast_GetHandlerStatistics,
+                                       &CTickSchedulerFast_GetSchedulerStatistics};
+
+/// Calls all five of `functions` about `handle` and keeps their results.
+void callEveryFunction(const StatisticsFunctions& functions, const STickHandler* handle, Results& results) {
+    results.enable = functions.enable(0);
+    STickSchedulerStatistics scheduler = schedulerRecord();
+    results.scheduler = functions.scheduler(&scheduler);
+    results.enabledSeenInside = scheduler.enabled;
+    results.reset = functions.reset();
+    STickHandlerStatistics handler = handlerRecord();
+    results.handler = functions.handler(handle, &handler);
+    results.disable = functions.disable();
+    scheduler = schedulerRecord();
+    (void)functions.scheduler(&scheduler);
+    results.enabledSeenAfterDisable = scheduler.enabled;
+}
+
+void expectAllSucceeded(const Results& results) {
+    EXPECT_EQ(results.enable, TickResult::Success);
+    EXPECT_EQ(results.scheduler, TickResult::Success);
+    EXPECT_EQ(results.reset, TickResult::Success);
+    EXPECT_EQ(results.handler, TickResult::Success);
+    EXPECT_EQ(results.disable, TickResult::Success);
+    EXPECT_EQ(results.enabledSeenInside, 1u) << "switched on at once, not at the end of the pass";
+    EXPECT_EQ(results.enabledSeenAfterDisable, 0u);
+}
+
+class StatisticsFromTickFunctions : public BothSchedulersTest {};
+
+TEST_F(StatisticsFromTickFunctions, AFastTickFunctionCallsEveryFastStatisticsFunction) {
+    Results results;
+    ActionHandler handler([&] { callEveryFunction(kFast, nullptr, results); });
+    ASSERT_EQ(registerWithFastScheduler(handler, "FastSelf"), TickResult::Success);
+    handler.action = [&] { callEveryFunction(kFast, handler.handle, results); };
+
+    runPassesOnOwnThread(&CTickSchedulerFast_OnTick, 1, "a fast pass whose tick function calls the fast statistics");
+
+    EXPECT_EQ(handler.calls.load(), 1);
+    expectAllSucceeded(results);
+}
+
+TEST_F(StatisticsFromTickFunctions, ATickFunctionCallsEverySchedulerStatisticsFunction) {
+    Results results;
+    ActionHandler handler([] {});
+    ASSERT_EQ(registerWithScheduler(handler, "SchedulerSelf"), TickResult::Success);
+    handler.action = [&] { callEveryFunction(kScheduler, handler.handle, results); };
+
+    runPassesOnOwnThread(&CTickScheduler_OnTick, 1, "a pass whose tick function calls the statistics");
+
+    EXPECT_EQ(handler.calls.load(), 1);
+    expectAllSucceeded(results);
+}
+
+TEST_F(StatisticsFromTickFunctions, EachSchedulersTickFunctionsCallTheOthersStatistics) {
+    ActionHandler fastHandler([] {});
+    ActionHandler schedulerHandler([] {});
+    ASSERT_EQ(registerWithFastScheduler(fastHandler, "Fast"), TickResult::Success);
+    ASSERT_EQ(registerWithScheduler(schedulerHandler, "Scheduler"), TickResult::Success);
+    Results fromScheduler;
+    Results fromFast;
+    schedulerHandler.action = [&] { callEveryFunction(kFast, fastHandler.handle, fromScheduler); };
+    fastHandler.action = [&] { callEveryFunction(kScheduler, schedulerHandler.handle, fromFast); };
+
+    runPassesOnOwnThread(&CTickSchedulerFast_OnTick, 1, "a fast pass calling the other scheduler's statistics");
+    runPassesOnOwnThread(&CTickScheduler_OnTick, 1, "a pass calling the fast scheduler's statistics");
+
+    expectAllSucceeded(fromScheduler);
+    expectAllSucceeded(fromFast);
+}
+
+// Two passes at once, each calling into the other scheduler's statistics:
+// a query that waited for the fast pass while a fast tick function waited for
+// this scheduler's pass would stall both for good.
+TEST_F(StatisticsFromTickFunctions, PassesOfBothSchedulersCallIntoEachOtherWithoutACycle) {
+    constexpr int kPasses = 2000;
+    std::atomic<int> fastCalls{0};
+    std::atomic<int> schedulerCalls{0};
+    std::atomic<uint32_t> failures{0};
+    ActionHandler fastHandler([] {});
+    ActionHandler schedulerHandler([] {});
+    ASSERT_EQ(registerWithFastScheduler(fastHandler, "Fast"), TickResult::Success);
+    ASSERT_EQ(registerWithScheduler(schedulerHandler, "Scheduler"), TickResult::Success);
+    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
+    schedulerHandler.action = [&] {
+        STickHandlerStatistics handler = handlerRecord();
+        STickSchedulerStatistics scheduler = schedulerRecord();
+        const uint32_t handlerResult = CTickSchedulerFast_GetHandlerStatistics(fastHandler.handle, &handler);
+        if (handlerResult != TickResult::Success || CTickSchedulerFast_GetSchedulerStatistics(&scheduler) != 0) {
+            failures.fetch_add(1);
+        }
+        schedulerCalls.fetch_add(1);
+    };
+    fastHandler.action = [&] {
+        if (CTickScheduler_ResetStatistics() != TickResult::Success ||
+            CTickScheduler_EnableStatistics(0) != TickResult::Success) {
+            failures.fetch_add(1);
+        }
+        fastCalls.fetch_add(1);
+    };
+
+    std::thread fastTicker([] {
+        for (int i = 0; i < kPasses; ++i) {
+            CTickSchedulerFast_OnTick(nullptr);
+        }
+    });
+    std::thread schedulerTicker([] {
+        for (int i = 0; i < kPasses; ++i) {
+            CTickScheduler_OnTick(nullptr);
+        }
+    });
+    test_support::joinWhenFinished(
+        fastTicker, [&] { return fastCalls.load() == kPasses; }, "the fast passes resetting the other's statistics");
+    test_support::joinWhenFinished(
+        schedulerTicker, [&] { return schedulerCalls.load() == kPasses; }, "the passes querying the fast statistics");
+
+    EXPECT_EQ(failures.load(), 0u);
+    STickHandlerStatistics fastFigures = handlerRecord();
+    ASSERT_EQ(CTickSchedulerFast_GetHandlerStatistics(fastHandler.handle, &fastFigures), TickResult::Success);
+    EXPECT_EQ(fastFigures.calls, static_cast<uint64_t>(kPasses));
+}
+
+}  // namespace
+}  // namespace statistics_test
