@@ -44,8 +44,8 @@ constexpr uint32_t UnknownHandler = 32781;  // 0x800D
 /// A tick group id other than 0 or 1.
 constexpr uint32_t GroupIdOutOfBounds = 32782;  // 0x800E
 /// A statistics query named a handle without figures of its own: the
-/// statistics table was full when a handler was registered, and this handle
-/// is one of those handlers or is not registered at all.
+/// statistics table had no room for some handler at its registration, and
+/// this handle is one of those handlers or is not registered at all.
 constexpr uint32_t NoFigures = 32783;  // 0x800F
 /// A phase callback arrived while the module is not initialised.
 constexpr uint32_t ModuleNotInitialized = 32788;  // 0x8014

@@ -29,8 +29,9 @@
 ///
 /// Each scheduler keeps its handlers' figures in a fixed table of static
 /// storage (2048 slots; its memory is touched only as handlers are
-/// registered). A handler registered while the table is full runs as usual
-/// and still names an overrun it causes, but has no figures of its own. A
+/// registered). A handler registered while the table is filling up (rare
+/// below about 1500 handlers) runs as usual and still names an overrun it
+/// causes, but has no figures of its own. A
 /// handler's figures go when it is unregistered, and all of them when its
 /// scheduler is uninitialised (which empties or abandons its handler list).
 ///
@@ -95,7 +96,7 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_ResetStatistics(void);
 /// pointer or a size below sizeof(STickHandlerStatistics);
 /// TickResult::UnknownHandler (32781) `handler` is not registered with this
 /// scheduler; TickResult::NoFigures (32783) `handler` has no figures because
-/// the table was full at its registration (or, while handlers without
+/// the table had no room for it at its registration (or, while handlers without
 /// figures exist, it is not registered). Read while a pass runs, two figures
 /// may come from consecutive calls, but minimum <= maximum <= total always
 /// holds. Context: any thread; does not wait.

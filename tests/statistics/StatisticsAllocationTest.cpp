@@ -5,6 +5,8 @@
 // is still named when it makes a pass overrun.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -170,24 +172,31 @@ TEST_F(StatisticsAllocation, SwitchingOnWhileEveryAllocationFailsStillNamesTheOv
     EXPECT_NE(traces[0].text.find("longest TickHandler Slow took 6000.000 us"), std::string::npos) << traces[0].text;
 }
 
-TEST_F(StatisticsAllocation, AHandlerBeyondTheTablesCapacityRunsHasNoFiguresAndIsStillNamed) {
+TEST_F(StatisticsAllocation, AHandlerThatFindsNoSlotRunsHasNoFiguresAndIsStillNamed) {
     ScriptedClock clock;
-    std::vector<SlowHandler> filling(zyn_ts::kHandlerSlots, SlowHandler(0));
-    for (SlowHandler& handler : filling) {
+    // Registers handlers until the table has no room for one: that one is
+    // made slow. Addresses must stay put, hence a deque.
+    std::deque<SlowHandler> handlers;
+    STickHandlerStatistics figures{};
+    figures.size = sizeof(figures);
+    SlowHandler* beyond = nullptr;
+    while (beyond == nullptr && handlers.size() < 4 * zyn_ts::kHandlerSlots) {
+        SlowHandler& handler = handlers.emplace_back(0);
         const ITickReceiver receiver = handler.receiver();
         ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&handler.handle, &receiver, "Filler"), TickResult::Success);
+        if (CTickSchedulerFast_GetHandlerStatistics(handler.handle, &figures) == TickResult::NoFigures) {
+            beyond = &handler;
+        }
     }
-    SlowHandler beyond(2 * kMs);
-    const ITickReceiver receiver = beyond.receiver();
-    ASSERT_EQ(CTickSchedulerFast_RegisterTickHandler(&beyond.handle, &receiver, "Beyond"), TickResult::Success);
+    ASSERT_NE(beyond, nullptr) << "the table never ran out of room";
+    std::snprintf(beyond->handle->name, sizeof(beyond->handle->name), "%s", "Beyond");
+    beyond->duration = 2 * kMs;
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
     platform_double::reset();
     CTickSchedulerFast_OnTick(nullptr);
 
-    STickHandlerStatistics figures{};
-    figures.size = sizeof(figures);
-    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(beyond.handle, &figures), TickResult::NoFigures);
-    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(filling.front().handle, &figures), TickResult::Success);
+    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(beyond->handle, &figures), TickResult::NoFigures);
+    ASSERT_EQ(CTickSchedulerFast_GetHandlerStatistics(handlers.front().handle, &figures), TickResult::Success);
     EXPECT_EQ(figures.calls, 1u);
     STickSchedulerStatistics pass{};
     pass.size = sizeof(pass);
@@ -195,9 +204,12 @@ TEST_F(StatisticsAllocation, AHandlerBeyondTheTablesCapacityRunsHasNoFiguresAndI
     EXPECT_EQ(pass.overruns, 1u);
     EXPECT_EQ(std::string(pass.longestPassCulprit), "Beyond");
 
-    // Once it is gone, the table answers for unknown handles as before.
-    STickHandler* const former = beyond.handle;
-    ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&beyond.handle), TickResult::Success);
+    // Once every handler is gone, the table answers for unknown handles as
+    // before.
+    STickHandler* const former = beyond->handle;
+    for (SlowHandler& handler : handlers) {
+        ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&handler.handle), TickResult::Success);
+    }
     EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(former, &figures), TickResult::UnknownHandler);
 }
 

@@ -28,6 +28,12 @@ constexpr uint32_t kClearing = 0;
 /// The key an unregistered handler leaves behind: probing goes on past it.
 const STickHandler* const kTombstone = reinterpret_cast<const STickHandler*>(alignof(STickHandler));
 
+/// How far a handler's slot may lie from its home slot. The bound keeps a
+/// lookup short whatever the table holds (a handler without a slot costs at
+/// most this many probes per call); a handler that finds no free slot
+/// within it has no figures.
+constexpr size_t kMaxProbes = 32;
+
 constexpr size_t kNameWords = kNameBytes / sizeof(uint64_t);
 static_assert(kNameBytes % sizeof(uint64_t) == 0, "the name is copied in whole words");
 
@@ -112,7 +118,7 @@ void DispatchStatistics::reset() { resetEpoch.fetch_add(1, std::memory_order_rel
 
 HandlerSlot* DispatchStatistics::findSlot(const STickHandler* handler, uint32_t currentGeneration) const {
     size_t index = slotIndexOf(handler, tableMask);
-    for (size_t probes = 0; probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
+    for (size_t probes = 0; probes < kMaxProbes && probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
         HandlerSlot& slot = table[index];
         if (slot.generation.load(std::memory_order_acquire) != currentGeneration) {
             return nullptr;
@@ -131,7 +137,7 @@ HandlerSlot* DispatchStatistics::findSlot(const STickHandler* handler, uint32_t 
 void DispatchStatistics::addHandler(const STickHandler* handler) {
     const uint32_t currentGeneration = generation.load(std::memory_order_relaxed);
     size_t index = slotIndexOf(handler, tableMask);
-    for (size_t probes = 0; probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
+    for (size_t probes = 0; probes < kMaxProbes && probes <= tableMask; ++probes, index = (index + 1) & tableMask) {
         HandlerSlot& slot = table[index];
         const bool current = own(slot.generation) == currentGeneration;
         const STickHandler* const key = own(slot.key);
@@ -143,7 +149,8 @@ void DispatchStatistics::addHandler(const STickHandler* handler) {
         put(slot.key, handler);
         return;
     }
-    // Full: the handler runs as usual, without figures of its own.
+    // No free slot near its home: the handler runs as usual, without
+    // figures of its own.
     handlersWithoutSlot.fetch_add(1, std::memory_order_relaxed);
 }
 

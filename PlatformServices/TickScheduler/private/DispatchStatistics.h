@@ -48,8 +48,10 @@ namespace zyn_ts {
 
 constexpr int64_t kNsPerMs = 1000000;
 
-/// Slots of each module's handler table: handlers beyond this many (less
-/// the probing's slack) run without figures of their own.
+/// Slots of each module's handler table. A handler whose slot would lie
+/// too far from where its address hashes to (the table is filling up) runs
+/// without figures of its own; up to about three quarters of the table
+/// that is rare.
 constexpr size_t kHandlerSlots = 2048;
 
 /// A handler name as the statistics carry it: the record's 32 bytes.
