@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -128,14 +129,37 @@ TEST_F(StatisticsFromTickFunctions, EachSchedulersTickFunctionsCallTheOthersStat
     expectAllSucceeded(fromFast);
 }
 
-// Two passes at once, each calling into the other scheduler's statistics:
-// a query that waited for the fast pass while a fast tick function waited for
-// this scheduler's pass would stall both for good.
+/// Holds each of two tick functions until the other has been called too, so
+/// that both passes are under way at once; gives up after a deadline.
+class BothPassesUnderWay {
+public:
+    /// False when the other pass never came.
+    bool arrive(std::atomic<bool>& mine, const std::atomic<bool>& other) {
+        mine.store(true);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (!other.load()) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+        return true;
+    }
+
+    std::atomic<bool> schedulerPass{false};
+    std::atomic<bool> fastPass{false};
+};
+
+// Two passes at once, each calling into the other scheduler's statistics: a
+// query that waited for the fast pass while a fast tick function waited for
+// this scheduler's pass would stall both for good. The first passes meet
+// before they call; the rest run freely.
 TEST_F(StatisticsFromTickFunctions, PassesOfBothSchedulersCallIntoEachOtherWithoutACycle) {
     constexpr int kPasses = 2000;
     std::atomic<int> fastCalls{0};
     std::atomic<int> schedulerCalls{0};
     std::atomic<uint32_t> failures{0};
+    BothPassesUnderWay meeting;
     ActionHandler fastHandler([] {});
     ActionHandler schedulerHandler([] {});
     ASSERT_EQ(registerWithFastScheduler(fastHandler, "Fast"), TickResult::Success);
@@ -143,6 +167,9 @@ TEST_F(StatisticsFromTickFunctions, PassesOfBothSchedulersCallIntoEachOtherWitho
     ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
     schedulerHandler.action = [&] {
+        if (schedulerCalls.load() == 0 && !meeting.arrive(meeting.schedulerPass, meeting.fastPass)) {
+            failures.fetch_add(1);
+        }
         STickHandlerStatistics handler = handlerRecord();
         STickSchedulerStatistics scheduler = schedulerRecord();
         const uint32_t handlerResult = CTickSchedulerFast_GetHandlerStatistics(fastHandler.handle, &handler);
@@ -152,6 +179,9 @@ TEST_F(StatisticsFromTickFunctions, PassesOfBothSchedulersCallIntoEachOtherWitho
         schedulerCalls.fetch_add(1);
     };
     fastHandler.action = [&] {
+        if (fastCalls.load() == 0 && !meeting.arrive(meeting.fastPass, meeting.schedulerPass)) {
+            failures.fetch_add(1);
+        }
         if (CTickScheduler_ResetStatistics() != TickResult::Success ||
             CTickScheduler_EnableStatistics(0) != TickResult::Success) {
             failures.fetch_add(1);
