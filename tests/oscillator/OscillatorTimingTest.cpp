@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -29,6 +30,7 @@
 #include <utility>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "CpuWakeUpLatency.h"
 #include "ExactGridChecks.h"
 #include "GridAnalysis.h"
@@ -83,7 +85,11 @@ public:
         }
         // The thread writes its starting line right after it read the start
         // instant, so the instant the line shows up bounds that one from above.
+        const int64_t deadline = beforeStart + std::chrono::nanoseconds(test_support::kStuckAfter).count();
         while (startingLines() == startsBefore) {
+            if (monotonicNowNs() > deadline) {
+                test_support::abortAsStuck("the oscillator thread's starting line");
+            }
             sched_yield();
         }
         startSeen = monotonicNowNs();

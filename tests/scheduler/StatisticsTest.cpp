@@ -2,6 +2,7 @@
 // test moves: each tick function advances it by the time it is meant to take.
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -356,7 +357,11 @@ TEST(StatisticsConcurrency, ClientsQueryAndResetWhilePassesRun) {
         }
     });
     // Until the ticker has run plenty of passes, however the host schedules it.
+    const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
     for (int round = 0; round < 2000 || first.calls.load() < 2000; ++round) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            test_support::abortAsStuck("2000 passes of the ticker thread");
+        }
         STickHandlerStatistics handlerRecord{};
         handlerRecord.size = sizeof(handlerRecord);
         ASSERT_EQ(CTickScheduler_GetHandlerStatistics(firstHandle, &handlerRecord), TickResult::Success);
