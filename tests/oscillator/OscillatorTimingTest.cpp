@@ -190,11 +190,11 @@ Complaint runOnTheGridOfTheStart(TimingRun& run, ETickDelay delay, int64_t durat
     const int64_t period = static_cast<int64_t>(delay) * kMs;
     // Measured before and after the run, so that a load that comes or goes
     // during the attempt weighs on both alike.
-    const ReferenceRun before = measureReference(period, duration / 4, kOscillatorThreadPriority);
+    const ReferenceRun before = measureReference(period, duration / 2, kOscillatorThreadPriority);
     run.start(delay);
     sleepForNs(duration);
     const TimingRun::Stopped stopped = run.stopAndCheckExactly(period);
-    const ReferenceRun after = measureReference(period, duration / 4, kOscillatorThreadPriority);
+    const ReferenceRun after = measureReference(period, duration / 2, kOscillatorThreadPriority);
     return judgeWholeRun(stopped, period, pooled(before, after));
 }
 

@@ -1,7 +1,8 @@
 // A reference for the wake-up latency of this machine, now: a plain
 // clock_nanosleep loop on its own grid, on a thread with the oscillator's
 // policy and priority, sleeping as the oscillator does (relative sleeps that
-// a signal interrupts and the rest of which is slept again).
+// a signal interrupts and the rest of which is slept again) and timing each
+// wake-up as a test times a tick (a trace level test, then a TickRecorder).
 //
 // Host stalls, sanitizers and load lengthen the wake-ups of every thread
 // alike; the reference measures them beside the oscillator so that a test
@@ -19,6 +20,8 @@
 #include <vector>
 
 #include "RealTimeScope.h"
+#include "TickRecorder.h"
+#include "TickSchedulerTrace.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace oscillator_test {
@@ -48,6 +51,8 @@ inline ReferenceRun measureReference(int64_t period, int64_t duration, int prior
                                      const Disturbance& disturbance = {}) {
     ReferenceRun run;
     const int64_t begin = zyn_support::monotonicNowNs();
+    TickRecorder recorder;
+    uint64_t levelTests = 0;
     std::thread sleeper([&] {
         (void)applyRoundRobin(pthread_self(), priority);
         const int64_t origin = zyn_support::monotonicNowNs();
@@ -56,7 +61,13 @@ inline ReferenceRun measureReference(int64_t period, int64_t duration, int prior
         while (now < end) {
             const int64_t target = now + (period - (now - origin) % period);
             sleepRelative(target - now);
-            now = zyn_support::monotonicNowNs();
+            // Delivered as the oscillator delivers a tick: the trace's level
+            // test, then a call of a recorder, which reads the clock. Both
+            // run from caches that the sleep left cold, as the oscillator's.
+            levelTests += tsTrace.isEnabled(KIV_TRACE_DETAIL) ? 1 : 0;
+            ITickReceiver* const receiver = recorder.receiver();
+            receiver->onTick(receiver->context);
+            now = recorder.ticks().back();
             run.latenesses.push_back(now - target);
         }
         run.gridPoints = (now - origin) / period;
