@@ -72,8 +72,10 @@ protected:
 TEST_F(StatisticsTest, AreOffByDefaultAndTimeNothing) {
     TimedProbe slow("Slow", {7 * kMs});
     STickHandler* handle = registerProbe(slow, 1);
+    const uint64_t readingsBefore = ScriptedClock::readings();
     tick(3);
 
+    EXPECT_EQ(ScriptedClock::readings(), readingsBefore) << "passes read the clock with the statistics off";
     EXPECT_EQ(slow.calls.load(), 3);
     EXPECT_EQ(schedulerStatistics().enabled, 0u);
     EXPECT_EQ(schedulerStatistics().passes, 0u);

@@ -240,7 +240,7 @@ struct TickInstants {
 /// grid that CTickScheduler_GetTickGrid reports, then its punctuality
 /// judged against a plain sleep loop on a thread of the oscillator's
 /// priority, measured before and after the run.
-oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& records) {
+oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& records, bool judgePunctuality) {
     constexpr int64_t kPeriodNs = 6 * zyn_support::kNanosecondsPerMillisecond;
     // Priority 0, the highest: the oscillator then runs above every thread
     // of the machine but the kernel's own.
@@ -249,8 +249,10 @@ oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& re
     EXPECT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
     EXPECT_EQ(runPhase(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     EXPECT_EQ(runPhase(Phase::Idle), std::vector<uint32_t>{TickResult::Success});
-    const oscillator_test::ReferenceRun before = oscillator_test::measureReference(
-        kPeriodNs, 150 * zyn_support::kNanosecondsPerMillisecond, kOscillatorPriority);
+    const oscillator_test::ReferenceRun before =
+        judgePunctuality ? oscillator_test::measureReference(kPeriodNs, 150 * zyn_support::kNanosecondsPerMillisecond,
+                                                             kOscillatorPriority)
+                         : oscillator_test::ReferenceRun{};
     TickInstants recorder;
     STickHandler* handle = nullptr;
     const ITickReceiver receiver{&recorder, &TickInstants::onTick};
@@ -268,8 +270,10 @@ oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& re
     if (std::find(listed.begin(), listed.end(), handle) == listed.end()) {
         records.push_back(handle);
     }
-    const oscillator_test::ReferenceRun after = oscillator_test::measureReference(
-        kPeriodNs, 150 * zyn_support::kNanosecondsPerMillisecond, kOscillatorPriority);
+    const oscillator_test::ReferenceRun after =
+        judgePunctuality ? oscillator_test::measureReference(kPeriodNs, 150 * zyn_support::kNanosecondsPerMillisecond,
+                                                             kOscillatorPriority)
+                         : oscillator_test::ReferenceRun{};
 
     EXPECT_EQ(grid.running, 1u);
     EXPECT_EQ(grid.periodNs, kPeriodNs);
@@ -283,8 +287,8 @@ oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& re
         EXPECT_GT(point, previousPoint) << "ticks " << i << " and " << i + 1 << " on grid point " << point;
         previousPoint = point;
     }
-    if (::testing::Test::HasFailure()) {
-        return "an exact property failed";
+    if (::testing::Test::HasFailure() || !judgePunctuality) {
+        return oscillator_test::Complaint();
     }
     const oscillator_test::GridOrigin origin{grid.originNs, grid.originNs};
     return oscillator_test::judgePunctuality(ticks, origin, kPeriodNs, (stopCalled - grid.originNs) / kPeriodNs,
@@ -292,7 +296,16 @@ oscillator_test::Complaint runOneAttemptOnTheGrid(std::vector<STickHandler*>& re
 }
 
 TEST_F(SchedulerEndToEndTest, EveryTickComesOnItsOwnPointOfThePublishedGridAsSoonAsAPlainSleepWakes) {
-    ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
+    // Under CPU emulation the exact properties still hold on every tick;
+    // only the punctuality cannot be judged there.
+    const std::string emulated = test_environment::timingSkipReason();
+    if (!emulated.empty()) {
+        (void)runOneAttemptOnTheGrid(kept, false);
+        if (!HasFailure()) {
+            GTEST_SKIP() << "every tick came on a grid point of its own; punctuality not judged: " << emulated;
+        }
+        return;
+    }
     {
         oscillator_test::RealTimeScope probe(oscillator_test::kTestThreadPriority);
         if (!probe.isGranted()) {
@@ -302,7 +315,7 @@ TEST_F(SchedulerEndToEndTest, EveryTickComesOnItsOwnPointOfThePublishedGridAsSoo
     test_environment::CpuWakeUpLatencyRequest wakeUpLatency;
     const oscillator_test::AttemptsOutcome outcome = oscillator_test::decideOnSeveralAttempts([&](int /*attempt*/) {
         startOver();
-        return runOneAttemptOnTheGrid(kept);
+        return runOneAttemptOnTheGrid(kept, true);
     });
     EXPECT_TRUE(outcome.punctual) << "fewer than " << oscillator_test::kAttemptsToPass << " of "
                                   << oscillator_test::kAttempts << " attempts were punctual:" << outcome.complaints;
