@@ -9,10 +9,12 @@
 // What depends on wake-up latency (how soon after its grid point a tick
 // comes, how many grid points a run loses, how soon stop returns) is judged
 // against a plain clock_nanosleep loop measured in the same attempt at the
-// same priority, and an attempt spoilt by a stall of the host is repeated
-// (Punctuality.h). The exact sleep computation is tested on a virtual clock
+// same priority, and a majority of several attempts decides, so that a stall
+// of the host that spoils one attempt does not fail the test (Punctuality.h).
+// The exact sleep computation is tested on a virtual clock
 // (VirtualTimeLoopTest.cpp). Without real-time scheduling only the exact
-// properties are asserted and the test skips the rest.
+// properties are asserted and the test skips the rest, except in CI, where a
+// refused SCHED_RR fails it.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
