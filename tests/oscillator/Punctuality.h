@@ -44,7 +44,7 @@ constexpr int kAttemptsToPass = 3;
 /// call, run from caches that a longer sleep leaves colder). An oscillator
 /// that comes twice as late as a plain sleep fails.
 inline int64_t medianLatenessBound(int64_t referenceMedian, int64_t period) {
-    const int64_t allowance = period >= 6 * zyn_support::kNanosecondsPerMillisecond ? 30000 : 10000;
+    const int64_t allowance = period >= 6 * zyn_support::kNanosecondsPerMillisecond ? 45000 : 10000;
     return std::max(referenceMedian + referenceMedian / 2, referenceMedian + allowance);
 }
 
