@@ -5,10 +5,11 @@
 // and the 90th percentile of their lateness) must come about as soon after
 // their grid points as the reference's wake-ups, at the start of the run and
 // at its end (no drift), and it may lose hardly more grid points than the
-// reference's share of lost wake-ups (one in a hundred, at least one). "About as soon" is at most half as late
-// again as the reference, with a small absolute allowance for the few
-// instructions the loop runs between waking and calling its receiver: an
-// oscillator that comes twice as late as a plain sleep fails.
+// reference's share of lost wake-ups (one in a hundred more, at least one).
+// "About as soon" is at most half as late again as the reference, with a
+// small absolute allowance for the few instructions the loop runs between
+// waking and calling its receiver: an oscillator that comes twice as late as
+// a plain sleep fails.
 //
 // A host that stalls the machine for milliseconds spoils one attempt now and
 // then, but not most of several; a real regression spoils most of them. So
