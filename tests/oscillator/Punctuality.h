@@ -5,7 +5,7 @@
 // and the 90th percentile of their lateness) must come about as soon after
 // their grid points as the reference's wake-ups, at the start of the run and
 // at its end (no drift), and it may lose hardly more grid points than the
-// reference's share of lost wake-ups (one in a hundred more, at least one).
+// reference's share of lost wake-ups (one in fifty more, at least one).
 // "About as soon" is at most half as late again as the reference, with a
 // small absolute allowance for the few instructions the loop runs between
 // waking and calling its receiver: an oscillator that comes twice as late as
@@ -110,8 +110,8 @@ inline std::string referenceFigures(const ReferenceRun& reference) {
 
 /// The ticks come about as soon after their grid points as the reference's
 /// wake-ups, to the end of the run (no drift), and the oscillator loses at
-/// most the reference's share of its `gridPoints` plus one in a hundred (at
-/// least one).
+/// most the reference's share of its `gridPoints` plus one in fifty (at
+/// least one): a run that drops one grid point in ten fails.
 inline Complaint judgePunctuality(const std::vector<int64_t>& ticks, const GridOrigin& origin, int64_t period,
                                   int64_t gridPoints, const ReferenceRun& reference) {
     std::ostringstream complaint;
@@ -123,7 +123,7 @@ inline Complaint judgePunctuality(const std::vector<int64_t>& ticks, const GridO
     judgeLateness(late, origin.width(), period, reference, complaint);
     const int64_t missed = std::max<int64_t>(0, gridPoints - static_cast<int64_t>(ticks.size()));
     const double allowedMissed =
-        missedShare(reference) * static_cast<double>(gridPoints) + std::max(1.0, static_cast<double>(gridPoints) / 100);
+        missedShare(reference) * static_cast<double>(gridPoints) + std::max(1.0, static_cast<double>(gridPoints) / 50);
     if (static_cast<double>(missed) > allowedMissed) {
         complaint << missed << " of " << gridPoints << " grid points without a tick, " << allowedMissed << " allowed; ";
     }
