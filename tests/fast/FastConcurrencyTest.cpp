@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "Eventually.h"
 #include "FastSchedulerFixture.h"
 #include "TickModuleIdentity.h"
@@ -77,7 +78,11 @@ void runOverlapping(int rounds, Step step) {
 /// Waits until the ticker has delivered `more` further ticks.
 void waitForTicks(const Ticker& ticker, uint64_t more) {
     const uint64_t target = ticker.count() + more;
+    const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
     while (ticker.count() < target) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            test_support::abortAsStuck("the ticker delivering further ticks");
+        }
         std::this_thread::yield();
     }
 }

@@ -5,12 +5,14 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <initializer_list>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "FastSchedulerFixture.h"
 #include "HandlerFigures.h"
 #include "ScriptedClock.h"
@@ -249,7 +251,11 @@ TEST_F(FastStatistics, ClientsQueryAndResetWhilePassesRun) {
             passes.fetch_add(1);
         }
     });
+    const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
     for (int round = 0; round < 2000 || passes.load() < 2000; ++round) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            test_support::abortAsStuck("2000 passes of the ticker thread");
+        }
         const STickHandlerStatistics figures = handlerStatistics(probe.handle);
         EXPECT_LE(figures.maxNs, figures.totalNs);
         EXPECT_LE(figures.minNs, figures.maxNs);

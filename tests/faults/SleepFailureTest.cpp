@@ -67,12 +67,17 @@ TEST_P(SleepError, ErrorAfterSleepingIsIgnoredAndTheGridKeepsItsRate) {
         ASSERT_EQ(events[i].kind, i % 2 == 0 ? Event::Sleep : Event::Tick) << "event " << i;
         if (events[i].kind == Event::Sleep) {
             EXPECT_EQ(events[i].result, GetParam());
+            // The error does not lengthen the next sleep: never more than a period.
+            EXPECT_GT(events[i].requestNs, 0) << "event " << i;
+            EXPECT_LE(events[i].requestNs, 6000000) << "event " << i;
         }
     }
-    // On the grid: never more ticks than periods, and the loop keeps going.
+    // On the grid: never more ticks than periods, and the loop keeps its
+    // rate. A stall of the host costs a few ticks; a loop at half the rate
+    // does not reach the floor.
     const double periods = elapsedMs / 6.0;
     EXPECT_LE(static_cast<double>(ticksIn(events)), periods + 1.0);
-    EXPECT_GE(static_cast<double>(ticksIn(events)), periods * 0.25) << "ticks: " << ticksIn(events);
+    EXPECT_GE(static_cast<double>(ticksIn(events)), periods * 0.6) << "ticks: " << ticksIn(events);
 }
 
 TEST_P(SleepError, ErrorWithoutSleepingCountsAsACompletedSleep) {
@@ -145,7 +150,8 @@ TEST_F(SleepFailure, SchedulerHandlersKeepRunningWhileEverySleepFailsAfterSleepi
 
     const double calls = client.calls.load();
     EXPECT_LE(calls, elapsedMs / 12.0 + 1.0);
-    EXPECT_GE(calls, elapsedMs / 12.0 * 0.25) << "calls: " << calls;
+    // A stall of the host costs a few calls; half the rate does not pass.
+    EXPECT_GE(calls, elapsedMs / 12.0 * 0.6) << "calls: " << calls;
 }
 
 }  // namespace

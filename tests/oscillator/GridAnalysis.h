@@ -38,6 +38,17 @@ inline int64_t median(std::vector<int64_t> values) {
     return *middle;
 }
 
+/// The value below which `percent` of `values` lie (the nearest rank).
+inline int64_t percentile(std::vector<int64_t> values, int percent) {
+    if (values.empty()) {
+        return 0;
+    }
+    const size_t rank = std::min(values.size() - 1, values.size() * static_cast<size_t>(percent) / 100);
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(rank);
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
 /// The first grid point strictly after `instant`.
 inline int64_t nextGridPointAfter(int64_t instant, int64_t origin, int64_t period) {
     return instant + (period - phaseOf(instant, origin, period));

@@ -9,10 +9,12 @@
 // What depends on wake-up latency (how soon after its grid point a tick
 // comes, how many grid points a run loses, how soon stop returns) is judged
 // against a plain clock_nanosleep loop measured in the same attempt at the
-// same priority, and an attempt spoilt by a stall of the host is repeated
-// (Punctuality.h). The exact sleep computation is tested on a virtual clock
+// same priority, and a majority of several attempts decides, so that a stall
+// of the host that spoils one attempt does not fail the test (Punctuality.h).
+// The exact sleep computation is tested on a virtual clock
 // (VirtualTimeLoopTest.cpp). Without real-time scheduling only the exact
-// properties are asserted and the test skips the rest.
+// properties are asserted and the test skips the rest, except in CI, where a
+// refused SCHED_RR fails it.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -21,6 +23,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -29,6 +32,7 @@
 #include <utility>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "CpuWakeUpLatency.h"
 #include "ExactGridChecks.h"
 #include "GridAnalysis.h"
@@ -84,7 +88,11 @@ public:
         }
         // The thread writes its starting line right after it read the start
         // instant, so the instant the line shows up bounds that one from above.
+        const int64_t deadline = beforeStart + std::chrono::nanoseconds(test_support::kStuckAfter).count();
         while (startingLines() == startsBefore) {
+            if (monotonicNowNs() > deadline) {
+                test_support::abortAsStuck("the oscillator thread's starting line");
+            }
             sched_yield();
         }
         startSeen = monotonicNowNs();
@@ -151,14 +159,13 @@ Complaint judgeWholeRun(const TimingRun::Stopped& run, int64_t period, const Ref
 
 class OscillatorTiming : public ::testing::Test {
 protected:
-    /// Runs `attempt` on a fresh run until one attempt raises no complaint;
-    /// fails with the figures of every attempt otherwise. Without real-time
-    /// scheduling, or when no attempt could bracket the start closely enough
-    /// (thread start-up under a sanitizer may take most of a 1 ms period),
-    /// the exact checks are all that counts and the test says so.
-    void expectPunctualInOneAttempt(const std::function<Complaint(TimingRun&)>& attempt) {
+    /// Runs `attempt` on fresh runs until a majority of the attempts raise no
+    /// complaint; fails with the figures of every attempt otherwise. Without
+    /// real-time scheduling the exact checks are all that counts: the test
+    /// says so and skips, except where real-time scheduling must be granted.
+    void expectPunctualInMostAttempts(const std::function<Complaint(TimingRun&)>& attempt) {
         bool realTimeGranted = true;
-        const AttemptsOutcome outcome = repeatUntilPunctual([&](int /*attempt*/) {
+        const AttemptsOutcome outcome = decideOnSeveralAttempts([&](int /*attempt*/) {
             platform_double::reset();
             TimingRun run(realTime);
             const Complaint complaint = attempt(run);
@@ -166,12 +173,11 @@ protected:
             return realTimeGranted ? complaint : Complaint();
         });
         if (!realTimeGranted) {
-            GTEST_SKIP() << "the exact grid checks passed; punctuality needs SCHED_RR, which this system refuses";
+            ZYN_TS_SKIP_WITHOUT_REAL_TIME(
+                "the exact grid checks passed; punctuality needs SCHED_RR, which this system refuses");
         }
-        if (!outcome.punctual && !outcome.judged) {
-            GTEST_SKIP() << "the exact grid checks passed; punctuality could not be judged:" << outcome.complaints;
-        }
-        EXPECT_TRUE(outcome.punctual) << "no attempt was punctual:" << outcome.complaints;
+        EXPECT_TRUE(outcome.punctual) << "fewer than " << kAttemptsToPass << " of " << kAttempts
+                                      << " attempts were punctual:" << outcome.complaints;
     }
 
     static ReferenceRun reference(int64_t period, int64_t duration) {
@@ -187,29 +193,34 @@ protected:
 /// then its punctuality against the reference.
 Complaint runOnTheGridOfTheStart(TimingRun& run, ETickDelay delay, int64_t duration) {
     const int64_t period = static_cast<int64_t>(delay) * kMs;
-    const ReferenceRun referenceRun = measureReference(period, duration / 2, kOscillatorThreadPriority);
+    // Measured before and after the run, so that a load that comes or goes
+    // during the attempt weighs on both alike.
+    const ReferenceRun before = measureReference(period, duration / 2, kOscillatorThreadPriority);
     run.start(delay);
     sleepForNs(duration);
-    return judgeWholeRun(run.stopAndCheckExactly(period), period, referenceRun);
+    const TimingRun::Stopped stopped = run.stopAndCheckExactly(period);
+    const ReferenceRun after = measureReference(period, duration / 2, kOscillatorThreadPriority);
+    return judgeWholeRun(stopped, period, pooled(before, after));
 }
 
 TEST_F(OscillatorTiming, SixMsTicksLandOnTheGridAnchoredAtStart) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     // Past the first whole second, where dropping the seconds without
     // compensation would shift the grid by 4 ms.
-    expectPunctualInOneAttempt([](TimingRun& run) { return runOnTheGridOfTheStart(run, TICK_DELAY_6MS, 1300 * kMs); });
+    expectPunctualInMostAttempts(
+        [](TimingRun& run) { return runOnTheGridOfTheStart(run, TICK_DELAY_6MS, 1300 * kMs); });
 }
 
 TEST_F(OscillatorTiming, OneMsTicksLandOnTheGridAnchoredAtStart) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) { return runOnTheGridOfTheStart(run, TICK_DELAY_1MS, 300 * kMs); });
+    expectPunctualInMostAttempts([](TimingRun& run) { return runOnTheGridOfTheStart(run, TICK_DELAY_1MS, 300 * kMs); });
 }
 
 TEST_F(OscillatorTiming, CallbackOfTwoAndAHalfPeriodsIsFollowedByTheThirdGridPointNotABurst) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     constexpr int64_t kLongTick = 15 * kMs;  // 2.5 periods of 6 ms
     const std::vector<size_t> longTicks = {15, 30, 45, 60, 75};
-    expectPunctualInOneAttempt([&](TimingRun& run) -> Complaint {
+    expectPunctualInMostAttempts([&](TimingRun& run) -> Complaint {
         const ReferenceRun referenceRun = reference(kSixMs, 200 * kMs);
         run.recorder.setWork([&longTicks](size_t index, int64_t instant) {
             if (std::find(longTicks.begin(), longTicks.end(), index) != longTicks.end()) {
@@ -229,19 +240,17 @@ TEST_F(OscillatorTiming, CallbackOfTwoAndAHalfPeriodsIsFollowedByTheThirdGridPoi
             return "too few ticks";
         }
         // The callback ends half a period after a grid point: the next tick
-        // belongs to the third grid point after the long tick's own, and
-        // comes about as soon after it as the reference's wake-ups.
-        const int64_t bound = median(referenceRun.latenesses) + origin.width() + latenessMargin(kSixMs);
+        // belongs to the third grid point after the long tick's own, and the
+        // ticks come about as soon after their grid points as the
+        // reference's wake-ups.
         std::ostringstream complaint;
         for (size_t index : longTicks) {
-            const int64_t next = ticks[index + 1];
-            const int64_t periodsApart = (next - ticks[index] + kSixMs / 2) / kSixMs;
-            const int64_t lateness = phaseOf(next, origin.earliest, kSixMs);
-            if (periodsApart != 3 || lateness > bound) {
-                complaint << "after long tick " << index << ": " << periodsApart << " periods, lateness " << lateness
-                          << " ns (bound " << bound << " ns); ";
+            const int64_t periodsApart = (ticks[index + 1] - ticks[index] + kSixMs / 2) / kSixMs;
+            if (periodsApart != 3) {
+                complaint << "after long tick " << index << ": " << periodsApart << " periods; ";
             }
         }
+        judgeLateness(latenessesOn(ticks, origin, kSixMs), origin.width(), kSixMs, referenceRun, complaint);
         return complaint.str();
     });
 }
@@ -269,23 +278,25 @@ private:
     struct sigaction previous {};
 };
 
+/// Sends SIGUSR1 to `thread` every 100 us until `untilNs`.
+void stormUntil(pthread_t thread, int64_t untilNs) {
+    while (monotonicNowNs() < untilNs) {
+        pthread_kill(thread, SIGUSR1);
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
 TEST_F(OscillatorTiming, SignalStormDuringTheSleepProducesNoEarlyTick) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     CountingSignalHandler handler;
-    expectPunctualInOneAttempt([](TimingRun& run) {
-        const ReferenceRun referenceRun = reference(kSixMs, 250 * kMs);
+    expectPunctualInMostAttempts([](TimingRun& run) {
+        // Every interrupted sleep costs the time of a signal delivery and a
+        // new call: the reference sleeps through the same storm.
+        const ReferenceRun referenceRun = measureReference(kSixMs, 250 * kMs, kOscillatorThreadPriority, &stormUntil);
         signalsReceived.store(0);
         run.start(TICK_DELAY_6MS);
         const pthread_t oscillatorThread = run.oscillator.nativeHandle();
-        std::atomic<bool> storming{true};
-        std::thread sender([&] {
-            while (storming.load()) {
-                pthread_kill(oscillatorThread, SIGUSR1);
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
-            }
-        });
-        sleepForNs(500 * kMs);
-        storming.store(false);
+        std::thread sender([&] { stormUntil(oscillatorThread, monotonicNowNs() + 500 * kMs); });
         sender.join();
         const TimingRun::Stopped stopped = run.stopAndCheckExactly(kSixMs);
 
@@ -296,8 +307,8 @@ TEST_F(OscillatorTiming, SignalStormDuringTheSleepProducesNoEarlyTick) {
 
 TEST_F(OscillatorTiming, FreezeKeepsTheGridAndUnfreezeResumesOnIt) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) -> Complaint {
-        const ReferenceRun referenceRun = reference(kSixMs, 150 * kMs);
+    expectPunctualInMostAttempts([](TimingRun& run) -> Complaint {
+        const ReferenceRun before = reference(kSixMs, 150 * kMs);
         run.startAndAwaitTicks(TICK_DELAY_6MS, 10);
         EXPECT_EQ(0u, run.oscillator.freeze());
         const int64_t frozen = monotonicNowNs();
@@ -314,14 +325,14 @@ TEST_F(OscillatorTiming, FreezeKeepsTheGridAndUnfreezeResumesOnIt) {
         EXPECT_LE(ticksBetween(ticks, frozen, unfreezeCalled).size(), 1u) << "ticks while frozen";
         const std::vector<int64_t> resumed = ticksBetween(ticks, unfreezeCalled, std::numeric_limits<int64_t>::max());
         return judgePunctuality(resumed, origin, kSixMs, gridPointsBetween(unfreezeCalled, stopCalled, origin, kSixMs),
-                                referenceRun);
+                                pooled(before, reference(kSixMs, 150 * kMs)));
     });
 }
 
 TEST_F(OscillatorTiming, FrozenFromTheStartTheLoopKeepsTheGridOfItsStart) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) {
-        const ReferenceRun referenceRun = reference(kSixMs, 150 * kMs);
+    expectPunctualInMostAttempts([](TimingRun& run) {
+        const ReferenceRun before = reference(kSixMs, 150 * kMs);
         EXPECT_EQ(0u, run.oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
         EXPECT_EQ(0u, run.oscillator.registerOnTick(run.recorder.receiver()));
         EXPECT_EQ(0u, run.oscillator.freeze());
@@ -346,7 +357,7 @@ TEST_F(OscillatorTiming, FrozenFromTheStartTheLoopKeepsTheGridOfItsStart) {
         expectAGridPointBetweenConsecutiveTicks(ticks, origin, kSixMs);
         expectNoMoreTicksThanGridPoints(ticks.size(), origin, afterStop, kSixMs);
         return judgePunctuality(ticks, origin, kSixMs, gridPointsBetween(unfreezeCalled, stopCalled, origin, kSixMs),
-                                referenceRun);
+                                pooled(before, reference(kSixMs, 150 * kMs)));
     });
 }
 
@@ -370,7 +381,7 @@ Complaint judgeStops(const std::vector<int64_t>& durations, int64_t bound) {
 
 TEST_F(OscillatorTiming, FrozenOscillatorStopsWithinOnePeriod) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) {
+    expectPunctualInMostAttempts([](TimingRun& run) {
         run.start(TICK_DELAY_6MS);
         EXPECT_EQ(0u, run.oscillator.freeze());
         std::vector<int64_t> stopDurations;
@@ -390,7 +401,7 @@ TEST_F(OscillatorTiming, FrozenOscillatorStopsWithinOnePeriod) {
 TEST_F(OscillatorTiming, StopReturnsWithinOnePeriodPlusOneTick) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
     constexpr int64_t kTickDuration = 2 * kMs;
-    expectPunctualInOneAttempt([](TimingRun& run) {
+    expectPunctualInMostAttempts([](TimingRun& run) {
         run.recorder.setWork([](size_t, int64_t instant) { spinUntilNs(instant + kTickDuration); });
         run.start(TICK_DELAY_6MS);
         std::vector<int64_t> stopDurations;
@@ -414,8 +425,8 @@ TEST_F(OscillatorTiming, StopReturnsWithinOnePeriodPlusOneTick) {
 
 TEST_F(OscillatorTiming, StartAfterStopBeginsANewGrid) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) {
-        const ReferenceRun referenceRun = reference(kSixMs, 150 * kMs);
+    expectPunctualInMostAttempts([](TimingRun& run) {
+        const ReferenceRun before = reference(kSixMs, 150 * kMs);
         run.startAndAwaitTicks(TICK_DELAY_6MS, 15);
         EXPECT_EQ(0u, run.oscillator.stop());
         const size_t ticksOfFirstRun = run.recorder.count();
@@ -435,14 +446,15 @@ TEST_F(OscillatorTiming, StartAfterStopBeginsANewGrid) {
         const GridOrigin origin = run.origin(secondRun, kSixMs);
         expectExactGridProperties(secondRun, origin, afterStop, kSixMs);
         return judgePunctuality(secondRun, origin, kSixMs,
-                                gridPointsBetween(origin.earliest, stopCalled, origin, kSixMs), referenceRun);
+                                gridPointsBetween(origin.earliest, stopCalled, origin, kSixMs),
+                                pooled(before, reference(kSixMs, 150 * kMs)));
     });
 }
 
 TEST_F(OscillatorTiming, RepeatedInitializeSwitchesThePeriodOnTheSameStartInstant) {
     ZYN_TS_SKIP_IF_TIMING_UNRELIABLE();
-    expectPunctualInOneAttempt([](TimingRun& run) {
-        const ReferenceRun referenceRun = reference(kOneMs, 100 * kMs);
+    expectPunctualInMostAttempts([](TimingRun& run) {
+        const ReferenceRun before = reference(kOneMs, 100 * kMs);
         run.startAndAwaitTicks(TICK_DELAY_6MS, 10);
         const int64_t switched = monotonicNowNs();
         EXPECT_EQ(0u, run.oscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGHEST));
@@ -465,7 +477,7 @@ TEST_F(OscillatorTiming, RepeatedInitializeSwitchesThePeriodOnTheSameStartInstan
         EXPECT_LE(static_cast<int64_t>(ticksBetween(ticks, settled, afterStop).size()),
                   gridPointsBetween(settled, afterStop, origin, kOneMs) + 2);
         return judgePunctuality(oneMsTicks, origin, kOneMs, gridPointsBetween(settled, stopCalled, origin, kOneMs),
-                                referenceRun);
+                                pooled(before, reference(kOneMs, 100 * kMs)));
     });
 }
 

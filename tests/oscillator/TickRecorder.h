@@ -60,7 +60,11 @@ public:
             if (zyn_support::monotonicNowNs() > deadline) {
                 return false;
             }
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            // Rarely enough not to disturb the ticks being timed: a waiting
+            // test thread that woke every few hundred microseconds would
+            // cost the oscillator what the reference, measured meanwhile
+            // asleep, never pays.
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         return true;
     }

@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <thread>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "PlatformDouble.h"
 #include "TickOscillator.h"
 #include "TickRecorder.h"
@@ -74,7 +76,11 @@ protected:
             return;
         }
         std::thread stopper([this] { oscillator.stop(); });
+        const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
         while (oscillator.isRunning()) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                test_support::abortAsStuck("stop() clearing the running flag");
+            }
             std::this_thread::yield();
         }
         virtual_clock::releaseParked();

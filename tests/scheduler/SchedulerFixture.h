@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
@@ -195,7 +196,11 @@ inline char threadState(pid_t tid) {
 /// Yields until the thread `tid` sleeps in the kernel or `done` is set, i.e.
 /// until a thread that was told to call in has either returned or blocked.
 inline void waitUntilBlockedOrDone(const std::atomic<pid_t>& tid, const std::atomic<bool>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
     while (!done.load()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            test_support::abortAsStuck("the watched thread blocking or finishing");
+        }
         const pid_t id = tid.load();
         if (id != 0) {
             const char state = threadState(id);

@@ -2,6 +2,7 @@
 // test moves: each tick function advances it by the time it is meant to take.
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -71,8 +72,10 @@ protected:
 TEST_F(StatisticsTest, AreOffByDefaultAndTimeNothing) {
     TimedProbe slow("Slow", {7 * kMs});
     STickHandler* handle = registerProbe(slow, 1);
+    const uint64_t readingsBefore = ScriptedClock::readings();
     tick(3);
 
+    EXPECT_EQ(ScriptedClock::readings(), readingsBefore) << "passes read the clock with the statistics off";
     EXPECT_EQ(slow.calls.load(), 3);
     EXPECT_EQ(schedulerStatistics().enabled, 0u);
     EXPECT_EQ(schedulerStatistics().passes, 0u);
@@ -356,7 +359,11 @@ TEST(StatisticsConcurrency, ClientsQueryAndResetWhilePassesRun) {
         }
     });
     // Until the ticker has run plenty of passes, however the host schedules it.
+    const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
     for (int round = 0; round < 2000 || first.calls.load() < 2000; ++round) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            test_support::abortAsStuck("2000 passes of the ticker thread");
+        }
         STickHandlerStatistics handlerRecord{};
         handlerRecord.size = sizeof(handlerRecord);
         ASSERT_EQ(CTickScheduler_GetHandlerStatistics(firstHandle, &handlerRecord), TickResult::Success);

@@ -294,12 +294,16 @@ TEST_F(TickLockTest, ClientDisableWaitsAndTheRunningPassStillCallsTheHandler) {
     EXPECT_EQ(afterHandle->enabled.load(), 0u);
 }
 
-TEST_F(TickLockTest, ClientRemoveGroupWaitsForTheRunningPass) {
+TEST_F(TickLockTest, ClientRemoveGroupWaitsAndTheRunningPassStillSkipsTheMember) {
     constexpr uint32_t kGroup = 1;
     STickHandler* afterHandle = registerGateAndAfter();
     ASSERT_EQ(CTickScheduler_AddGroup(afterHandle, kGroup), TickResult::Success);
     const uint32_t maskInGroup = afterHandle->groupMask.load();
     ASSERT_NE(maskInGroup, 0u);
+    // With its group disabled, the member is skipped while it stays in the
+    // group and called again once out of it: removing it under the running
+    // pass would change what that pass calls.
+    ASSERT_EQ(CTickScheduler_DisableTickGroup(kGroup), TickResult::Success);
     pass.startAndWaitForGate();
     const auto maskUnchanged = [&] {
         EXPECT_EQ(afterHandle->groupMask.load(), maskInGroup) << "group mask changed while the pass was running";
@@ -309,7 +313,12 @@ TEST_F(TickLockTest, ClientRemoveGroupWaitsForTheRunningPass) {
                   "RemoveGroup", [&] { return CTickScheduler_RemoveGroup(afterHandle, kGroup); }, maskUnchanged),
               TickResult::Success);
 
+    // Removed only after the pass: the pass still skipped it...
+    EXPECT_EQ(log.take(), (Calls{"Gate"}));
     EXPECT_EQ(afterHandle->groupMask.load(), 0u);
+    // ...and the next pass calls it although its former group stays disabled.
+    tick();
+    EXPECT_EQ(log.take(), (Calls{"Gate", "After"}));
 }
 
 TEST_F(TickLockTest, ClientDisableOfAValidGroupWaitsAndTheRunningPassStillCallsItsMembers) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -22,7 +23,25 @@ inline std::string timingSkipReason() {
     return std::string();
 }
 
+/// True where real-time scheduling must be granted: in CI (CI=true), which
+/// runs as root. A refusal there means the timing tests would judge nothing,
+/// so it fails them instead of skipping them.
+inline bool realTimeIsRequired() {
+    const char* ci = std::getenv("CI");
+    return ci != nullptr && std::string(ci) == "true" && ::geteuid() == 0;
+}
+
 }  // namespace test_environment
+
+/// Ends the current test when SCHED_RR was refused for the reason `reason`:
+/// a failure where real-time scheduling must be granted, a skip elsewhere.
+#define ZYN_TS_SKIP_WITHOUT_REAL_TIME(reason)                                                                   \
+    do {                                                                                                        \
+        if (test_environment::realTimeIsRequired()) {                                                           \
+            FAIL() << "SCHED_RR refused in CI, where the tests run as root and must be granted it: " << reason; \
+        }                                                                                                       \
+        GTEST_SKIP() << reason;                                                                                 \
+    } while (0)
 
 /// Skips the current test when timing bounds cannot hold here.
 #define ZYN_TS_SKIP_IF_TIMING_UNRELIABLE()                                        \

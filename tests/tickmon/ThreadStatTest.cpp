@@ -82,7 +82,13 @@ TEST(ThreadStat, FindsAThreadOfThisProcessByName) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (tid == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            stop = true;
+            worker.join();
+            FAIL() << "STUCK: the worker thread did not report its id within 10 s";
+        }
         std::this_thread::yield();
     }
     const std::vector<pid_t> found = findThreadsByName("tickmon-test-t");

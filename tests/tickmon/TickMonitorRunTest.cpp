@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -21,6 +22,7 @@
 
 #include "HistogramLines.h"
 #include "TemporaryDirectory.h"
+#include "TimingEnvironment.h"
 
 extern char** environ;
 
@@ -165,8 +167,18 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
     const double gridPointsSpanned = doc.at("ticks").at("expected").get<double>();
     EXPECT_GE(gridPointsSpanned, recorded);
     EXPECT_LE(gridPointsSpanned, gridPoints);
-    // Never early: no tick comes before its grid point.
-    EXPECT_GE(doc.at("latency_ns").at("min").get<double>(), 0.0);
+    // Not too few either: the 300 ms of the run hold 50 grid points. A stall
+    // of the host costs a few of them; a scheduler that ticked at a fraction
+    // of its rate loses most. Under CPU emulation the grid cannot be kept.
+    const std::string emulated = test_environment::timingSkipReason();
+    if (emulated.empty()) {
+        const double gridPointsOfTheDuration = 3e8 / kGridPeriodNs;
+        EXPECT_GE(recorded, gridPointsOfTheDuration / 2) << "wall time " << run.wallNs << " ns";
+        EXPECT_LE(doc.at("ticks").at("missed").get<double>(), gridPointsOfTheDuration / 4)
+            << "wall time " << run.wallNs << " ns";
+    } else {
+        std::cout << "[ SKIPPED  ] the bounds on recorded and missed ticks: " << emulated << std::endl;
+    }
     // The grid the scheduler published: none of its grid points got a tick
     // early or twice.
     EXPECT_EQ(doc.at("version").get<double>(), 2);
@@ -236,11 +248,17 @@ TEST(TickMonitorRun, InterruptEndsAnOpenEndedRunWithAReport) {
     // Without --duration or --ticks the run lasts until Ctrl-C. The first
     // status line shows the run is under way; then comes the interrupt.
     const ProgramRun run = runTickmon({"--json", files.file("run.json")}, "", [](pid_t child, const std::string& err) {
-        for (int waited = 0; waited < 600; ++waited) {
-            if (contains(TemporaryDirectory::read(err), "ticks ")) {
-                break;
+        bool statusSeen = false;
+        for (int waited = 0; waited < 600 && !statusSeen; ++waited) {
+            statusSeen = contains(TemporaryDirectory::read(err), "ticks ");
+            if (!statusSeen) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        if (!statusSeen) {
+            ADD_FAILURE() << "STUCK: the first status line of the open-ended run did not come within 30 s";
+            kill(child, SIGKILL);
+            return;
         }
         kill(child, SIGINT);
     });
