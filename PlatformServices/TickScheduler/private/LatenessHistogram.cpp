@@ -38,7 +38,7 @@ int64_t percentile(const std::array<uint64_t, LatenessHistogram::kBins>& bins, u
 }  // namespace
 
 size_t LatenessHistogram::binOf(int64_t ns) {
-    const uint64_t us = static_cast<uint64_t>(ns / kNsPerUs);
+    const auto us = static_cast<uint64_t>(ns / kNsPerUs);
     if (us < kLinearBins) {
         return static_cast<size_t>(us);
     }
