@@ -39,20 +39,10 @@ int64_t periodNanoseconds(ETickDelay delay) {
     return static_cast<int64_t>(delay) * static_cast<int64_t>(kNanosecondsPerMillisecond);
 }
 
-/// The grid record the owner attached, looked up once as the thread starts.
-zyn_ts::PublishedGrid* attachedGrid(const TickOscillator& oscillator) {
-    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(oscillator);
-    return attachment != nullptr ? &attachment->grid : nullptr;
-}
-
 /// The precision wake of an oscillator without an attachment: never
 /// switched on, so its thread runs the plain loop; its off-mode figures are
 /// written and never read.
-zyn_ts::PrecisionWake& attachedWake(const TickOscillator& oscillator) {
-    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(oscillator);
-    if (attachment != nullptr) {
-        return attachment->wake;
-    }
+zyn_ts::PrecisionWake& unattachedWake() {
     static zyn_ts::PrecisionWake unattached(0);
     return unattached;
 }
@@ -233,8 +223,11 @@ ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
 ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_ENTER("run");
     // Looked up before the start instant is read, so that the lookup's lock
-    // never delays the grid's origin. This thread is the grid's only writer.
-    zyn_ts::GridPublisher grid(attachedGrid(*this));
+    // never delays the grid's origin. This thread is the only writer of the
+    // grid and of the precision wake's figures.
+    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(*this);
+    zyn_ts::GridPublisher grid(attachment != nullptr ? &attachment->grid : nullptr);
+    zyn_ts::PrecisionWake& wake = attachment != nullptr ? attachment->wake : unattachedWake();
     timespec startInstant{};
     timespec resolution{};
     clock_gettime(CLOCK_MONOTONIC, &startInstant);
@@ -245,7 +238,6 @@ ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_TRACE(KIV_TRACE_INFO, "run",
                  "  Starting oscillator with delay " << static_cast<uint32_t>(delay.load(std::memory_order_relaxed))
                                                      << " ms, resolution " << resolution.tv_nsec << " ns");
-    zyn_ts::PrecisionWake& wake = attachedWake(*this);
     int64_t previousSleepEndNs = 0;
     while (running.load(std::memory_order_relaxed)) {
         // One relaxed load per tick tells the mode and whether the figures
