@@ -23,7 +23,7 @@
 /// - TICK_WAKE_OFF: the oscillator's loop is exactly the plain one (one clock
 ///   reading and one relative sleep per tick);
 /// - TICK_WAKE_FIXED: the lead given;
-/// - TICK_WAKE_ADAPTIVE: the lead follows the 99.5th percentile of the
+/// - TICK_WAKE_ADAPTIVE: the lead follows the 99.2nd percentile of the
 ///   kernel's wake-up lateness over the last 1024 wake-ups, plus 10 us,
 ///   between a floor of 20 us and a ceiling of 10 % of the period; it starts
 ///   at 100 us (or the ceiling, if lower) and is recomputed every 64

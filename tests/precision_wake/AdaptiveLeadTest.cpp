@@ -37,17 +37,17 @@ TEST(AdaptiveLead, ForgetsWakeUpsOlderThanItsWindow) {
     EXPECT_EQ(AdaptiveLead::kWindow, lead.samples());
 }
 
-TEST(AdaptiveLead, HalfAPercentOfOutliersIsLeftUncovered) {
-    AdaptiveLead lead;
+TEST(AdaptiveLead, TheOutliersBeyondItsPercentileAreLeftUncoveredAndOneMoreIsCovered) {
+    const size_t allowed = AdaptiveLead::kWindow * (1000 - AdaptiveLead::kPercentilePerMille) / 1000;
+    ASSERT_GT(allowed, 0u);
+    AdaptiveLead uncovered;
+    AdaptiveLead covered;
     for (size_t i = 0; i < AdaptiveLead::kWindow; ++i) {
-        lead.addWakeUp((i % 250 == 0 ? 500 : 50) * kUs);  // 5 of 1024: under 0.5 %
+        uncovered.addWakeUp((i < allowed ? 500 : 50) * kUs);
+        covered.addWakeUp((i <= allowed ? 500 : 50) * kUs);
     }
-    EXPECT_EQ(61 * kUs, lead.leadFor(kSixMs));
-    lead.addWakeUp(500 * kUs);  // the window's first wake-up, 500 us, leaves it: still 5
-    for (size_t i = 1; i < AdaptiveLead::kRecomputeEvery; ++i) {
-        lead.addWakeUp(i == 1 ? 500 * kUs : 50 * kUs);  // a sixth
-    }
-    EXPECT_EQ(511 * kUs, lead.leadFor(kSixMs)) << "0.5 % and more are covered";
+    EXPECT_EQ(61 * kUs, uncovered.leadFor(kSixMs));
+    EXPECT_EQ(511 * kUs, covered.leadFor(kSixMs));
 }
 
 TEST(AdaptiveLead, StaysBetweenItsFloorAndTenPercentOfThePeriod) {

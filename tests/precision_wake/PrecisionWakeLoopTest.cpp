@@ -367,7 +367,7 @@ std::vector<int64_t> leadsUnderAdaptiveWake(ETickDelay delay, std::function<int6
 }
 
 TEST_F(PrecisionWakeLoop, AdaptiveLeadConvergesOnTheHighPercentileOfTheWakeUpsPlusItsMargin) {
-    // 98 % of the wake-ups 30 us late, 2 % 70 us: the 99.5th percentile is
+    // 98 % of the wake-ups 30 us late, 2 % 70 us: the 99.2nd percentile is
     // in the 70 us bin, whose upper edge is 71 us; the margin adds 10 us.
     STickPrecisionWake figures{};
     const std::vector<int64_t> leads = leadsUnderAdaptiveWake(

@@ -4,7 +4,7 @@
 //
 // It keeps the kernel's wake-up lateness (behind the instant asked for) of
 // the last kWindow wake-ups in 1 us bins and, every kRecomputeEvery
-// wake-ups, sets the lead to their 99.5th percentile plus kMarginNs, between
+// wake-ups, sets the lead to their 99.2nd percentile plus kMarginNs, between
 // kFloorNs and a ceiling of 10 % of the period. Until kRecomputeEvery
 // wake-ups are known it keeps kInitialNs (or the ceiling, if lower). Only
 // the oscillator thread uses it: fixed arrays, no lock, no allocation.
@@ -26,7 +26,7 @@ public:
     static constexpr int64_t kFloorNs = 20000;
     static constexpr int64_t kMarginNs = 10000;
     static constexpr int64_t kInitialNs = 100000;
-    static constexpr uint64_t kPercentilePerMille = 995;
+    static constexpr uint64_t kPercentilePerMille = 992;
 
     /// The ceiling on a grid of `periodNs`: 10 % of it.
     static constexpr int64_t ceilingFor(int64_t periodNs) { return periodNs / 10; }
