@@ -130,10 +130,26 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_GetPrecisionWake(STickPrecisionWake* figur
 /// iteration. Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickScheduler_ResetPrecisionWake(void);
 
-/// The same five for CTickSchedulerFast's 1 ms oscillator.
+/// CTickSchedulerFast's 1 ms oscillator: plain sleep (the default).
+/// Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadOff(void);
+
+/// CTickSchedulerFast's 1 ms oscillator: sleep to each grid point minus
+/// `leadNs`, then spin to it. Results: TickResult::Success (0);
+/// TickResult::OutOfRange (32771) when `leadNs` is below 1000 or above
+/// 500000 (half the 1 ms period): nothing changed.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadFixed(int64_t leadNs);
+
+/// CTickSchedulerFast's 1 ms oscillator: the adaptive lead (ceiling 100 us).
+/// Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadAdaptive(void);
+
+/// CTickSchedulerFast's setting and figures, as
+/// CTickScheduler_GetPrecisionWake. Results: TickResult::Success (0);
+/// TickResult::NullArgument (32770).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetPrecisionWake(STickPrecisionWake* figures);
+
+/// CTickSchedulerFast's figures dropped at its oscillator's next iteration.
+/// Always TickResult::Success (0).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_ResetPrecisionWake(void);
 }
