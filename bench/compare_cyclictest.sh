@@ -12,7 +12,11 @@
 #   held      equal explicit settings: no handlers, the request held at 0,
 #             memory locked, the same priority;
 #   released  equal explicit settings without either: "--cpu-latency off
-#             --no-mlock" against cyclictest's --laptop without -m.
+#             --no-mlock" against cyclictest's --laptop without -m;
+#   wake      the precision wake: "zyn-tickmon --duration N --wake-lead auto"
+#             (the oscillator sleeps to an adaptive lead before each grid
+#             point and spins onto it) against cyclictest's defaults as
+#             above; the CPU column then shows what the spin costs.
 # For each run the script reads the latency histogram each tool writes in
 # cyclictest's -h layout, and samples the CPU time of the measuring thread
 # from /proc (schedstat, nanoseconds) over the middle of the run. It prints one
@@ -26,7 +30,7 @@
 #
 # Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS]
 #                                    [--priority 0..4] [--tickmon PATH]
-#                                    [--settings defaults,held,released]
+#                                    [--settings defaults,held,released,wake]
 # Needs root (or CAP_SYS_NICE) for SCHED_RR; installs the Debian package
 # rt-tests with apt-get when cyclictest is missing.
 set -euo pipefail
@@ -39,7 +43,7 @@ settings="defaults,held,released"
 
 usage() {
     echo "Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS] [--priority 0..4] [--tickmon PATH]" \
-        "[--settings defaults,held,released]" >&2
+        "[--settings defaults,held,released,wake]" >&2
     exit 2
 }
 
@@ -57,8 +61,8 @@ done
 [[ "$runs" =~ ^[1-9][0-9]*$ ]] || { echo "--runs: expected a positive integer" >&2; exit 2; }
 [[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 5 ]] || { echo "--duration: expected whole seconds, at least 5" >&2; exit 2; }
 [[ "$priority" =~ ^[0-4]$ ]] || { echo "--priority: expected 0 to 4" >&2; exit 2; }
-[[ "$settings" =~ ^(defaults|held|released)(,(defaults|held|released))*$ ]] || {
-    echo "--settings: expected a comma-separated list of defaults, held, released" >&2; exit 2; }
+[[ "$settings" =~ ^(defaults|held|released|wake)(,(defaults|held|released|wake))*$ ]] || {
+    echo "--settings: expected a comma-separated list of defaults, held, released, wake" >&2; exit 2; }
 
 # The SCHED_RR priority the library gives each ETickPriority.
 rt_priorities=(99 98 79 79 79)
@@ -154,11 +158,12 @@ tickmon_arguments() {
         defaults) echo "" ;;
         held) echo "--priority $priority --handlers 0 --cpu-latency 0" ;;
         released) echo "--priority $priority --handlers 0 --cpu-latency off --no-mlock" ;;
+        wake) echo "--wake-lead auto" ;;
     esac
 }
 cyclictest_arguments() {
     case "$1" in
-        defaults) echo "-m -p 79 --policy=rr -i 6000" ;;
+        defaults|wake) echo "-m -p 79 --policy=rr -i 6000" ;;
         held) echo "-m --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
         released) echo "--laptop --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
     esac

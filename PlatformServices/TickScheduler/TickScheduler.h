@@ -13,6 +13,7 @@
 #include "TickGrid.h"
 #include "TickModuleIdentity.h"
 #include "TickOscillator.h"
+#include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "TickSchedulerExport.h"
 #include "TickSchedulerTrace.h"

@@ -25,6 +25,8 @@ const std::string kVersionNode = "ZYN_TICK_SCHEDULER_" + kAbiVersion;
 const std::string kGridVersionNode = kVersionNode + ".1";
 /// The node of the handler statistics; it inherits kGridVersionNode.
 const std::string kStatisticsVersionNode = kVersionNode + ".2";
+/// The node of the precision wake; it inherits kStatisticsVersionNode.
+const std::string kWakeVersionNode = kVersionNode + ".3";
 
 const SharedObject& library() {
     static const SharedObject object = elf_inspection::readSharedObject(kLibrary);
@@ -70,6 +72,18 @@ const std::set<std::string>& statisticsFunctions() {
         "CTickScheduler_GetSchedulerStatistics",   "CTickSchedulerFast_EnableStatistics",
         "CTickSchedulerFast_DisableStatistics",    "CTickSchedulerFast_ResetStatistics",
         "CTickSchedulerFast_GetHandlerStatistics", "CTickSchedulerFast_GetSchedulerStatistics",
+    };
+    return names;
+}
+
+/// The precision-wake switches and queries, added under kWakeVersionNode.
+const std::set<std::string>& wakeFunctions() {
+    static const std::set<std::string> names = {
+        "CTickScheduler_SetWakeLeadOff",       "CTickScheduler_SetWakeLeadFixed",
+        "CTickScheduler_SetWakeLeadAdaptive",  "CTickScheduler_GetPrecisionWake",
+        "CTickScheduler_ResetPrecisionWake",   "CTickSchedulerFast_SetWakeLeadOff",
+        "CTickSchedulerFast_SetWakeLeadFixed", "CTickSchedulerFast_SetWakeLeadAdaptive",
+        "CTickSchedulerFast_GetPrecisionWake", "CTickSchedulerFast_ResetPrecisionWake",
     };
     return names;
 }
@@ -125,6 +139,7 @@ std::set<std::string> requiredExports() {
     std::set<std::string> names = cFunctions();
     names.insert(gridFunctions().begin(), gridFunctions().end());
     names.insert(statisticsFunctions().begin(), statisticsFunctions().end());
+    names.insert(wakeFunctions().begin(), wakeFunctions().end());
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -170,15 +185,16 @@ TEST(SharedLibrary, SonameCarriesTheAbiMajorVersion) {
     EXPECT_EQ("libZynTickScheduler.so.1", library().soname) << "the first ABI is major version 1";
 }
 
-TEST(SharedLibrary, DefinesTheAbiVersionNodeTheGridNodeAndTheStatisticsNode) {
-    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode}),
+TEST(SharedLibrary, DefinesTheAbiVersionNodeTheGridNodeTheStatisticsNodeAndTheWakeNode) {
+    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode, kWakeVersionNode}),
               library().versionNodes);
 }
 
-TEST(SharedLibrary, GridQueriesAndStatisticsAreBoundToTheirNodesAndEverythingElseToTheAbiNode) {
+TEST(SharedLibrary, GridQueriesStatisticsAndWakeAreBoundToTheirNodesAndEverythingElseToTheAbiNode) {
     const std::vector<std::string>& nodes = library().versionNodes;
     size_t gridBound = 0;
     size_t statisticsBound = 0;
+    size_t wakeBound = 0;
     for (const Symbol& symbol : library().dynamicSymbols) {
         const bool isNode = std::find(nodes.begin(), nodes.end(), symbol.name) != nodes.end();
         if (!symbol.defined || !symbol.global || isNode) {
@@ -186,14 +202,18 @@ TEST(SharedLibrary, GridQueriesAndStatisticsAreBoundToTheirNodesAndEverythingEls
         }
         const bool isGridQuery = gridFunctions().count(symbol.name) != 0;
         const bool isStatistics = statisticsFunctions().count(symbol.name) != 0;
+        const bool isWake = wakeFunctions().count(symbol.name) != 0;
         const std::string& expectedNode =
-            isGridQuery ? kGridVersionNode : (isStatistics ? kStatisticsVersionNode : kVersionNode);
+            isGridQuery ? kGridVersionNode
+                        : (isStatistics ? kStatisticsVersionNode : (isWake ? kWakeVersionNode : kVersionNode));
         EXPECT_EQ(expectedNode, symbol.version) << demangle(symbol.name);
         gridBound += isGridQuery ? 1 : 0;
         statisticsBound += isStatistics ? 1 : 0;
+        wakeBound += isWake ? 1 : 0;
     }
     EXPECT_EQ(gridFunctions().size(), gridBound);
     EXPECT_EQ(statisticsFunctions().size(), statisticsBound);
+    EXPECT_EQ(wakeFunctions().size(), wakeBound);
 }
 
 TEST(ExportedSymbols, TickOscillatorIsExportedWithItsTypeInformation) {

@@ -37,6 +37,7 @@ struct State {
     bool endOverridden = false;
     int64_t parkedEnd = 0;
     WakeUpPlan plan;
+    int64_t readingCost = 0;
     std::map<size_t, int64_t> interruptions;
     std::vector<Sleep> sleeps;
     std::vector<int64_t> readings;
@@ -120,6 +121,7 @@ void install(int64_t startNs) {
     s.released = false;
     s.endOverridden = false;
     s.plan = nullptr;
+    s.readingCost = 0;
     s.interruptions.clear();
     s.sleeps.clear();
     s.readings.clear();
@@ -149,6 +151,12 @@ void setWakeUpPlan(WakeUpPlan plan) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.plan = std::move(plan);
+}
+
+void setReadingCost(int64_t nanoseconds) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.readingCost = nanoseconds;
 }
 
 void interruptSleep(size_t sleepIndex, int64_t afterNs) {
@@ -193,6 +201,13 @@ void releaseParked() {
     s.changed.notify_all();
 }
 
+void reserveRecords(size_t sleepCount, size_t readingCount) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.sleeps.reserve(sleepCount);
+    s.readings.reserve(readingCount);
+}
+
 std::vector<Sleep> sleeps() {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
@@ -215,6 +230,7 @@ extern "C" int __wrap_clock_gettime(clockid_t clock, struct timespec* value) {
     std::lock_guard<std::mutex> lock(s.mutex);
     *value = zyn_support::toTimespec(s.now);
     s.readings.push_back(s.now);
+    s.now += s.readingCost;
     return 0;
 }
 

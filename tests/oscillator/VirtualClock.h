@@ -57,6 +57,12 @@ void advance(int64_t nanoseconds);
 
 void setWakeUpPlan(WakeUpPlan plan);
 
+/// Every clock reading by a simulated thread moves the clock on by
+/// `nanoseconds` after it is taken, as the reading itself would take: so
+/// that a loop that reads the clock until an instant gets there. 0 (the
+/// default after install) keeps time still between sleeps.
+void setReadingCost(int64_t nanoseconds);
+
 /// Sleep call `sleepIndex` is interrupted by a signal `afterNs` into it: it
 /// writes the rest back and returns EINTR.
 void interruptSleep(size_t sleepIndex, int64_t afterNs);
@@ -75,6 +81,11 @@ void endParkedSleepAt(int64_t instant);
 
 /// No sleep parks any more until the next runUntilSleep: for a stop.
 void releaseParked();
+
+/// Room for `sleepCount` sleeps and `readingCount` readings in the records
+/// kept of them, so that keeping them allocates nothing on the simulated
+/// thread until then: for tests that count that thread's allocations.
+void reserveRecords(size_t sleepCount, size_t readingCount);
 
 /// Every sleep call so far, in order.
 std::vector<Sleep> sleeps();

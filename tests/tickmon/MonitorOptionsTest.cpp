@@ -234,5 +234,29 @@ TEST(MonitorOptions, PunctualityValuesOutOfRangeNameOptionAndRange) {
     EXPECT_NE(errorOf({"--cpu"}).find("--cpu: missing value"), std::string::npos);
 }
 
+TEST(MonitorOptions, WakeLeadIsOffByDefaultAndReadsOffAutoOrATime) {
+    EXPECT_EQ(parse({}).options.wakeLeadNs, MonitorOptions::kWakeLeadOff);
+    EXPECT_EQ(parse({"--wake-lead", "auto"}).options.wakeLeadNs, MonitorOptions::kWakeLeadAuto);
+    EXPECT_EQ(parse({"--wake-lead", "auto", "--wake-lead=off"}).options.wakeLeadNs, MonitorOptions::kWakeLeadOff);
+    EXPECT_EQ(parse({"--wake-lead", "80"}).options.wakeLeadNs, 80000);
+    EXPECT_EQ(parse({"--wake-lead", "1us"}).options.wakeLeadNs, 1000);
+    EXPECT_EQ(parse({"--wake-lead", "3ms"}).options.wakeLeadNs, 3000000);
+    EXPECT_EQ(wakeLeadName(MonitorOptions::kWakeLeadOff), "off");
+    EXPECT_EQ(wakeLeadName(MonitorOptions::kWakeLeadAuto), "auto");
+    EXPECT_EQ(wakeLeadName(80000), "80us");
+    EXPECT_EQ(wakeLeadName(1500), "1500ns");
+}
+
+TEST(MonitorOptions, WakeLeadOutsideOffAutoOrItsRangeNamesOptionAndRange) {
+    for (const char* bad : {"", "Auto", "on", "0", "999ns", "3001us", "-5", "1 ms"}) {
+        EXPECT_NE(errorOf({"--wake-lead", bad})
+                      .find("--wake-lead: invalid value '" + std::string(bad) +
+                            "'; expected 'off', 'auto' or a time from 1us to 3ms"),
+                  std::string::npos)
+            << bad;
+    }
+    EXPECT_NE(usageText().find("--wake-lead"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tickmon

@@ -522,4 +522,47 @@ TEST(TickMonitorRun, ASlowHandlerIsNamedAsTheCulpritOfTheWorstPass) {
     }
 }
 
+// ---- Precision wake
+
+TEST(TickMonitorRun, WakeLeadThatIsNeitherOffAutoNorATimeInRangeIsAUsageError) {
+    expectUsageError({"--wake-lead", "soon"},
+                     "--wake-lead: invalid value 'soon'; expected 'off', 'auto' or a time from 1us to 3ms, e.g. 80us "
+                     "(no unit: microseconds)");
+    expectUsageError({"--wake-lead", "4ms"},
+                     "--wake-lead: invalid value '4ms'; expected 'off', 'auto' or a time from 1us to 3ms, e.g. 80us "
+                     "(no unit: microseconds)");
+}
+
+TEST(TickMonitorRun, AdaptiveWakeLeadRunPassesAndSplitsTheLatencyIntoWakeUpAndDelivery) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--duration", "600ms", "--wake-lead", "auto", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    for (const char* line : {"Wake-up and delivery (precision wake auto)", "kernel wake-up (behind lead)",
+                             "delivery (behind grid point)", "late despite the lead", "spin ", "Self-test: PASS"}) {
+        EXPECT_TRUE(contains(run.out, line)) << line << "\n" << run.out;
+    }
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("settings").at("wake_lead").get<std::string>(), "auto");
+    const nlohmann::json& wake = doc.at("wake");
+    EXPECT_EQ(wake.at("mode").get<std::string>(), "auto");
+    EXPECT_GE(wake.at("lead_ns").get<double>(), wake.at("lead_floor_ns").get<double>());
+    EXPECT_LE(wake.at("lead_ns").get<double>(), wake.at("lead_ceiling_ns").get<double>());
+    // Every pass the probe counted was a tick the oscillator delivered.
+    EXPECT_GE(wake.at("ticks").get<double>(), doc.at("passes").get<double>());
+    EXPECT_EQ(wake.at("delivery_ns").at("count").get<double>(), wake.at("ticks").get<double>());
+    EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
+}
+
+TEST(TickMonitorRun, DefaultRunSaysThePrecisionWakeIsOff) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon({"--ticks", "20", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "Wake-up and delivery (precision wake off)")) << run.out;
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("settings").at("wake_lead").get<std::string>(), "off");
+    EXPECT_EQ(doc.at("wake").at("mode").get<std::string>(), "off");
+    EXPECT_EQ(doc.at("wake").at("ticks").get<double>(), 0);
+    EXPECT_GT(doc.at("wake").at("wake_up_and_pass_ns").at("count").get<double>(), 0);
+}
+
 }  // namespace

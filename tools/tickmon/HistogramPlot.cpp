@@ -179,6 +179,7 @@ PlotSettings plotSettings(const RunReport& report) {
     settings.cpuLatency = punctuality.cpuLatencyHeld && punctuality.cpuLatencyUs
                               ? "CPU latency request " + std::to_string(*punctuality.cpuLatencyUs) + " us"
                               : std::string("no CPU latency request held");
+    settings.wake = wakeTitle(report.wake);
     return settings;
 }
 

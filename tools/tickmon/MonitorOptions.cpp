@@ -147,6 +147,23 @@ void addPunctuality(CLI::App& app, MonitorOptions& o) {
          [&o](const std::string& text) {
              return zyn_cli::storeInteger(text, o.breakTraceUs, limits::kMinBreakTraceUs, limits::kMaxBreakTraceUs);
          }});
+    zyn_cli::addValueOption(
+        app, group,
+        {"--wake-lead", "off|auto|TIME",
+         "precision wake: sleep to TIME before each grid point, then spin onto it; 'auto' follows the kernel's "
+         "wake-up spread (default: off)",
+         "'off', 'auto' or a time from 1us to 3ms, e.g. 80us (no unit: microseconds)",
+         into(o.wakeLeadNs, [](const std::string& text) -> std::optional<int64_t> {
+             if (text == "off") {
+                 return MonitorOptions::kWakeLeadOff;
+             }
+             if (text == "auto") {
+                 return MonitorOptions::kWakeLeadAuto;
+             }
+             const std::optional<int64_t> ns = parseTimeSpan(text, kNanosecondsPerMicrosecond);
+             const bool inRange = ns && *ns >= limits::kMinWakeLeadNs && *ns <= limits::kMaxWakeLeadNs;
+             return inRange ? ns : std::nullopt;
+         })});
     app.add_flag("--system", o.systemOnly,
                  "print only the System section (what on this machine costs tick latency, and the fix) and exit")
         ->group(group);
@@ -204,6 +221,18 @@ int64_t workOfHandler(const MonitorOptions& options, size_t index) {
         return options.workNs;
     }
     return index < options.workPerHandler.size() ? options.workPerHandler[index] : 0;
+}
+
+std::string wakeLeadName(int64_t wakeLeadNs) {
+    if (wakeLeadNs == MonitorOptions::kWakeLeadOff) {
+        return "off";
+    }
+    if (wakeLeadNs == MonitorOptions::kWakeLeadAuto) {
+        return "auto";
+    }
+    // Whole microseconds unless the lead was given finer.
+    return wakeLeadNs % kNanosecondsPerMicrosecond == 0 ? std::to_string(wakeLeadNs / kNanosecondsPerMicrosecond) + "us"
+                                                        : std::to_string(wakeLeadNs) + "ns";
 }
 
 ParseResult parseOptions(const std::vector<std::string>& arguments) {

@@ -28,6 +28,8 @@ constexpr int64_t kMaxCpuLatencyUs = 2000000000;  // the kernel takes a signed 3
 constexpr uint32_t kMaxCpu = 1023;
 constexpr int64_t kMinBreakTraceUs = 1;
 constexpr int64_t kMaxBreakTraceUs = 1000000;  // one second
+constexpr int64_t kMinWakeLeadNs = 1000;       // 1 us
+constexpr int64_t kMaxWakeLeadNs = 3000000;    // half the 6 ms period
 }  // namespace limits
 
 struct MonitorOptions {
@@ -71,7 +73,15 @@ struct MonitorOptions {
     std::optional<int64_t> breakTraceUs;
     /// Print only the System section (what on this machine costs latency).
     bool systemOnly = false;
+    /// The scheduler's precision wake: kWakeLeadOff, kWakeLeadAuto, or a
+    /// fixed lead in ns.
+    int64_t wakeLeadNs = kWakeLeadOff;
+    static constexpr int64_t kWakeLeadOff = 0;
+    static constexpr int64_t kWakeLeadAuto = -1;
 };
+
+/// "off", "auto", or the fixed lead as a time ("80us").
+std::string wakeLeadName(int64_t wakeLeadNs);
 
 /// The busy time per call of load handler `index`.
 int64_t workOfHandler(const MonitorOptions& options, size_t index);

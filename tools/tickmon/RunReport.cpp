@@ -178,6 +178,7 @@ std::string formatReport(const RunReport& report) {
     appendHeading(out, report);
     appendPeriod(out, report);
     appendLatency(out, report);
+    out += formatWake(report.wake, report.ticks.latency.p99);
     appendTicks(out, report);
     appendGrid(out, report);
     appendHandlers(out, report);
@@ -200,7 +201,8 @@ Json settingsJson(const MonitorOptions& o) {
             {"work_per_handler_ns", o.workPerHandler},
             {"trace_level", valueOrNull(o.traceLevel)},
             {"histogram_buckets", o.histogramBuckets},
-            {"inject_fault", o.injectFault}};
+            {"inject_fault", o.injectFault},
+            {"wake_lead", wakeLeadName(o.wakeLeadNs)}};
 }
 
 Json periodJson(const TickAnalysis& t) {
@@ -254,6 +256,7 @@ std::string formatJson(const RunReport& report) {
         {"lost_timestamps", report.lostTimestamps},
         {"period_ns", periodJson(t)},
         {"latency_ns", latencyJson(t.latency)},
+        {"wake", wakeJson(report.wake)},
         {"ticks", ticksJson(t)},
         {"grid", {{"origin_ns", t.grid.originNs}, {"period_ns", t.grid.periodNs}, {"generation", t.grid.generation}}},
         {"handlers", handlersJson(report.handlers)},

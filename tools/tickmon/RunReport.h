@@ -12,6 +12,7 @@
 #include "MonitorOptions.h"
 #include "PunctualityReport.h"
 #include "TickAnalysis.h"
+#include "WakeReport.h"
 
 namespace tickmon {
 
@@ -54,6 +55,8 @@ struct RunReport {
     HandlerTimeReport handlerTime;
     OscillatorThreadReport thread;
     PunctualityReport punctuality;
+    /// The precision wake the scheduler ran with, and its figures.
+    WakeReport wake;
     /// Every handler called as often as its interval requires, no tick
     /// before its grid point and no grid point with more than one tick.
     bool passed = false;

@@ -31,6 +31,9 @@
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
 #include "TickModuleIdentity.h"
+#include "TickPrecisionWake.h"
+#include "TickResultCodes.h"
+#include "WakeReport.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace tickmon {
@@ -370,6 +373,27 @@ void describeCpuLatency(PunctualityReport& report) {
     }
 }
 
+/// Switches the scheduler's precision wake as --wake-lead says, before its
+/// oscillator starts. False when the library refuses.
+bool applyWakeLead(const MonitorOptions& options) {
+    if (options.wakeLeadNs == MonitorOptions::kWakeLeadOff) {
+        return CTickScheduler_SetWakeLeadOff() == TickResult::Success;
+    }
+    if (options.wakeLeadNs == MonitorOptions::kWakeLeadAuto) {
+        return CTickScheduler_SetWakeLeadAdaptive() == TickResult::Success;
+    }
+    return CTickScheduler_SetWakeLeadFixed(options.wakeLeadNs) == TickResult::Success;
+}
+
+/// The precision wake's figures of the run, before the scheduler shuts down.
+WakeReport readWake(const MonitorOptions& options) {
+    WakeReport wake;
+    wake.setting = wakeLeadName(options.wakeLeadNs);
+    wake.figures.size = sizeof(wake.figures);
+    wake.read = CTickScheduler_GetPrecisionWake(&wake.figures) == TickResult::Success;
+    return wake;
+}
+
 int failStartUp(const std::string& error, SchedulerSession& session) {
     std::fprintf(stderr, "zyn-tickmon: the library did not start: %s\n", error.c_str());
     session.shutDown();
@@ -428,6 +452,10 @@ int runMonitor(const MonitorOptions& options) {
         handlers.unregisterAll(scheduler);
         return failStartUp(error, session);
     }
+    if (!applyWakeLead(options)) {
+        std::fprintf(stderr, "zyn-tickmon: warning: --wake-lead %s not applied\n",
+                     wakeLeadName(options.wakeLeadNs).c_str());
+    }
     if (!enableHandlerTime()) {
         std::fprintf(stderr, "zyn-tickmon: warning: the scheduler's handler statistics could not be switched on\n");
     }
@@ -470,6 +498,7 @@ int runMonitor(const MonitorOptions& options) {
     // Once Freeze has returned no pass runs, so the counts below belong to
     // whole passes.
     scheduler.Freeze();
+    report.wake = readWake(options);
     report.passes = handlers.probe().passes.load();
     report.handlers = checkHandlers(report.passes, handlers.tallies());
     report.handlerTime = readHandlerTime(handlers);

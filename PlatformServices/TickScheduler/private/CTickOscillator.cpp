@@ -5,9 +5,12 @@
 
 #include "GridPublisher.h"
 #include "OscillatorAttachment.h"
+#include "PrecisionWake.h"
+#include "PrecisionWakeStep.h"
 #include "ThreadUtilities.h"
 #include "TickOscillator.h"
 #include "TickPath.h"
+#include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -36,17 +39,23 @@ int64_t periodNanoseconds(ETickDelay delay) {
     return static_cast<int64_t>(delay) * static_cast<int64_t>(kNanosecondsPerMillisecond);
 }
 
-/// The grid record the owner attached, looked up once as the thread starts.
-zyn_ts::PublishedGrid* attachedGrid(const TickOscillator& oscillator) {
-    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(oscillator);
-    return attachment != nullptr ? &attachment->grid : nullptr;
+/// The precision wake of an oscillator without an attachment: never
+/// switched on, so its thread runs the plain loop; its off-mode figures are
+/// written and never read.
+zyn_ts::PrecisionWake& unattachedWake() {
+    static zyn_ts::PrecisionWake unattached(0);
+    return unattached;
 }
 
 /// One iteration's clock reading and sleep: to the next grid point after the
 /// instant read, on the delay and compensation the owner set last. A changed
-/// delay is published before the first sleep it applies to.
+/// delay is published before the first sleep it applies to. The reading,
+/// taken right after the previous tick's pass, is also recorded as that
+/// pass's end behind the grid point the previous sleep asked for
+/// (`previousSleepEndNs`, 0 when there is none).
 ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
-                                              zyn_ts::GridPublisher& grid) {
+                                              zyn_ts::GridPublisher& grid, zyn_ts::PrecisionWake& wake,
+                                              int64_t& previousSleepEndNs) {
     timespec current{};
     timespec elapsed{};
     clock_gettime(CLOCK_MONOTONIC, &current);
@@ -61,6 +70,11 @@ ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timesp
     timespec interval{};
     interval.tv_sec = 0;
     interval.tv_nsec = TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
+    const int64_t readingNs = zyn_ts::toNs(current);
+    if (previousSleepEndNs != 0) {
+        wake.passEnded(readingNs - previousSleepEndNs);
+    }
+    previousSleepEndNs = readingNs + interval.tv_nsec;
     // A signal only interrupts the sleep; the rest of it is slept, so no
     // signal ever produces an early tick. Other errors count as a completed
     // sleep: the next iteration measures the clock again anyway.
@@ -209,8 +223,11 @@ ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
 ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_ENTER("run");
     // Looked up before the start instant is read, so that the lookup's lock
-    // never delays the grid's origin. This thread is the grid's only writer.
-    zyn_ts::GridPublisher grid(attachedGrid(*this));
+    // never delays the grid's origin. This thread is the only writer of the
+    // grid and of the precision wake's figures.
+    zyn_ts::OscillatorAttachment* const attachment = zyn_ts::findAttachment(*this);
+    zyn_ts::GridPublisher grid(attachment != nullptr ? &attachment->grid : nullptr);
+    zyn_ts::PrecisionWake& wake = attachment != nullptr ? attachment->wake : unattachedWake();
     timespec startInstant{};
     timespec resolution{};
     clock_gettime(CLOCK_MONOTONIC, &startInstant);
@@ -221,9 +238,24 @@ ZYN_TS_TICK_PATH void TickOscillator::run() {
     ZYN_TS_TRACE(KIV_TRACE_INFO, "run",
                  "  Starting oscillator with delay " << static_cast<uint32_t>(delay.load(std::memory_order_relaxed))
                                                      << " ms, resolution " << resolution.tv_nsec << " ns");
+    int64_t previousSleepEndNs = 0;
     while (running.load(std::memory_order_relaxed)) {
-        sleepUntilNextGridPoint(*this, startInstant, grid);
-        deliverTick();
+        // One relaxed load per tick tells the mode and whether the figures
+        // are to be dropped; the plain loop below is otherwise untouched.
+        const uint32_t control = wake.loadControl();
+        if (wake.changedSince(control)) {
+            wake.controlChanged(control);
+        }
+        const uint32_t mode = zyn_ts::PrecisionWake::modeOf(control);
+        if (mode == TICK_WAKE_OFF) {
+            sleepUntilNextGridPoint(*this, startInstant, grid, wake, previousSleepEndNs);
+            deliverTick();
+        } else {
+            previousSleepEndNs = 0;
+            if (zyn_ts::sleepAndSpinToNextGridPoint(*this, startInstant, grid, wake, mode)) {
+                deliverTick();
+            }
+        }
     }
     grid.stopped();
 }

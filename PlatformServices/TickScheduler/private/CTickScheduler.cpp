@@ -551,6 +551,7 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     state.tickPriority = *priority;
     // No lock: a client that holds the tick lock may call Initialize.
     state.statistics.applyEnvironmentOnce();
+    state.oscillatorAttachment.wake.applyEnvironmentOnce();
     return TickResult::Success;
 }
 

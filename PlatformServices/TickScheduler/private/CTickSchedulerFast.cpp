@@ -357,6 +357,7 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     module.disabledGroupMask.store(0, std::memory_order_relaxed);
     module.initialized = 1;
     fastDispatchStatistics.applyEnvironmentOnce();
+    module.oscillatorAttachment.wake.applyEnvironmentOnce();
     return TickResult::Success;
 }
 

@@ -32,11 +32,12 @@
 class CTickSchedulerFast {
 public:
     /// What the oscillator's thread keeps for the module: the grid that
-    /// CTickSchedulerFast_GetTickGrid reads. Attached at construction;
+    /// CTickSchedulerFast_GetTickGrid reads, and the precision wake with its
+    /// figures (a fixed lead at most half the 1 ms period). Attached at construction;
     /// declared before the oscillator, whose destructor joins a thread still
     /// running, so that it outlives that thread. Written by that thread only,
     /// read without a lock.
-    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator};
+    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator, 1000000};
     /// The 1 ms tick source: configured at phase 11, never started by this
     /// module.
     TickOscillator tickOscillator;

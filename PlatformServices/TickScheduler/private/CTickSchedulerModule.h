@@ -39,10 +39,11 @@ public:
     CTickScheduler& operator=(const CTickScheduler&) = delete;
 
     /// What the oscillator's thread keeps for the module: the grid that
-    /// CTickScheduler_GetTickGrid reads. Attached at construction; declared
+    /// CTickScheduler_GetTickGrid reads, and the precision wake with its
+    /// figures. Attached at construction; declared
     /// before the oscillator, so that it outlives the oscillator's thread.
     /// Written by that thread only, read without a lock.
-    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator};
+    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator, 6000000};
     /// The 6 ms time base; initialised at phase 11, started at phase 14.
     TickOscillator tickOscillator;
     /// Priority class of the oscillator thread, stored by Initialize (which

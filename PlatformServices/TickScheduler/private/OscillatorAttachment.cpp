@@ -16,7 +16,8 @@ OscillatorAttachment* attachments = nullptr;
 
 }  // namespace
 
-OscillatorAttachment::OscillatorAttachment(const TickOscillator* oscillator) : attachedTo(oscillator) {
+OscillatorAttachment::OscillatorAttachment(const TickOscillator* oscillator, int64_t nominalPeriodNs)
+    : wake(nominalPeriodNs), attachedTo(oscillator) {
     const std::lock_guard<std::mutex> lock(attachmentsMutex);
     next = attachments;
     attachments = this;

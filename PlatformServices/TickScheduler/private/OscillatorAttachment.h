@@ -11,6 +11,7 @@
 // attachment runs and ticks all the same and publishes nothing.
 #pragma once
 
+#include "PrecisionWake.h"
 #include "PublishedGrid.h"
 
 class TickOscillator;
@@ -31,7 +32,8 @@ class OscillatorAttachment {
 public:
     /// Attaches to `oscillator`, which need not be constructed yet (only its
     /// address is kept). Takes the list's mutex.
-    explicit OscillatorAttachment(const TickOscillator* oscillator);
+    /// `nominalPeriodNs`: the owner's period, which bounds a fixed lead.
+    explicit OscillatorAttachment(const TickOscillator* oscillator, int64_t nominalPeriodNs = 6000000);
     /// Detaches. Takes the list's mutex. The oscillator's thread must have
     /// ended (see above).
     ~OscillatorAttachment();
@@ -43,6 +45,10 @@ public:
 
     /// The grid the oscillator's thread publishes; the owner reads it.
     PublishedGrid grid;
+
+    /// The precision wake: the owner's threads switch it and read its
+    /// figures; the oscillator's thread applies it and writes the figures.
+    PrecisionWake wake;
 
 private:
     friend OscillatorAttachment* findAttachment(const TickOscillator& oscillator);
