@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Timing of zyn-tickmon's 6 ms tick against cyclictest, the kernel's own
-# latency reference, measured the same way on the same machine.
+# Timing of zyn-tickmon's ticks against cyclictest, the kernel's own latency
+# reference, measured the same way on the same machine.
 #
-# Both run one measuring thread under SCHED_RR with a 6 ms period, one after
-# the other, several times alternately (so a change in machine load hits both
-# alike), under each of these settings:
+# Both run one measuring thread under SCHED_RR with the same period (6 ms, or
+# 1 ms for the fast grid), one after the other, several times alternately (so
+# a change in machine load hits both alike), under each of these settings:
 #   defaults  each tool as a user starts it: "zyn-tickmon --duration N" (the
 #             CPU wake-up latency request held at 0, memory locked, six
 #             handlers) against "cyclictest -m -p 79 --policy=rr -i 6000"
@@ -16,7 +16,13 @@
 #   wake      the precision wake: "zyn-tickmon --duration N --wake-lead auto"
 #             (the oscillator sleeps to an adaptive lead before each grid
 #             point and spins onto it) against cyclictest's defaults as
-#             above; the CPU column then shows what the spin costs.
+#             above; the CPU column then shows what the spin costs;
+#   fast      the fast scheduler's 1 ms grid, its oscillator started by the
+#             monitor: "zyn-tickmon --duration N --grid fast" against
+#             "cyclictest -m -p 79 --policy=rr -i 1000" (the fast oscillator
+#             runs at ETickPriority 1, SCHED_RR 98; with no other real-time
+#             load the priority does not change a wake-up);
+#   fast-wake the same with "--wake-lead auto".
 # For each run the script reads the latency histogram each tool writes in
 # cyclictest's -h layout, and samples the CPU time of the measuring thread
 # from /proc (schedstat, nanoseconds) over the middle of the run. It prints one
@@ -30,7 +36,7 @@
 #
 # Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS]
 #                                    [--priority 0..4] [--tickmon PATH]
-#                                    [--settings defaults,held,released,wake]
+#                                    [--settings defaults,held,released,wake,fast,fast-wake]
 # Needs root (or CAP_SYS_NICE) for SCHED_RR; installs the Debian package
 # rt-tests with apt-get when cyclictest is missing.
 set -euo pipefail
@@ -43,7 +49,7 @@ settings="defaults,held,released"
 
 usage() {
     echo "Usage: bench/compare_cyclictest.sh [--runs N] [--duration SECONDS] [--priority 0..4] [--tickmon PATH]" \
-        "[--settings defaults,held,released,wake]" >&2
+        "[--settings defaults,held,released,wake,fast,fast-wake]" >&2
     exit 2
 }
 
@@ -61,8 +67,9 @@ done
 [[ "$runs" =~ ^[1-9][0-9]*$ ]] || { echo "--runs: expected a positive integer" >&2; exit 2; }
 [[ "$duration" =~ ^[0-9]+$ && "$duration" -ge 5 ]] || { echo "--duration: expected whole seconds, at least 5" >&2; exit 2; }
 [[ "$priority" =~ ^[0-4]$ ]] || { echo "--priority: expected 0 to 4" >&2; exit 2; }
-[[ "$settings" =~ ^(defaults|held|released|wake)(,(defaults|held|released|wake))*$ ]] || {
-    echo "--settings: expected a comma-separated list of defaults, held, released, wake" >&2; exit 2; }
+setting_names="defaults|held|released|wake|fast|fast-wake"
+[[ "$settings" =~ ^($setting_names)(,($setting_names))*$ ]] || {
+    echo "--settings: expected a comma-separated list of defaults, held, released, wake, fast, fast-wake" >&2; exit 2; }
 
 # The SCHED_RR priority the library gives each ETickPriority.
 rt_priorities=(99 98 79 79 79)
@@ -159,6 +166,15 @@ tickmon_arguments() {
         held) echo "--priority $priority --handlers 0 --cpu-latency 0" ;;
         released) echo "--priority $priority --handlers 0 --cpu-latency off --no-mlock" ;;
         wake) echo "--wake-lead auto" ;;
+        fast) echo "--grid fast" ;;
+        fast-wake) echo "--grid fast --wake-lead auto" ;;
+    esac
+}
+# The period of a setting, in microseconds.
+period_us() {
+    case "$1" in
+        fast|fast-wake) echo 1000 ;;
+        *) echo 6000 ;;
     esac
 }
 cyclictest_arguments() {
@@ -166,6 +182,7 @@ cyclictest_arguments() {
         defaults|wake) echo "-m -p 79 --policy=rr -i 6000" ;;
         held) echo "-m --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
         released) echo "--laptop --threads=1 --priority=$rt_priority --policy=rr --interval=6000" ;;
+        fast|fast-wake) echo "-m -p 79 --policy=rr -i 1000" ;;
     esac
 }
 
@@ -192,7 +209,7 @@ run_cyclictest() {
 compare_setting() {
 local setting="$1"
 echo "Comparing zyn-tickmon and cyclictest ($setting): $runs alternating runs of ${duration} s each," \
-     "6 ms period; load average $(cut -d' ' -f1-3 /proc/loadavg)" >&2
+     "$(($(period_us "$setting") / 1000)) ms period; load average $(cut -d' ' -f1-3 /proc/loadavg)" >&2
 for ((i = 1; i <= runs; i++)); do
     echo "run $i/$runs: zyn-tickmon $(tickmon_arguments "$setting")" >&2
     run_tickmon "$setting" "$i"
@@ -224,7 +241,8 @@ print("; ".join(parts))
 PY
 )"
 
-awk -v runs="$runs" -v duration="$duration" -v setting="$setting" -v grid="$grid" '
+awk -v runs="$runs" -v duration="$duration" -v setting="$setting" -v grid="$grid" \
+    -v period_ms="$(($(period_us "$setting") / 1000))" '
     function jitter(v, m) { return v == "overflow" ? "overflow" : v - m }
     function ratio(a, b) { return (a == "overflow" || b == "overflow" || a == "nan" || b == "nan" || b == 0) ? "n/a" : sprintf("%.2f", a / b) }
     function microseconds(ns) { return ns == "nan" ? "n/a" : sprintf("%.1f", ns / 1000) }
@@ -259,7 +277,8 @@ awk -v runs="$runs" -v duration="$duration" -v setting="$setting" -v grid="$grid
         min[tool, r] = $2; avg[tool, r] = $3; p99[tool, r] = $4; max[tool, r] = $5; cpu[tool, r] = $6
     }
     END {
-        printf "\nSetting \"%s\": 6 ms period, %d alternating runs of %d s; latencies in us\n\n", setting, runs, duration
+        printf "\nSetting \"%s\": %d ms period, %d alternating runs of %d s; latencies in us\n\n", setting, period_ms,
+            runs, duration
         printf "| run | tool | min | avg | p99 | max | avg-min | p99-min | max-min | CPU us/s |\n"
         printf "|---|---|---|---|---|---|---|---|---|---|\n"
         for (r = 1; r <= runs; r++) {

@@ -5,7 +5,8 @@
 /// shut-down are exported by name.
 ///
 /// The module configures its 1 ms oscillator at phase 11 but never starts the
-/// oscillator thread itself.
+/// oscillator thread itself; the integrator starts it through
+/// CTickSchedulerFast_GetTickOscillator (TickFastOscillator.h).
 #pragma once
 
 #include <cstdint>

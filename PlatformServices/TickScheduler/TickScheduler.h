@@ -10,6 +10,7 @@
 #include "ITickScheduler.h"
 #include "ITickSchedulerFast.h"
 #include "STickHandler.h"
+#include "TickFastOscillator.h"
 #include "TickGrid.h"
 #include "TickModuleIdentity.h"
 #include "TickOscillator.h"

@@ -27,6 +27,9 @@ const std::string kGridVersionNode = kVersionNode + ".1";
 const std::string kStatisticsVersionNode = kVersionNode + ".2";
 /// The node of the precision wake; it inherits kStatisticsVersionNode.
 const std::string kWakeVersionNode = kVersionNode + ".3";
+/// The node of the fast scheduler's oscillator access; it inherits
+/// kWakeVersionNode.
+const std::string kFastOscillatorVersionNode = kVersionNode + ".4";
 
 const SharedObject& library() {
     static const SharedObject object = elf_inspection::readSharedObject(kLibrary);
@@ -88,6 +91,13 @@ const std::set<std::string>& wakeFunctions() {
     return names;
 }
 
+/// The fast scheduler's oscillator access, added under
+/// kFastOscillatorVersionNode.
+const std::set<std::string>& fastOscillatorFunctions() {
+    static const std::set<std::string> names = {"CTickSchedulerFast_GetTickOscillator"};
+    return names;
+}
+
 const std::set<std::string>& tickOscillatorSymbols() {
     static const std::set<std::string> names = {
         "_ZN14TickOscillatorC1Ev",                                      // TickOscillator()
@@ -140,6 +150,7 @@ std::set<std::string> requiredExports() {
     names.insert(gridFunctions().begin(), gridFunctions().end());
     names.insert(statisticsFunctions().begin(), statisticsFunctions().end());
     names.insert(wakeFunctions().begin(), wakeFunctions().end());
+    names.insert(fastOscillatorFunctions().begin(), fastOscillatorFunctions().end());
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -185,35 +196,46 @@ TEST(SharedLibrary, SonameCarriesTheAbiMajorVersion) {
     EXPECT_EQ("libZynTickScheduler.so.1", library().soname) << "the first ABI is major version 1";
 }
 
-TEST(SharedLibrary, DefinesTheAbiVersionNodeTheGridNodeTheStatisticsNodeAndTheWakeNode) {
-    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode, kWakeVersionNode}),
+TEST(SharedLibrary, DefinesTheAbiVersionNodeAndOneNodePerAddition) {
+    EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode, kWakeVersionNode,
+                                        kFastOscillatorVersionNode}),
               library().versionNodes);
 }
 
-TEST(SharedLibrary, GridQueriesStatisticsAndWakeAreBoundToTheirNodesAndEverythingElseToTheAbiNode) {
+/// The node each addition's functions are bound to.
+struct AddedNode {
+    const std::string& node;
+    const std::set<std::string>& functions;
+};
+
+std::vector<AddedNode> addedNodes() {
+    return {{kGridVersionNode, gridFunctions()},
+            {kStatisticsVersionNode, statisticsFunctions()},
+            {kWakeVersionNode, wakeFunctions()},
+            {kFastOscillatorVersionNode, fastOscillatorFunctions()}};
+}
+
+TEST(SharedLibrary, EachAdditionIsBoundToItsOwnNodeAndEverythingElseToTheAbiNode) {
     const std::vector<std::string>& nodes = library().versionNodes;
-    size_t gridBound = 0;
-    size_t statisticsBound = 0;
-    size_t wakeBound = 0;
+    const std::vector<AddedNode> added = addedNodes();
+    std::vector<size_t> bound(added.size(), 0);
     for (const Symbol& symbol : library().dynamicSymbols) {
         const bool isNode = std::find(nodes.begin(), nodes.end(), symbol.name) != nodes.end();
         if (!symbol.defined || !symbol.global || isNode) {
             continue;
         }
-        const bool isGridQuery = gridFunctions().count(symbol.name) != 0;
-        const bool isStatistics = statisticsFunctions().count(symbol.name) != 0;
-        const bool isWake = wakeFunctions().count(symbol.name) != 0;
-        const std::string& expectedNode =
-            isGridQuery ? kGridVersionNode
-                        : (isStatistics ? kStatisticsVersionNode : (isWake ? kWakeVersionNode : kVersionNode));
+        std::string expectedNode = kVersionNode;
+        for (size_t i = 0; i < added.size(); ++i) {
+            if (added[i].functions.count(symbol.name) != 0) {
+                expectedNode = added[i].node;
+                ++bound[i];
+            }
+        }
         EXPECT_EQ(expectedNode, symbol.version) << demangle(symbol.name);
-        gridBound += isGridQuery ? 1 : 0;
-        statisticsBound += isStatistics ? 1 : 0;
-        wakeBound += isWake ? 1 : 0;
     }
-    EXPECT_EQ(gridFunctions().size(), gridBound);
-    EXPECT_EQ(statisticsFunctions().size(), statisticsBound);
-    EXPECT_EQ(wakeFunctions().size(), wakeBound);
+    for (size_t i = 0; i < added.size(); ++i) {
+        EXPECT_EQ(added[i].functions.size(), bound[i]) << added[i].node;
+    }
 }
 
 TEST(ExportedSymbols, TickOscillatorIsExportedWithItsTypeInformation) {

@@ -18,6 +18,7 @@
 #include "InterfaceBroker.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "PlatformHost/TraceHost.h"
+#include "TickFastOscillator.h"
 #include "TickModuleIdentity.h"
 #include "TickResultCodes.h"
 
@@ -204,10 +205,16 @@ TEST_F(FastEndToEnd, ClientsUseEveryInterfaceSlot) {
     EXPECT_EQ(fast->UnregisterTickHandler(&memberHandle), TickResult::ListRemoveFailed);
 }
 
-TEST_F(FastEndToEnd, TicksFlowOnceSomethingStartsTheOscillator) {
-    // The module never starts its oscillator. Here the test starts it through
-    // the module's state, as an outside component would; the real 1 ms thread
-    // then drives the dispatch until phase 16 stops it.
+TEST_F(FastEndToEnd, TheExportedOscillatorIsTheModulesOwnOnEveryCall) {
+    TickOscillator* const oscillator = CTickSchedulerFast_GetTickOscillator();
+    EXPECT_EQ(oscillator, &module().tickOscillator);
+    EXPECT_EQ(CTickSchedulerFast_GetTickOscillator(), oscillator);
+}
+
+TEST_F(FastEndToEnd, TicksFlowOnceTheIntegratorStartsTheOscillator) {
+    // The module never starts its oscillator. The test starts it through the
+    // exported access, as an integrator does; the real 1 ms thread then
+    // drives the dispatch until phase 16 stops it.
     ASSERT_EQ(kModulePhases.run(Phase::Configure), std::vector<uint32_t>{TickResult::Success});
     ITickSchedulerFast* const fast = brokerInterface();
     ASSERT_NE(fast, nullptr);
@@ -215,7 +222,7 @@ TEST_F(FastEndToEnd, TicksFlowOnceSomethingStartsTheOscillator) {
     const ITickReceiver receiver = counter.receiver();
     STickHandler* handle = nullptr;
     ASSERT_EQ(fast->RegisterTickHandler(&handle, &receiver, "Live"), TickResult::Success);
-    ASSERT_EQ(module().tickOscillator.start(), TickResult::Success);
+    ASSERT_EQ(CTickSchedulerFast_GetTickOscillator()->start(), TickResult::Success);
 
     // Generous: only proves that ticks arrive at all.
     (void)test_wait::eventually([&] { return counter.calls.load() >= 5; }, std::chrono::seconds(10));

@@ -164,10 +164,11 @@ TEST(HistogramPlot, DataHoldsTheBarsThenTheTail) {
 TEST(HistogramPlot, TitleNamesTheRunSettings) {
     const std::string title = plotTitle(someSettings(), 1664);
     EXPECT_EQ(title,
-              "zyn-tickmon: latency after the 6 ms grid, 1664 ticks\n"
+              "zyn-tickmon: latency after the 6 ms grid of CTickScheduler, 1664 ticks\n"
               "period 6 ms | ETickPriority 2 (SCHED_RR 79) | CPU latency request 0 us | wake: relative sleep");
     const std::string script = gnuplotScript(layoutHistogram({1000}), "d", "p.png", title);
-    EXPECT_TRUE(contains(script, "set title \"zyn-tickmon: latency after the 6 ms grid, 1664 ticks\\nperiod 6 ms | "))
+    EXPECT_TRUE(contains(
+        script, "set title \"zyn-tickmon: latency after the 6 ms grid of CTickScheduler, 1664 ticks\\nperiod 6 ms | "))
         << script;
 }
 
@@ -181,6 +182,7 @@ TEST(HistogramPlot, SettingsComeFromTheRun) {
     report.punctuality.cpuLatencyHeld = true;
     report.punctuality.cpuLatencyUs = 0;
     PlotSettings settings = plotSettings(report);
+    EXPECT_EQ(settings.scheduler, "CTickScheduler");
     EXPECT_EQ(settings.periodNs, 6000000);
     EXPECT_EQ(settings.priority, "ETickPriority 1 (SCHED_RR 80)");
     EXPECT_EQ(settings.cpuLatency, "CPU latency request 0 us");
@@ -191,6 +193,14 @@ TEST(HistogramPlot, SettingsComeFromTheRun) {
     settings = plotSettings(report);
     EXPECT_EQ(settings.priority, "ETickPriority 1");
     EXPECT_EQ(settings.cpuLatency, "no CPU latency request held");
+
+    report.options.grid = MonitoredGrid::Fast;
+    report.ticks.periodNs = 1000000;
+    settings = plotSettings(report);
+    EXPECT_EQ(settings.scheduler, "CTickSchedulerFast");
+    EXPECT_EQ(
+        plotTitle(settings, 10).rfind("zyn-tickmon: latency after the 1 ms grid of CTickSchedulerFast, 10 ticks\n", 0),
+        0u);
 }
 
 TEST(HistogramPlot, WithoutGnuplotSaysSoAndDrawsNothing) {

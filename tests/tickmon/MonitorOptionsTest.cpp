@@ -258,5 +258,46 @@ TEST(MonitorOptions, WakeLeadOutsideOffAutoOrItsRangeNamesOptionAndRange) {
     EXPECT_NE(usageText().find("--wake-lead"), std::string::npos);
 }
 
+TEST(MonitorOptions, GridIsTheSchedulersByDefaultAndReadsSchedulerOrFast) {
+    EXPECT_EQ(parse({}).options.grid, MonitoredGrid::Scheduler);
+    EXPECT_EQ(parse({"--grid", "fast"}).options.grid, MonitoredGrid::Fast);
+    EXPECT_EQ(parse({"--grid", "fast", "--grid=scheduler"}).options.grid, MonitoredGrid::Scheduler);
+    EXPECT_STREQ(gridName(MonitoredGrid::Fast), "fast");
+    EXPECT_STREQ(schedulerModuleName(MonitoredGrid::Fast), "CTickSchedulerFast");
+    EXPECT_STREQ(schedulerModuleName(MonitoredGrid::Scheduler), "CTickScheduler");
+}
+
+TEST(MonitorOptions, GridOtherThanSchedulerOrFastNamesOptionAndValues) {
+    for (const char* bad : {"", "Fast", "1ms", "slow"}) {
+        EXPECT_NE(errorOf({"--grid", bad})
+                      .find("--grid: invalid value '" + std::string(bad) + "'; expected 'scheduler' or 'fast'"),
+                  std::string::npos)
+            << bad;
+    }
+    EXPECT_NE(usageText().find("--grid"), std::string::npos);
+}
+
+TEST(MonitorOptions, FastGridCallsEveryHandlerOnEveryTickAtTheModulesPriority) {
+    const ParseResult result = parse({"--grid", "fast", "--handlers", "3"});
+    ASSERT_EQ(result.outcome, ParseOutcome::Run) << result.error;
+    EXPECT_EQ(result.options.intervals, std::vector<uint32_t>{1});
+    EXPECT_EQ(result.options.priority, 1);
+}
+
+TEST(MonitorOptions, FastGridRefusesIntervalsPriorityAndALeadOverHalfItsPeriod) {
+    EXPECT_EQ(errorOf({"--grid", "fast", "--intervals", "1"}),
+              "--intervals: the fast scheduler calls every handler on every tick; expected no --intervals with "
+              "--grid fast");
+    EXPECT_EQ(errorOf({"--priority", "0", "--grid", "fast"}),
+              "--priority: the fast scheduler's oscillator runs at ETickPriority 1; expected no --priority with "
+              "--grid fast");
+    EXPECT_EQ(errorOf({"--grid", "fast", "--wake-lead", "501us"}),
+              "--wake-lead: 501us is more than half the fast scheduler's 1 ms period; expected 'off', 'auto' or a "
+              "time from 1us to 500us with --grid fast");
+    EXPECT_EQ(parse({"--grid", "fast", "--wake-lead", "500us"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--grid", "fast", "--wake-lead", "auto"}).outcome, ParseOutcome::Run);
+    EXPECT_EQ(parse({"--wake-lead", "501us"}).outcome, ParseOutcome::Run);
+}
+
 }  // namespace
 }  // namespace tickmon

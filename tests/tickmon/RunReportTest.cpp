@@ -82,6 +82,27 @@ TEST(RunReport, TextNamesTheGridItemThatFailed) {
     EXPECT_TRUE(contains(text, "Self-test: FAIL")) << text;
 }
 
+TEST(RunReport, HeadingAndJsonNameTheMeasuredScheduler) {
+    RunReport report = sampleReport();
+    EXPECT_TRUE(contains(formatReport(report), "  CTickScheduler, 6 ms grid, ETickPriority 2;"))
+        << formatReport(report);
+    EXPECT_EQ(nlohmann::json::parse(formatJson(report)).at("settings").at("grid").get<std::string>(), "scheduler");
+
+    report.options.grid = MonitoredGrid::Fast;
+    report.options.priority = 1;
+    report.options.intervals = {1};
+    report.ticks = analyzeTicks(synthetic::timestamps({{1, 2000}, {2, 4000}}, 1000000),
+                                PublishedGrid{synthetic::kOriginNs, 1000000, 1});
+    const std::string text = formatReport(report);
+    EXPECT_TRUE(contains(text,
+                         "  CTickSchedulerFast, 1 ms grid, ETickPriority 1; 2 handlers beside the probe, "
+                         "intervals 1,"))
+        << text;
+    const nlohmann::json doc = nlohmann::json::parse(formatJson(report));
+    EXPECT_EQ(doc.at("settings").at("grid").get<std::string>(), "fast");
+    EXPECT_EQ(doc.at("settings").at("scheduler").get<std::string>(), "CTickSchedulerFast");
+}
+
 TEST(RunReport, JsonHoldsEveryFigureAndTheSettings) {
     const nlohmann::json doc = nlohmann::json::parse(formatJson(sampleReport()));
     EXPECT_EQ(doc.at("tool").get<std::string>(), "zyn-tickmon");

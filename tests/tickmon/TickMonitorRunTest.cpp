@@ -112,10 +112,14 @@ ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::stri
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 constexpr double kGridPeriodNs = 6e6;
+constexpr double kFastGridPeriodNs = 1e6;
 
-/// Grid points of the 6 ms grid that fit into `ns`, the one at its start
-/// included: no source that keeps to the grid delivers more ticks in that time.
-double gridPointsWithin(int64_t ns) { return std::floor(static_cast<double>(ns) / kGridPeriodNs) + 1.0; }
+/// Grid points of the grid (6 ms unless said) that fit into `ns`, the one at
+/// its start included: no source that keeps to the grid delivers more ticks
+/// in that time.
+double gridPointsWithin(int64_t ns, double periodNs = kGridPeriodNs) {
+    return std::floor(static_cast<double>(ns) / periodNs) + 1.0;
+}
 
 TEST(TickMonitorRun, ShortRunPassesAndReportsEverySection) {
     TemporaryDirectory files;
@@ -201,6 +205,64 @@ TEST(TickMonitorRun, JsonRecordAgreesWithTheClockOutsideTheRun) {
     }
     EXPECT_TRUE(doc.at("oscillator_thread").at("found").get<bool>());
     EXPECT_EQ(doc.at("oscillator_thread").at("name").get<std::string>(), "zyn-ts-osc6");
+}
+
+// The fast scheduler's 1 ms grid, its oscillator started by the monitor: the
+// same checks against the clock outside the run as on the 6 ms grid.
+TEST(TickMonitorRun, FastGridRunKeepsTheOneMillisecondGrid) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon(
+        {"--grid", "fast", "--duration", "300ms", "--quiet", "--handlers", "3", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    EXPECT_EQ(doc.at("settings").at("grid").get<std::string>(), "fast");
+    EXPECT_EQ(doc.at("settings").at("scheduler").get<std::string>(), "CTickSchedulerFast");
+    EXPECT_EQ(doc.at("grid").at("period_ns").get<double>(), kFastGridPeriodNs);
+    EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
+    EXPECT_EQ(doc.at("ticks").at("on_a_grid_point_already_ticked").get<double>(), 0);
+
+    const double gridPoints = gridPointsWithin(run.wallNs, kFastGridPeriodNs);
+    const double recorded = doc.at("ticks").at("recorded").get<double>();
+    const double passes = doc.at("passes").get<double>();
+    EXPECT_LE(recorded, gridPoints) << "wall time " << run.wallNs << " ns";
+    EXPECT_LE(passes, gridPoints) << "wall time " << run.wallNs << " ns";
+    const std::string emulated = test_environment::timingSkipReason();
+    if (emulated.empty()) {
+        // 300 grid points: a stall costs a few, a 6 ms grid ticked instead
+        // (a sixth of them) or a scheduler at half its rate fails.
+        const double gridPointsOfTheDuration = 3e8 / kFastGridPeriodNs;
+        EXPECT_GE(recorded, gridPointsOfTheDuration * 0.6) << "wall time " << run.wallNs << " ns";
+        EXPECT_LE(doc.at("ticks").at("missed").get<double>(), gridPointsOfTheDuration / 4)
+            << "wall time " << run.wallNs << " ns";
+    } else {
+        std::cout << "[ SKIPPED  ] the bounds on recorded and missed ticks: " << emulated << std::endl;
+    }
+    // Every handler on every pass: the fast scheduler has no intervals.
+    ASSERT_EQ(doc.at("handlers").size(), 3u);
+    for (const nlohmann::json& handler : doc.at("handlers")) {
+        EXPECT_EQ(handler.at("interval").get<double>(), 1.0);
+        EXPECT_EQ(handler.at("calls").get<double>(), passes) << handler.at("name").get<std::string>();
+    }
+    EXPECT_TRUE(doc.at("passed").get<bool>());
+    EXPECT_TRUE(doc.at("oscillator_thread").at("found").get<bool>());
+    EXPECT_EQ(doc.at("oscillator_thread").at("name").get<std::string>(), "zyn-ts-osc1");
+}
+
+TEST(TickMonitorRun, FastGridHandlerCalledTooRarelyFailsTheSelfTest) {
+    const ProgramRun run = runTickmon({"--grid", "fast", "--ticks", "100", "--handlers", "2", "--inject-fault"});
+    EXPECT_EQ(run.exitStatus, 1) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "CTickSchedulerFast, 1 ms grid")) << run.out;
+    EXPECT_TRUE(contains(run.out, "WRONG")) << run.out;
+    EXPECT_TRUE(contains(run.out, "Self-test: FAIL")) << run.out;
+}
+
+TEST(TickMonitorRun, FastGridWithIntervalsIsAUsageError) {
+    const ProgramRun run = runTickmon({"--grid", "fast", "--intervals", "2"});
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_EQ(run.err,
+              "zyn-tickmon: --intervals: the fast scheduler calls every handler on every tick; expected no "
+              "--intervals with --grid fast\n");
+    EXPECT_EQ(run.out, "");
 }
 
 TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {

@@ -7,10 +7,11 @@ namespace tickmon {
 namespace {
 
 /// Appends the row of one registered handler; false when it is unknown.
-bool appendRow(const std::string& name, const STickHandler* handle, HandlerTimeReport& report) {
+bool appendRow(const SchedulerEntryPoints& library, const std::string& name, const STickHandler* handle,
+               HandlerTimeReport& report) {
     STickHandlerStatistics figures{};
     figures.size = sizeof figures;
-    if (handle == nullptr || CTickScheduler_GetHandlerStatistics(handle, &figures) != TickResult::Success) {
+    if (handle == nullptr || library.getHandlerStatistics(handle, &figures) != TickResult::Success) {
         return false;
     }
     HandlerTimeRow row;
@@ -26,17 +27,16 @@ bool appendRow(const std::string& name, const STickHandler* handle, HandlerTimeR
 
 }  // namespace
 
-bool enableHandlerTime() {
+bool enableHandlerTime(const SchedulerEntryPoints& library) {
     // The budget is the period: a call over it alone costs the next tick.
-    return CTickScheduler_EnableStatistics(0) == TickResult::Success &&
-           CTickScheduler_ResetStatistics() == TickResult::Success;
+    return library.enableStatistics(0) == TickResult::Success && library.resetStatistics() == TickResult::Success;
 }
 
-HandlerTimeReport readHandlerTime(TickHandlers& handlers) {
+HandlerTimeReport readHandlerTime(const SchedulerEntryPoints& library, TickHandlers& handlers) {
     HandlerTimeReport report;
     STickSchedulerStatistics scheduler{};
     scheduler.size = sizeof scheduler;
-    if (CTickScheduler_GetSchedulerStatistics(&scheduler) != TickResult::Success || scheduler.enabled == 0) {
+    if (library.getSchedulerStatistics(&scheduler) != TickResult::Success || scheduler.enabled == 0) {
         return report;
     }
     report = HandlerTimeReport{false,
@@ -47,10 +47,10 @@ HandlerTimeReport readHandlerTime(TickHandlers& handlers) {
                                scheduler.longestPassCulprit,
                                scheduler.longestPassCulpritNs,
                                {}};
-    report.available = appendRow("tickmon-probe", handlers.probe().handle, report);
+    report.available = appendRow(library, "tickmon-probe", handlers.probe().handle, report);
     for (size_t i = 0; i < handlers.loadCount(); ++i) {
         LoadHandler& load = handlers.load(i);
-        report.available = appendRow(load.name, load.handle, report) && report.available;
+        report.available = appendRow(library, load.name, load.handle, report) && report.available;
     }
     return report;
 }

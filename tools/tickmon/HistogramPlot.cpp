@@ -170,6 +170,7 @@ void appendMarker(std::ostringstream& script, const Marker& marker, const Histog
 
 PlotSettings plotSettings(const RunReport& report) {
     PlotSettings settings;
+    settings.scheduler = schedulerModuleName(report.options.grid);
     settings.periodNs = report.ticks.periodNs;
     settings.priority = "ETickPriority " + std::to_string(report.options.priority);
     if (report.thread.found) {
@@ -186,9 +187,9 @@ PlotSettings plotSettings(const RunReport& report) {
 std::string plotTitle(const PlotSettings& settings, uint64_t ticks) {
     char period[32];
     std::snprintf(period, sizeof period, "%g ms", static_cast<double>(settings.periodNs) / 1e6);
-    return std::string("zyn-tickmon: latency after the ") + period + " grid, " + std::to_string(ticks) +
-           " ticks\nperiod " + period + " | " + settings.priority + " | " + settings.cpuLatency +
-           " | wake: " + settings.wake;
+    return std::string("zyn-tickmon: latency after the ") + period + " grid of " + settings.scheduler + ", " +
+           std::to_string(ticks) + " ticks\nperiod " + period + " | " + settings.priority + " | " +
+           settings.cpuLatency + " | wake: " + settings.wake;
 }
 
 HistogramLayout layoutHistogram(const std::vector<int64_t>& latenciesNs) {

@@ -23,6 +23,8 @@ struct RunReport;
 
 /// The run's settings that the picture's title names.
 struct PlotSettings {
+    /// The module whose grid was measured.
+    std::string scheduler = "CTickScheduler";
     int64_t periodNs = 6000000;
     /// The priority asked for and what the kernel gave the oscillator thread,
     /// e.g. "ETickPriority 2 (SCHED_RR 79)".

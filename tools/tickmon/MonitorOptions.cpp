@@ -85,6 +85,20 @@ void addRunLength(CLI::App& app, MonitorOptions& o) {
 
 void addSchedulerAndLoad(CLI::App& app, MonitorOptions& o) {
     const std::string group = "Scheduler and load";
+    zyn_cli::addValueOption(
+        app, group,
+        {"--grid", "scheduler|fast",
+         "which grid to measure: CTickScheduler's 6 ms (default) or CTickSchedulerFast's 1 ms, whose oscillator the "
+         "monitor starts as an integrator does",
+         "'scheduler' or 'fast'", into(o.grid, [](const std::string& text) -> std::optional<MonitoredGrid> {
+             if (text == gridName(MonitoredGrid::Scheduler)) {
+                 return MonitoredGrid::Scheduler;
+             }
+             if (text == gridName(MonitoredGrid::Fast)) {
+                 return MonitoredGrid::Fast;
+             }
+             return std::nullopt;
+         })});
     zyn_cli::addIntegerOption(
         app, group, "--priority", "P", "oscillator priority, default " + std::to_string(o.priority),
         zyn_cli::IntegerRange<int32_t>{limits::kMinPriority, limits::kMaxPriority, "highest", "lowest"}, o.priority);
@@ -196,7 +210,8 @@ std::unique_ptr<CLI::App> commandLine(MonitorOptions& o) {
         "Runs libZynTickScheduler as a platform process does (both modules initialised, phases " +
             std::to_string(TickModule::Phase::Configure) + ", " + std::to_string(TickModule::Phase::Idle) + " and " +
             std::to_string(TickModule::Phase::StartTicks) + ", phase " + std::to_string(TickModule::Phase::ShutDown) +
-            " at the end), measures the 6 ms tick with a probe handler and reports period, latency after the "
+            " at the end), measures the 6 ms tick (or the fast scheduler's 1 ms tick) with a probe handler and reports "
+            "period, latency after the "
             "published grid, missed grid points, handler call counts and the oscillator thread as the kernel sees "
             "it.");
     addRunLength(*app, o);
@@ -214,7 +229,48 @@ std::unique_ptr<CLI::App> commandLine(MonitorOptions& o) {
     return app;
 }
 
+/// What the fast grid cannot do: its scheduler has no intervals, its
+/// oscillator's priority is the module's, and its period halves to 500 us.
+std::string fastGridError(const CLI::App& app, const MonitorOptions& o) {
+    if (app.count("--intervals") != 0) {
+        return "--intervals: the fast scheduler calls every handler on every tick; expected no --intervals with "
+               "--grid fast";
+    }
+    if (app.count("--priority") != 0) {
+        return "--priority: the fast scheduler's oscillator runs at ETickPriority 1; expected no --priority with "
+               "--grid fast";
+    }
+    if (o.wakeLeadNs > limits::kMaxFastWakeLeadNs) {
+        return "--wake-lead: " + wakeLeadName(o.wakeLeadNs) +
+               " is more than half the fast scheduler's 1 ms period; expected 'off', 'auto' or a time from 1us to "
+               "500us with --grid fast";
+    }
+    return "";
+}
+
+/// Options that are valid alone but not together; empty when all is well.
+/// The fast grid's fixed settings are stored into `o`.
+std::string combinationError(const CLI::App& app, MonitorOptions& o) {
+    if (o.injectFault && o.handlerCount == 0) {
+        return "--inject-fault: needs at least one handler; expected --handlers from 1 to " +
+               std::to_string(limits::kMaxHandlers);
+    }
+    if (o.grid != MonitoredGrid::Fast) {
+        return "";
+    }
+    const std::string error = fastGridError(app, o);
+    o.intervals = {1};
+    o.priority = 1;
+    return error;
+}
+
 }  // namespace
+
+const char* gridName(MonitoredGrid grid) { return grid == MonitoredGrid::Fast ? "fast" : "scheduler"; }
+
+const char* schedulerModuleName(MonitoredGrid grid) {
+    return grid == MonitoredGrid::Fast ? "CTickSchedulerFast" : "CTickScheduler";
+}
 
 int64_t workOfHandler(const MonitorOptions& options, size_t index) {
     if (options.workPerHandler.empty()) {
@@ -243,10 +299,11 @@ ParseResult parseOptions(const std::vector<std::string>& arguments) {
     result.outcome = parsed.outcome == zyn_cli::Outcome::Help    ? ParseOutcome::Help
                      : parsed.outcome == zyn_cli::Outcome::Error ? ParseOutcome::Error
                                                                  : ParseOutcome::Run;
-    if (result.outcome == ParseOutcome::Run && result.options.injectFault && result.options.handlerCount == 0) {
-        result.outcome = ParseOutcome::Error;
-        result.error = "--inject-fault: needs at least one handler; expected --handlers from 1 to " +
-                       std::to_string(limits::kMaxHandlers);
+    if (result.outcome == ParseOutcome::Run) {
+        result.error = combinationError(*app, result.options);
+        if (!result.error.empty()) {
+            result.outcome = ParseOutcome::Error;
+        }
     }
     return result;
 }

@@ -27,20 +27,39 @@ constexpr uint32_t kMaxHistogramBuckets = 6000;   // a whole tick in microsecond
 constexpr int64_t kMaxCpuLatencyUs = 2000000000;  // the kernel takes a signed 32-bit value
 constexpr uint32_t kMaxCpu = 1023;
 constexpr int64_t kMinBreakTraceUs = 1;
-constexpr int64_t kMaxBreakTraceUs = 1000000;  // one second
-constexpr int64_t kMinWakeLeadNs = 1000;       // 1 us
-constexpr int64_t kMaxWakeLeadNs = 3000000;    // half the 6 ms period
+constexpr int64_t kMaxBreakTraceUs = 1000000;   // one second
+constexpr int64_t kMinWakeLeadNs = 1000;        // 1 us
+constexpr int64_t kMaxWakeLeadNs = 3000000;     // half the 6 ms period
+constexpr int64_t kMaxFastWakeLeadNs = 500000;  // half the fast scheduler's 1 ms period
 }  // namespace limits
 
+/// The scheduler whose ticks the monitor measures.
+enum class MonitoredGrid {
+    /// CTickScheduler's 6 ms grid, started by the module at phase 14.
+    Scheduler,
+    /// CTickSchedulerFast's 1 ms grid; the module never starts its own
+    /// oscillator, so the monitor starts it, as an integrator does.
+    Fast,
+};
+
+/// "scheduler" or "fast", as --grid reads them.
+const char* gridName(MonitoredGrid grid);
+
+/// The module that owns the grid: "CTickScheduler" or "CTickSchedulerFast".
+const char* schedulerModuleName(MonitoredGrid grid);
+
 struct MonitorOptions {
+    MonitoredGrid grid = MonitoredGrid::Scheduler;
     /// Run length; with neither set the run lasts until Ctrl-C. With both,
     /// whichever is reached first ends the run.
     std::optional<int64_t> durationNs;
     std::optional<uint64_t> ticks;
-    /// ETickPriority given to the scheduler (0 highest .. 4 lowest).
+    /// ETickPriority given to the scheduler (0 highest .. 4 lowest). The fast
+    /// scheduler's oscillator always runs at ETickPriority 1.
     int32_t priority = 2;
     /// Handlers registered beside the probe, with intervals taken in turn
-    /// from `intervals`, each busy for `workNs` per call.
+    /// from `intervals` (all 1 on the fast grid, which calls every handler on
+    /// every tick), each busy for `workNs` per call.
     uint32_t handlerCount = 6;
     std::vector<uint32_t> intervals = {1, 2, 5};
     int64_t workNs = 0;

@@ -62,8 +62,8 @@ void appendHeading(std::string& out, const RunReport& report) {
     const MonitorOptions& o = report.options;
     appendf(out, "zyn-tickmon: %.3f s run, %s\n", static_cast<double>(report.elapsedNs) / 1e9,
             stopSentence(report).c_str());
-    appendf(out, "  CTickScheduler, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %s\n",
-            static_cast<double>(report.ticks.periodNs) / 1e6, o.priority, o.handlerCount,
+    appendf(out, "  %s, %.0f ms grid, ETickPriority %d; %u handlers beside the probe, intervals %s, %s\n",
+            schedulerModuleName(o.grid), static_cast<double>(report.ticks.periodNs) / 1e6, o.priority, o.handlerCount,
             intervalList(o.intervals).c_str(), workText(o).c_str());
 }
 
@@ -192,7 +192,9 @@ std::string formatReport(const RunReport& report) {
 namespace {
 
 Json settingsJson(const MonitorOptions& o) {
-    return {{"duration_ns", valueOrNull(o.durationNs)},
+    return {{"grid", gridName(o.grid)},
+            {"scheduler", schedulerModuleName(o.grid)},
+            {"duration_ns", valueOrNull(o.durationNs)},
             {"ticks", valueOrNull(o.ticks)},
             {"priority", o.priority},
             {"handlers", o.handlerCount},

@@ -35,9 +35,9 @@ TickHandlers::TickHandlers(uint32_t handlerCount, const std::vector<uint32_t>& i
 
 TickHandlers::~TickHandlers() = default;
 
-bool TickHandlers::registerAll(ITickScheduler& scheduler, std::string& error) {
+bool TickHandlers::registerAll(SchedulerSession& session, std::string& error) {
     const ITickReceiver probeReceiver{&tickProbe, &onProbeTick};
-    uint32_t result = scheduler.RegisterTickHandler(&tickProbe.handle, &probeReceiver, 1, "tickmon-probe");
+    uint32_t result = session.registerHandler(&tickProbe.handle, &probeReceiver, 1, "tickmon-probe");
     if (result != 0) {
         error = "registering the probe handler failed with result " + std::to_string(result);
         return false;
@@ -45,7 +45,7 @@ bool TickHandlers::registerAll(ITickScheduler& scheduler, std::string& error) {
     for (size_t i = 0; i < count; ++i) {
         LoadHandler& handler = loadHandlers[i];
         const ITickReceiver receiver{&handler, &onLoadTick};
-        result = scheduler.RegisterTickHandler(&handler.handle, &receiver, handler.interval, handler.name.c_str());
+        result = session.registerHandler(&handler.handle, &receiver, handler.interval, handler.name.c_str());
         if (result != 0) {
             error = "registering " + handler.name + " failed with result " + std::to_string(result);
             return false;
@@ -54,13 +54,13 @@ bool TickHandlers::registerAll(ITickScheduler& scheduler, std::string& error) {
     return true;
 }
 
-void TickHandlers::unregisterAll(ITickScheduler& scheduler) {
+void TickHandlers::unregisterAll(SchedulerSession& session) {
     if (tickProbe.handle != nullptr) {
-        scheduler.UnregisterTickHandler(&tickProbe.handle);
+        session.unregisterHandler(&tickProbe.handle);
     }
     for (size_t i = 0; i < count; ++i) {
         if (loadHandlers[i].handle != nullptr) {
-            scheduler.UnregisterTickHandler(&loadHandlers[i].handle);
+            session.unregisterHandler(&loadHandlers[i].handle);
         }
     }
 }

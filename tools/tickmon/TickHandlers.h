@@ -1,7 +1,7 @@
 // The handlers the monitor registers: a probe that timestamps every tick
 // pass, and a set of load handlers that count their calls and optionally
-// keep the CPU busy for a while. All run on the scheduler's tick thread, so
-// none of them allocates, blocks or traces.
+// keep the CPU busy for a while. All run on the measured scheduler's tick
+// thread, so none of them allocates, blocks or traces.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "HandlerCheck.h"
-#include "ITickScheduler.h"
 #include "STickHandler.h"
+#include "SchedulerSession.h"
 #include "TickRecorder.h"
 
 namespace tickmon {
@@ -34,7 +34,8 @@ struct LoadHandler {
     STickHandler* handle = nullptr;
 };
 
-/// The probe and the load handlers, registered through the interface object.
+/// The probe and the load handlers, registered through the measured
+/// scheduler's interface object.
 class TickHandlers {
 public:
     /// `count` load handlers named "tickmon-handler-<i>", with intervals taken
@@ -49,10 +50,10 @@ public:
     /// Registers the probe first (so it runs first in every pass and its
     /// timestamp is not delayed by the others), then the load handlers.
     /// False with `error` set when the scheduler refuses one.
-    bool registerAll(ITickScheduler& scheduler, std::string& error);
+    bool registerAll(SchedulerSession& session, std::string& error);
 
     /// Unregisters every registered handler (its record is freed).
-    void unregisterAll(ITickScheduler& scheduler);
+    void unregisterAll(SchedulerSession& session);
 
     TickProbe& probe() { return tickProbe; }
     LoadHandler& load(size_t index) { return loadHandlers[index]; }

@@ -30,7 +30,6 @@
 #include "SystemReadiness.h"
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
-#include "TickModuleIdentity.h"
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "WakeReport.h"
@@ -44,12 +43,11 @@ using zyn_support::kNanosecondsPerMillisecond;
 using zyn_support::kNanosecondsPerSecond;
 using zyn_support::monotonicNowNs;
 
-constexpr int64_t kPeriodNs = 6 * kNanosecondsPerMillisecond;
 /// How long the oscillator thread may take to publish its grid after the
 /// start: it does so before its first sleep.
 constexpr int64_t kGridPublishTimeoutNs = 2 * kNanosecondsPerSecond;
-constexpr const char* kOscillatorThreadName = "zyn-ts-osc6";
-/// Timestamps the ring holds between two drains: about six minutes of ticks.
+/// Timestamps the ring holds between two drains: about six minutes of 6 ms
+/// ticks, a minute of 1 ms ones.
 constexpr size_t kRingCapacity = 65536;
 constexpr int64_t kPollNs = 10 * kNanosecondsPerMillisecond;
 constexpr int64_t kStatusEveryNs = kNanosecondsPerSecond;
@@ -163,15 +161,15 @@ public:
     FaultInjection(bool wanted, TickHandlers& handlers) : pending(wanted), handlers(handlers) {}
 
     /// Advances the injection; true once it is over (or was never wanted).
-    bool step(ITickScheduler& scheduler) {
+    bool step(SchedulerSession& session) {
         const uint64_t passes = handlers.probe().passes.load(std::memory_order_relaxed);
         LoadHandler& victim = handlers.load(0);
         if (pending && !disabled && passes >= 1) {
-            scheduler.DisableTickHandler(victim.handle);
+            session.disableHandler(victim.handle);
             disabled = true;
             enableAfterPasses = passes + victim.interval + 1;
         } else if (pending && disabled && passes >= enableAfterPasses) {
-            scheduler.EnableTickHandler(victim.handle);
+            session.enableHandler(victim.handle);
             pending = false;
         }
         return !pending;
@@ -189,10 +187,10 @@ struct RunLoopResult {
     int64_t elapsedNs = 0;
 };
 
-int64_t plannedRunNs(const MonitorOptions& options) {
+int64_t plannedRunNs(const MonitorOptions& options, int64_t periodNs) {
     int64_t totalNs = options.durationNs.value_or(0);
     if (totalNs == 0 && options.ticks) {
-        totalNs = static_cast<int64_t>(*options.ticks) * kPeriodNs;
+        totalNs = static_cast<int64_t>(*options.ticks) * periodNs;
     }
     return totalNs;
 }
@@ -202,15 +200,15 @@ int64_t plannedRunNs(const MonitorOptions& options) {
 /// vector during the run would map fresh locked pages and unmap the old
 /// ones, whose TLB shootdown can reach the tick thread's CPU. A machine
 /// that cannot spare it grows the vector as it goes instead.
-void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& options) {
-    constexpr int64_t kAnHourOfTicks = 3600 * kNanosecondsPerSecond / kPeriodNs;
+void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& options, int64_t periodNs) {
+    const int64_t anHourOfTicks = 3600 * kNanosecondsPerSecond / periodNs;
     // The loop sees the end of the run up to one poll late, and the run's
     // first and last grid points may both be ticked.
-    constexpr int64_t kTicksBeyondThePlan = kPollNs / kPeriodNs + 2;
-    const int64_t plannedNs = plannedRunNs(options);
-    const int64_t plannedTicks = plannedNs == 0 ? kAnHourOfTicks : plannedNs / kPeriodNs + kTicksBeyondThePlan;
+    const int64_t ticksBeyondThePlan = kPollNs / periodNs + 2;
+    const int64_t plannedNs = plannedRunNs(options, periodNs);
+    const int64_t plannedTicks = plannedNs == 0 ? anHourOfTicks : plannedNs / periodNs + ticksBeyondThePlan;
     try {
-        timestamps.reserve(static_cast<size_t>(std::min(plannedTicks, kAnHourOfTicks)));
+        timestamps.reserve(static_cast<size_t>(std::min(plannedTicks, anHourOfTicks)));
     } catch (const std::bad_alloc&) {
         // Reserved as it grows; see above.
     }
@@ -218,13 +216,13 @@ void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& o
 
 /// Drains timestamps, prints the status and stops on the first of: the
 /// duration, the tick count, an interrupt, a tick later than --break-trace.
-RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, TickHandlers& handlers,
+RunLoopResult runLoop(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers,
                       std::vector<int64_t>& timestamps, int64_t startNs, const PublishedGrid& grid,
                       StatusPrinter& status, BreakTrace* breakTrace) {
     GridTally live(grid);
     FaultInjection fault(options.injectFault, handlers);
     int64_t nextStatusNs = startNs + kStatusEveryNs;
-    const int64_t totalNs = plannedRunNs(options);
+    const int64_t totalNs = plannedRunNs(options, session.entryPoints().periodNs);
     RunLoopResult result;
     for (;;) {
         const size_t before = timestamps.size();
@@ -237,7 +235,7 @@ RunLoopResult runLoop(const MonitorOptions& options, ITickScheduler& scheduler, 
         }
         const int64_t now = monotonicNowNs();
         result.elapsedNs = now - startNs;
-        const bool faultDone = fault.step(scheduler);
+        const bool faultDone = fault.step(session);
         if (now >= nextStatusNs) {
             status.print(statusFigures(live, result.elapsedNs, totalNs));
             nextStatusNs += kStatusEveryNs;
@@ -373,24 +371,24 @@ void describeCpuLatency(PunctualityReport& report) {
     }
 }
 
-/// Switches the scheduler's precision wake as --wake-lead says, before its
-/// oscillator starts. False when the library refuses.
-bool applyWakeLead(const MonitorOptions& options) {
+/// Switches the measured scheduler's precision wake as --wake-lead says,
+/// before its oscillator starts. False when the library refuses.
+bool applyWakeLead(const MonitorOptions& options, const SchedulerEntryPoints& library) {
     if (options.wakeLeadNs == MonitorOptions::kWakeLeadOff) {
-        return CTickScheduler_SetWakeLeadOff() == TickResult::Success;
+        return library.setWakeLeadOff() == TickResult::Success;
     }
     if (options.wakeLeadNs == MonitorOptions::kWakeLeadAuto) {
-        return CTickScheduler_SetWakeLeadAdaptive() == TickResult::Success;
+        return library.setWakeLeadAdaptive() == TickResult::Success;
     }
-    return CTickScheduler_SetWakeLeadFixed(options.wakeLeadNs) == TickResult::Success;
+    return library.setWakeLeadFixed(options.wakeLeadNs) == TickResult::Success;
 }
 
 /// The precision wake's figures of the run, before the scheduler shuts down.
-WakeReport readWake(const MonitorOptions& options) {
+WakeReport readWake(const MonitorOptions& options, const SchedulerEntryPoints& library) {
     WakeReport wake;
     wake.setting = wakeLeadName(options.wakeLeadNs);
     wake.figures.size = sizeof(wake.figures);
-    wake.read = CTickScheduler_GetPrecisionWake(&wake.figures) == TickResult::Success;
+    wake.read = library.getPrecisionWake(&wake.figures) == TickResult::Success;
     return wake;
 }
 
@@ -436,9 +434,10 @@ int runMonitor(const MonitorOptions& options) {
     }
     const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
 
+    SchedulerSession session(options.grid);
+    const SchedulerEntryPoints& library = session.entryPoints();
     std::vector<int64_t> timestamps;
-    reserveTimestamps(timestamps, options);
-    SchedulerSession session;
+    reserveTimestamps(timestamps, options, library.periodNs);
     std::vector<int64_t> work;
     for (size_t i = 0; i < options.handlerCount; ++i) {
         work.push_back(workOfHandler(options, i));
@@ -447,16 +446,15 @@ int runMonitor(const MonitorOptions& options) {
     if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
         return failStartUp(error, session);
     }
-    ITickScheduler& scheduler = session.scheduler();
-    if (!handlers.registerAll(scheduler, error)) {
-        handlers.unregisterAll(scheduler);
+    if (!handlers.registerAll(session, error)) {
+        handlers.unregisterAll(session);
         return failStartUp(error, session);
     }
-    if (!applyWakeLead(options)) {
+    if (!applyWakeLead(options, library)) {
         std::fprintf(stderr, "zyn-tickmon: warning: --wake-lead %s not applied\n",
                      wakeLeadName(options.wakeLeadNs).c_str());
     }
-    if (!enableHandlerTime()) {
+    if (!enableHandlerTime(library)) {
         std::fprintf(stderr, "zyn-tickmon: warning: the scheduler's handler statistics could not be switched on\n");
     }
     int64_t startNs = 0;
@@ -467,26 +465,24 @@ int runMonitor(const MonitorOptions& options) {
             std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
                          formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
         }
-        bool started =
-            session.runPhase(TickModule::Phase::Configure, error) && session.runPhase(TickModule::Phase::Idle, error);
+        bool started = session.prepareTicks(error);
         startNs = monotonicNowNs();
-        started = started && session.runPhase(TickModule::Phase::StartTicks, error);
+        started = started && session.startTicks(error);
         if (!started) {
-            handlers.unregisterAll(scheduler);
+            handlers.unregisterAll(session);
             return failStartUp(error, session);
         }
     }
     PublishedGrid grid;
     if (!waitForPublishedGrid(session, grid)) {
-        handlers.unregisterAll(scheduler);
+        handlers.unregisterAll(session);
         return failStartUp("the scheduler published no tick grid", session);
     }
-    OscillatorThreadWatch threadWatch(kOscillatorThreadName);
+    OscillatorThreadWatch threadWatch(library.oscillatorThreadName);
     threadWatch.begin(kNanosecondsPerSecond);
 
     StatusPrinter status(!options.quiet);
-    const RunLoopResult loop =
-        runLoop(options, scheduler, handlers, timestamps, startNs, grid, status, breakTrace.get());
+    const RunLoopResult loop = runLoop(options, session, handlers, timestamps, startNs, grid, status, breakTrace.get());
 
     RunReport report;
     report.thread = threadWatch.finish();
@@ -495,14 +491,13 @@ int runMonitor(const MonitorOptions& options) {
         punctuality.allowedCpus = allowedCpus(report.thread.tid);
         punctuality.lastCpu = lastCpuOf(report.thread.tid);
     }
-    // Once Freeze has returned no pass runs, so the counts below belong to
-    // whole passes.
-    scheduler.Freeze();
-    report.wake = readWake(options);
+    // Once no pass runs, the counts below belong to whole passes.
+    session.stopPasses();
+    report.wake = readWake(options, library);
     report.passes = handlers.probe().passes.load();
     report.handlers = checkHandlers(report.passes, handlers.tallies());
-    report.handlerTime = readHandlerTime(handlers);
-    handlers.unregisterAll(scheduler);
+    report.handlerTime = readHandlerTime(library, handlers);
+    handlers.unregisterAll(session);
     session.shutDown();
 
     handlers.probe().recorder.drain(timestamps);
@@ -515,7 +510,7 @@ int runMonitor(const MonitorOptions& options) {
     report.lostTimestamps = handlers.probe().recorder.lost();
     report.ticks = analyzeTicks(timestamps, grid);
     report.passed = allHandlersOk(report.handlers) && gridSelfTestPassed(report.ticks);
-    status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options)));
+    status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options, library.periodNs)));
     if (breakTrace) {
         punctuality.breakTrace = breakTrace->result();
     }
