@@ -615,6 +615,30 @@ TEST(TickMonitorRun, AdaptiveWakeLeadRunPassesAndSplitsTheLatencyIntoWakeUpAndDe
     EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
 }
 
+// The switch reaches the fast scheduler's own oscillator: its adaptive
+// lead's ceiling is 10 % of the 1 ms period, not of the 6 ms one.
+TEST(TickMonitorRun, FastGridAdaptiveWakeLeadRunPassesOnTheFastSchedulersOscillator) {
+    TemporaryDirectory files;
+    const ProgramRun run = runTickmon(
+        {"--grid", "fast", "--duration", "600ms", "--wake-lead", "auto", "--quiet", "--json", files.file("run.json")});
+    ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+    const nlohmann::json doc = nlohmann::json::parse(TemporaryDirectory::read(files.file("run.json")));
+    const nlohmann::json& wake = doc.at("wake");
+    EXPECT_EQ(wake.at("mode").get<std::string>(), "auto");
+    EXPECT_EQ(wake.at("lead_ceiling_ns").get<double>(), 100000);
+    EXPECT_LE(wake.at("lead_ns").get<double>(), 100000);
+    EXPECT_GE(wake.at("ticks").get<double>(), doc.at("passes").get<double>());
+    EXPECT_EQ(doc.at("ticks").at("before_their_grid_point").get<double>(), 0);
+    EXPECT_EQ(doc.at("ticks").at("on_a_grid_point_already_ticked").get<double>(), 0);
+    EXPECT_TRUE(doc.at("passed").get<bool>());
+}
+
+TEST(TickMonitorRun, FastGridLeadOverHalfItsPeriodIsAUsageError) {
+    expectUsageError({"--grid", "fast", "--wake-lead", "600us"},
+                     "--wake-lead: 600us is more than half the fast scheduler's 1 ms period; expected 'off', 'auto' or "
+                     "a time from 1us to 500us with --grid fast");
+}
+
 TEST(TickMonitorRun, DefaultRunSaysThePrecisionWakeIsOff) {
     TemporaryDirectory files;
     const ProgramRun run = runTickmon({"--ticks", "20", "--json", files.file("run.json")});
