@@ -4,8 +4,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
+
+#include "ProcFiles.h"
 
 namespace tickmon {
 namespace {
@@ -69,18 +69,12 @@ std::string unavailableCpuError(const std::vector<uint32_t>& wanted, const std::
 }
 
 std::optional<uint32_t> parseLastCpu(const std::string& statLine) {
-    const size_t close = statLine.rfind(')');
-    if (close == std::string::npos) {
+    constexpr size_t kProcessorField = 39;
+    const std::optional<std::vector<std::string>> fields = statFieldsAfterName(statLine);
+    if (!fields || fields->size() <= kProcessorField - kFirstStatFieldAfterName) {
         return std::nullopt;
     }
-    // After the name come fields 3 (state) onwards; the processor is field 39.
-    std::istringstream fields(statLine.substr(close + 1));
-    std::string field;
-    for (int number = 3; number <= 39; ++number) {
-        if (!(fields >> field)) {
-            return std::nullopt;
-        }
-    }
+    const std::string& field = (*fields)[kProcessorField - kFirstStatFieldAfterName];
     if (field.empty() || field.size() > 9 || field.find_first_not_of("0123456789") != std::string::npos) {
         return std::nullopt;
     }
@@ -88,12 +82,8 @@ std::optional<uint32_t> parseLastCpu(const std::string& statLine) {
 }
 
 std::optional<uint32_t> lastCpuOf(pid_t tid) {
-    std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/stat");
-    std::string line;
-    if (!std::getline(in, line)) {
-        return std::nullopt;
-    }
-    return parseLastCpu(line);
+    const std::optional<std::string> line = readWholeFile(taskFilePath(tid, "stat"));
+    return line ? parseLastCpu(*line) : std::nullopt;
 }
 
 CallingThreadPinned::CallingThreadPinned(const std::vector<uint32_t>& cpus) {

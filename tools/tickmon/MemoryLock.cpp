@@ -5,8 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <sstream>
+
+#include "ProcFiles.h"
 
 namespace tickmon {
 namespace {
@@ -34,10 +35,7 @@ bool capEffHasIpcLock(const std::string& procSelfStatus) {
 
 MemoryLockRights readMemoryLockRights() {
     MemoryLockRights rights;
-    std::ifstream status("/proc/self/status");
-    std::ostringstream text;
-    text << status.rdbuf();
-    rights.capIpcLock = capEffHasIpcLock(text.str());
+    rights.capIpcLock = capEffHasIpcLock(readWholeFile("/proc/self/status").value_or(""));
     rlimit limit{};
     if (::getrlimit(RLIMIT_MEMLOCK, &limit) == 0) {
         rights.unlimited = limit.rlim_cur == RLIM_INFINITY;

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "RunReport.h"
+#include "OscillatorThreadReport.h"
 #include "ThreadStat.h"
 
 namespace tickmon {

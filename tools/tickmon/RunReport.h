@@ -1,8 +1,6 @@
 // The end-of-run report: as text for people and as one JSON record for tools.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,26 +8,12 @@
 #include "HandlerCheck.h"
 #include "HandlerTimeReport.h"
 #include "MonitorOptions.h"
+#include "OscillatorThreadReport.h"
 #include "PunctualityReport.h"
 #include "TickAnalysis.h"
 #include "WakeReport.h"
 
 namespace tickmon {
-
-/// The scheduler's oscillator thread as the kernel sees it.
-struct OscillatorThreadReport {
-    bool found = false;
-    pid_t tid = 0;
-    std::string name;
-    uint32_t policy = 0;
-    std::string policyName;
-    uint32_t priority = 0;
-    bool cpuMeasured = false;
-    /// CPU time the thread used per second of run, nanoseconds.
-    double cpuNsPerSecond = 0.0;
-    /// "schedstat" or "stat" (see ThreadStat.h).
-    std::string cpuSource;
-};
 
 enum class StopReason { Duration, Ticks, Interrupted, BreakTrace };
 

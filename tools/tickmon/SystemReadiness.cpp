@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <fstream>
 #include <sstream>
+
+#include "ProcFiles.h"
 
 namespace tickmon {
 namespace {
@@ -16,17 +17,6 @@ constexpr uint64_t kShallowExitLatencyUs = 10;
 /// Steal above this share of the run is a host taking CPUs away.
 constexpr double kStealWorthMentioning = 0.001;
 constexpr int kMaxCpus = 1024;
-
-/// The whole file, or nothing when it cannot be read.
-std::optional<std::string> readFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string trim(const std::string& text) {
     size_t begin = 0;
@@ -42,7 +32,7 @@ std::string trim(const std::string& text) {
 
 /// The first line of a file, trimmed; nothing when missing or empty.
 std::optional<std::string> readLine(const std::string& path) {
-    const std::optional<std::string> text = readFile(path);
+    const std::optional<std::string> text = readWholeFile(path);
     if (!text) {
         return std::nullopt;
     }
@@ -137,7 +127,7 @@ SystemFinding clockSource(const SystemRoots& roots) {
 
 /// ".resolution: 1 nsecs" of the first clock in /proc/timer_list.
 SystemFinding timerResolution(const SystemRoots& roots) {
-    const std::optional<std::string> list = readFile(roots.proc + "/timer_list");
+    const std::optional<std::string> list = readWholeFile(roots.proc + "/timer_list");
     const size_t at = list ? list->find(".resolution:") : std::string::npos;
     unsigned long long ns = 0;
     if (at == std::string::npos || std::sscanf(list->c_str() + at, ".resolution: %llu nsecs", &ns) != 1) {
@@ -240,7 +230,7 @@ SystemFinding cpufreqGovernors(const SystemRoots& roots) {
     bool slow = false;
     for (int cpu = 0; cpu < kMaxCpus; ++cpu) {
         const std::string directory = roots.sys + "/devices/system/cpu/cpu" + std::to_string(cpu);
-        if (!readFile(directory + "/uevent") && !readLine(directory + "/online") &&
+        if (!readWholeFile(directory + "/uevent") && !readLine(directory + "/online") &&
             !readLine(directory + "/cpufreq/scaling_governor")) {
             break;
         }
@@ -262,8 +252,8 @@ SystemFinding cpufreqGovernors(const SystemRoots& roots) {
 }
 
 std::vector<SystemFinding> isolation(const SystemRoots& roots) {
-    const std::optional<std::string> isolated = readFile(roots.sys + "/devices/system/cpu/isolated");
-    const std::optional<std::string> nohzFull = readFile(roots.sys + "/devices/system/cpu/nohz_full");
+    const std::optional<std::string> isolated = readWholeFile(roots.sys + "/devices/system/cpu/isolated");
+    const std::optional<std::string> nohzFull = readWholeFile(roots.sys + "/devices/system/cpu/nohz_full");
     std::vector<SystemFinding> findings;
     if (!isolated) {
         findings.push_back(finding("isolated_cpus", "isolated CPUs", kUnknown));
@@ -298,7 +288,7 @@ std::optional<std::string> softLimit(const std::string& limits, const std::strin
 }
 
 std::vector<SystemFinding> limitsAndGrants(const SystemRoots& roots, const RunGrants& grants) {
-    const std::optional<std::string> limits = readFile(roots.proc + "/self/limits");
+    const std::optional<std::string> limits = readWholeFile(roots.proc + "/self/limits");
     const std::optional<std::string> rtprio = limits ? softLimit(*limits, "Max realtime priority") : std::nullopt;
     const std::optional<std::string> memlock = limits ? softLimit(*limits, "Max locked memory") : std::nullopt;
     std::vector<SystemFinding> findings;
@@ -372,7 +362,7 @@ std::optional<CpuTimes> parseCpuTimes(const std::string& procStat) {
 }
 
 std::optional<CpuTimes> readCpuTimes(const SystemRoots& roots) {
-    const std::optional<std::string> text = readFile(roots.proc + "/stat");
+    const std::optional<std::string> text = readWholeFile(roots.proc + "/stat");
     return text ? parseCpuTimes(*text) : std::nullopt;
 }
 

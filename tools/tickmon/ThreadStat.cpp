@@ -4,15 +4,14 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+
+#include "ProcFiles.h"
 
 namespace tickmon {
 namespace {
 
-// Field numbers as proc(5) counts them; field 3 (state) is the first after
-// the name.
-constexpr size_t kFirstFieldAfterName = 3;
+// Field numbers as proc(5) counts them.
 constexpr size_t kUtimeField = 14;
 constexpr size_t kStimeField = 15;
 constexpr size_t kRtPriorityField = 40;
@@ -25,31 +24,18 @@ std::optional<uint64_t> toUnsigned(const std::string& text) {
     return std::strtoull(text.c_str(), nullptr, 10);
 }
 
-std::string readWholeFile(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-std::string taskPath(pid_t tid, const char* file) { return "/proc/self/task/" + std::to_string(tid) + "/" + file; }
+/// The file of thread `tid`, empty when it cannot be read (the thread ended).
+std::string readTaskFile(pid_t tid, const char* file) { return readWholeFile(taskFilePath(tid, file)).value_or(""); }
 
 }  // namespace
 
 std::optional<ThreadStat> parseThreadStat(const std::string& line) {
-    const size_t open = line.find('(');
-    const size_t close = line.rfind(')');
-    if (open == std::string::npos || close == std::string::npos || close < open) {
+    const std::optional<std::vector<std::string>> fields = statFieldsAfterName(line);
+    if (!fields) {
         return std::nullopt;
     }
-    std::vector<std::string> fields;
-    std::istringstream rest(line.substr(close + 1));
-    std::string field;
-    while (rest >> field) {
-        fields.push_back(field);
-    }
-    auto at = [&fields](size_t number) -> const std::string& { return fields[number - kFirstFieldAfterName]; };
-    if (fields.size() < kPolicyField - kFirstFieldAfterName + 1 || at(kFirstFieldAfterName).size() != 1) {
+    auto at = [&fields](size_t number) -> const std::string& { return (*fields)[number - kFirstStatFieldAfterName]; };
+    if (fields->size() < kPolicyField - kFirstStatFieldAfterName + 1 || at(kFirstStatFieldAfterName).size() != 1) {
         return std::nullopt;
     }
     const auto utime = toUnsigned(at(kUtimeField));
@@ -60,8 +46,9 @@ std::optional<ThreadStat> parseThreadStat(const std::string& line) {
         return std::nullopt;
     }
     ThreadStat stat;
-    stat.comm = line.substr(open + 1, close - open - 1);
-    stat.state = at(kFirstFieldAfterName)[0];
+    const size_t open = line.find('(');
+    stat.comm = line.substr(open + 1, line.rfind(')') - open - 1);
+    stat.state = at(kFirstStatFieldAfterName)[0];
     stat.utimeTicks = *utime;
     stat.stimeTicks = *stime;
     stat.rtPriority = static_cast<uint32_t>(*rtPriority);
@@ -108,7 +95,7 @@ std::vector<pid_t> findThreadsByName(const std::string& name) {
         if (!tid) {
             continue;
         }
-        std::string comm = readWholeFile(taskPath(static_cast<pid_t>(*tid), "comm"));
+        std::string comm = readTaskFile(static_cast<pid_t>(*tid), "comm");
         if (!comm.empty() && comm.back() == '\n') {
             comm.pop_back();
         }
@@ -120,10 +107,10 @@ std::vector<pid_t> findThreadsByName(const std::string& name) {
     return found;
 }
 
-std::optional<ThreadStat> readThreadStat(pid_t tid) { return parseThreadStat(readWholeFile(taskPath(tid, "stat"))); }
+std::optional<ThreadStat> readThreadStat(pid_t tid) { return parseThreadStat(readTaskFile(tid, "stat")); }
 
 std::optional<ThreadCpuTime> readThreadCpuTime(pid_t tid) {
-    if (const auto runtime = parseSchedstatRuntime(readWholeFile(taskPath(tid, "schedstat")))) {
+    if (const auto runtime = parseSchedstatRuntime(readTaskFile(tid, "schedstat"))) {
         return ThreadCpuTime{*runtime, "schedstat"};
     }
     const std::optional<ThreadStat> stat = readThreadStat(tid);

@@ -1,32 +1,31 @@
 #include "TickMonitor.h"
 
-#include <signal.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <new>
 #include <optional>
 
 #include "BreakTrace.h"
 #include "CpuPlacement.h"
+#include "FaultInjection.h"
 #include "HandlerTimeQuery.h"
 #include "HistogramPlot.h"
+#include "Interrupts.h"
 #include "JsonRecord.h"
 #include "LatencyHistogram.h"
 #include "LiveStatus.h"
 #include "MemoryLock.h"
 #include "OscillatorThreadWatch.h"
+#include "OutputFiles.h"
 #include "PlatformHost/CpuLatencyHost.h"
 #include "PlatformHost/TraceHost.h"
 #include "RunReport.h"
 #include "SchedulerSession.h"
+#include "StatusPrinter.h"
 #include "SystemReadiness.h"
 #include "TickAnalysis.h"
 #include "TickHandlers.h"
@@ -52,135 +51,10 @@ constexpr size_t kRingCapacity = 65536;
 constexpr int64_t kPollNs = 10 * kNanosecondsPerMillisecond;
 constexpr int64_t kStatusEveryNs = kNanosecondsPerSecond;
 
-volatile sig_atomic_t interrupted = 0;
-
-void onInterrupt(int) { interrupted = 1; }
-
-/// Ctrl-C and SIGTERM end the run with a report; a second one ends the
-/// process at once (the handler is reset after the first).
-void installInterruptHandlers() {
-    struct sigaction action {};
-    action.sa_handler = &onInterrupt;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-/// Blocks SIGINT and SIGTERM while alive: threads started meanwhile (the
-/// oscillator) inherit the mask, so the signals always reach the main thread
-/// and never interrupt the real-time thread's sleep.
-class InterruptsBlocked {
-public:
-    InterruptsBlocked() {
-        sigset_t interrupts;
-        sigemptyset(&interrupts);
-        sigaddset(&interrupts, SIGINT);
-        sigaddset(&interrupts, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &interrupts, &previous);
-    }
-    ~InterruptsBlocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
-    InterruptsBlocked(const InterruptsBlocked&) = delete;
-    InterruptsBlocked& operator=(const InterruptsBlocked&) = delete;
-
-private:
-    sigset_t previous;
-};
-
 void sleepNs(int64_t ns) {
     const timespec pause = zyn_support::toTimespec(ns);
     nanosleep(&pause, nullptr);  // an interrupt ends it early, as wanted
 }
-
-/// The files the run writes, opened before the run so that a bad path is a
-/// usage error and not a lost run.
-struct OutputFiles {
-    std::unique_ptr<std::ofstream> json;
-    std::unique_ptr<std::ofstream> histogram;
-
-    bool open(const MonitorOptions& options, std::string& error) {
-        return openOne("--json", options.jsonPath, json, error) &&
-               openOne("--histogram", options.histogramPath, histogram, error);
-    }
-
-private:
-    static bool openOne(const char* option, const std::string& path, std::unique_ptr<std::ofstream>& file,
-                        std::string& error) {
-        if (path.empty()) {
-            return true;
-        }
-        file = std::make_unique<std::ofstream>(path, std::ios::out | std::ios::trunc);
-        if (!file->is_open()) {
-            error = std::string(option) + ": cannot write '" + path + "': " + std::strerror(errno);
-            return false;
-        }
-        return true;
-    }
-};
-
-/// The live status line: refreshed in place on a terminal, one plain line at
-/// a time otherwise.
-class StatusPrinter {
-public:
-    explicit StatusPrinter(bool enabled) : active(enabled), terminal(isatty(STDERR_FILENO) == 1) {}
-
-    void print(const StatusFigures& figures) {
-        if (!active) {
-            return;
-        }
-        const std::string line = formatStatusLine(figures);
-        if (terminal) {
-            std::fprintf(stderr, "\r%s\033[K", line.c_str());
-            printedInPlace = true;
-        } else {
-            std::fprintf(stderr, "%s\n", line.c_str());
-        }
-        std::fflush(stderr);
-    }
-
-    /// The last line, with the figures of the report, left standing.
-    void finish(const StatusFigures& figures) {
-        print(figures);
-        if (active && terminal) {
-            std::fprintf(stderr, "\n");
-            std::fflush(stderr);
-        }
-    }
-
-private:
-    bool active;
-    bool terminal;
-    bool printedInPlace = false;
-};
-
-/// Disables the first load handler for a few passes: the scheduler then
-/// calls it less often than its interval requires, and the self-test must
-/// catch it.
-class FaultInjection {
-public:
-    FaultInjection(bool wanted, TickHandlers& handlers) : pending(wanted), handlers(handlers) {}
-
-    /// Advances the injection; true once it is over (or was never wanted).
-    bool step(SchedulerSession& session) {
-        const uint64_t passes = handlers.probe().passes.load(std::memory_order_relaxed);
-        LoadHandler& victim = handlers.load(0);
-        if (pending && !disabled && passes >= 1) {
-            session.disableHandler(victim.handle);
-            disabled = true;
-            enableAfterPasses = passes + victim.interval + 1;
-        } else if (pending && disabled && passes >= enableAfterPasses) {
-            session.enableHandler(victim.handle);
-            pending = false;
-        }
-        return !pending;
-    }
-
-private:
-    bool pending;
-    bool disabled = false;
-    uint64_t enableAfterPasses = 0;
-    TickHandlers& handlers;
-};
 
 struct RunLoopResult {
     StopReason reason = StopReason::Duration;
@@ -240,7 +114,7 @@ RunLoopResult runLoop(const MonitorOptions& options, SchedulerSession& session, 
             status.print(statusFigures(live, result.elapsedNs, totalNs));
             nextStatusNs += kStatusEveryNs;
         }
-        if (interrupted != 0) {
+        if (interruptRequested()) {
             result.reason = StopReason::Interrupted;
             break;
         }
@@ -398,6 +272,128 @@ int failStartUp(const std::string& error, SchedulerSession& session) {
     return exit_status::kSelfTestFailed;
 }
 
+/// What the run arranged on the machine before the oscillator starts.
+struct MachineSetting {
+    PunctualityReport punctuality;
+    std::unique_ptr<BreakTrace> breakTrace;
+    std::optional<CpuTimes> cpuTimesAtStart;
+};
+
+/// The trace level, the interrupts, the CPU latency request, the memory lock
+/// and the kernel tracer, as the options say.
+MachineSetting prepareMachine(const MonitorOptions& options, const std::optional<std::string>& tracefs) {
+    if (options.traceLevel) {
+        platform_host::setTraceLevel("ZYN.TS", *options.traceLevel);
+    }
+    installInterruptHandlers();
+    applyCpuLatencyOption(options);
+    MachineSetting setting;
+    PunctualityReport& punctuality = setting.punctuality;
+    const MemoryLockOutcome memory = lockMemory(options.lockMemory, readMemoryLockRights());
+    punctuality.memoryLock = memory.description;
+    punctuality.memoryLocked = memory.locked;
+    punctuality.requestedCpus = options.cpus;
+    punctuality.breakTraceUs = options.breakTraceUs;
+    punctuality.tracefs = tracefs.value_or("");
+    if (tracefs && options.breakTraceUs) {
+        setting.breakTrace = std::make_unique<BreakTrace>(*tracefs, *options.breakTraceUs * kNanosecondsPerMicrosecond);
+    }
+    setting.cpuTimesAtStart = readCpuTimes(SystemRoots{});
+    return setting;
+}
+
+/// Initialises the library, registers the handlers, applies --wake-lead and
+/// the handler statistics, and starts the ticks (the oscillator inherits the
+/// blocked interrupts and the --cpu pinning of this thread), then waits for
+/// the published grid. `startNs` is taken just before the ticks start. False
+/// with `error` set; the handlers are unregistered again then.
+bool startTicking(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers, int64_t& startNs,
+                  PublishedGrid& grid, std::string& error) {
+    if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
+        return false;
+    }
+    const SchedulerEntryPoints& library = session.entryPoints();
+    bool started = handlers.registerAll(session, error);
+    if (started && !applyWakeLead(options, library)) {
+        std::fprintf(stderr, "zyn-tickmon: warning: --wake-lead %s not applied\n",
+                     wakeLeadName(options.wakeLeadNs).c_str());
+    }
+    if (started && !enableHandlerTime(library)) {
+        std::fprintf(stderr, "zyn-tickmon: warning: the scheduler's handler statistics could not be switched on\n");
+    }
+    if (started) {
+        const InterruptsBlocked keepInterruptsOffTheTickThread;
+        const CallingThreadPinned oscillatorInheritsTheCpus(options.cpus);
+        if (!oscillatorInheritsTheCpus.error().empty()) {
+            std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
+                         formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
+        }
+        started = session.prepareTicks(error);
+        startNs = monotonicNowNs();
+        started = started && session.startTicks(error);
+    }
+    if (started && !waitForPublishedGrid(session, grid)) {
+        error = "the scheduler published no tick grid";
+        started = false;
+    }
+    if (!started) {
+        handlers.unregisterAll(session);
+    }
+    return started;
+}
+
+/// Where the kernel let the oscillator thread run, read while it still runs.
+void describeThreadPlacement(const OscillatorThreadReport& thread, PunctualityReport& punctuality) {
+    describeCpuLatency(punctuality);
+    if (thread.found) {
+        punctuality.allowedCpus = allowedCpus(thread.tid);
+        punctuality.lastCpu = lastCpuOf(thread.tid);
+    }
+}
+
+/// Stops the passes, reads what the library and the handlers counted, and
+/// shuts the library down.
+void collectFromLibrary(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers,
+                        RunReport& report) {
+    // Once no pass runs, the counts below belong to whole passes.
+    session.stopPasses();
+    report.wake = readWake(options, session.entryPoints());
+    report.passes = handlers.probe().passes.load();
+    report.handlers = checkHandlers(report.passes, handlers.tallies());
+    report.handlerTime = readHandlerTime(session.entryPoints(), handlers);
+    handlers.unregisterAll(session);
+    session.shutDown();
+}
+
+/// The run's ticks: the last timestamps drained, cut to --ticks, and judged
+/// against the published grid.
+void analyzeRun(const MonitorOptions& options, TickHandlers& handlers, std::vector<int64_t>& timestamps,
+                const PublishedGrid& grid, const RunLoopResult& loop, RunReport& report) {
+    handlers.probe().recorder.drain(timestamps);
+    if (options.ticks && timestamps.size() > *options.ticks) {
+        timestamps.resize(static_cast<size_t>(*options.ticks));
+    }
+    report.options = options;
+    report.stopReason = loop.reason;
+    report.elapsedNs = loop.elapsedNs;
+    report.lostTimestamps = handlers.probe().recorder.lost();
+    report.ticks = analyzeTicks(timestamps, grid);
+    report.passed = allHandlersOk(report.handlers) && gridSelfTestPassed(report.ticks);
+}
+
+/// The System section, told what the run was granted.
+void describeSystem(const RunReport& report, const std::optional<CpuTimes>& cpuTimesAtStart,
+                    PunctualityReport& punctuality) {
+    RunGrants grants;
+    grants.ran = true;
+    grants.realTimeGranted = report.thread.found && report.thread.policy == 2;  // SCHED_RR
+    grants.memoryLock = punctuality.memoryLock;
+    grants.memoryLocked = punctuality.memoryLocked;
+    grants.cpuLatencyRequest = punctuality.cpuLatency;
+    grants.cpuLatencyHeld = punctuality.cpuLatencyHeld;
+    punctuality.system = readSystemReadiness(SystemRoots{}, grants, cpuTimesAtStart);
+}
+
 }  // namespace
 
 int runMonitor(const MonitorOptions& options) {
@@ -416,113 +412,39 @@ int runMonitor(const MonitorOptions& options) {
         std::fprintf(stderr, "zyn-tickmon: %s\n", error.c_str());
         return exit_status::kUsage;
     }
-    if (options.traceLevel) {
-        platform_host::setTraceLevel("ZYN.TS", *options.traceLevel);
-    }
-    installInterruptHandlers();
-    applyCpuLatencyOption(options);
-    PunctualityReport punctuality;
-    const MemoryLockOutcome memory = lockMemory(options.lockMemory, readMemoryLockRights());
-    punctuality.memoryLock = memory.description;
-    punctuality.memoryLocked = memory.locked;
-    punctuality.requestedCpus = options.cpus;
-    punctuality.breakTraceUs = options.breakTraceUs;
-    punctuality.tracefs = tracefs.value_or("");
-    std::unique_ptr<BreakTrace> breakTrace;
-    if (tracefs && options.breakTraceUs) {
-        breakTrace = std::make_unique<BreakTrace>(*tracefs, *options.breakTraceUs * kNanosecondsPerMicrosecond);
-    }
-    const std::optional<CpuTimes> cpuTimesAtStart = readCpuTimes(SystemRoots{});
+    MachineSetting machine = prepareMachine(options, tracefs);
 
     SchedulerSession session(options.grid);
-    const SchedulerEntryPoints& library = session.entryPoints();
+    const int64_t periodNs = session.entryPoints().periodNs;
     std::vector<int64_t> timestamps;
-    reserveTimestamps(timestamps, options, library.periodNs);
+    reserveTimestamps(timestamps, options, periodNs);
     std::vector<int64_t> work;
     for (size_t i = 0; i < options.handlerCount; ++i) {
         work.push_back(workOfHandler(options, i));
     }
     TickHandlers handlers(options.handlerCount, options.intervals, work, kRingCapacity);
-    if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
-        return failStartUp(error, session);
-    }
-    if (!handlers.registerAll(session, error)) {
-        handlers.unregisterAll(session);
-        return failStartUp(error, session);
-    }
-    if (!applyWakeLead(options, library)) {
-        std::fprintf(stderr, "zyn-tickmon: warning: --wake-lead %s not applied\n",
-                     wakeLeadName(options.wakeLeadNs).c_str());
-    }
-    if (!enableHandlerTime(library)) {
-        std::fprintf(stderr, "zyn-tickmon: warning: the scheduler's handler statistics could not be switched on\n");
-    }
     int64_t startNs = 0;
-    {
-        const InterruptsBlocked keepInterruptsOffTheTickThread;
-        const CallingThreadPinned oscillatorInheritsTheCpus(options.cpus);
-        if (!oscillatorInheritsTheCpus.error().empty()) {
-            std::fprintf(stderr, "zyn-tickmon: warning: --cpu %s not applied: %s\n",
-                         formatCpuList(options.cpus).c_str(), oscillatorInheritsTheCpus.error().c_str());
-        }
-        bool started = session.prepareTicks(error);
-        startNs = monotonicNowNs();
-        started = started && session.startTicks(error);
-        if (!started) {
-            handlers.unregisterAll(session);
-            return failStartUp(error, session);
-        }
-    }
     PublishedGrid grid;
-    if (!waitForPublishedGrid(session, grid)) {
-        handlers.unregisterAll(session);
-        return failStartUp("the scheduler published no tick grid", session);
+    if (!startTicking(options, session, handlers, startNs, grid, error)) {
+        return failStartUp(error, session);
     }
-    OscillatorThreadWatch threadWatch(library.oscillatorThreadName);
+    OscillatorThreadWatch threadWatch(session.entryPoints().oscillatorThreadName);
     threadWatch.begin(kNanosecondsPerSecond);
-
     StatusPrinter status(!options.quiet);
-    const RunLoopResult loop = runLoop(options, session, handlers, timestamps, startNs, grid, status, breakTrace.get());
+    const RunLoopResult loop =
+        runLoop(options, session, handlers, timestamps, startNs, grid, status, machine.breakTrace.get());
 
     RunReport report;
     report.thread = threadWatch.finish();
-    describeCpuLatency(punctuality);
-    if (report.thread.found) {
-        punctuality.allowedCpus = allowedCpus(report.thread.tid);
-        punctuality.lastCpu = lastCpuOf(report.thread.tid);
+    describeThreadPlacement(report.thread, machine.punctuality);
+    collectFromLibrary(options, session, handlers, report);
+    analyzeRun(options, handlers, timestamps, grid, loop, report);
+    status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options, periodNs)));
+    if (machine.breakTrace) {
+        machine.punctuality.breakTrace = machine.breakTrace->result();
     }
-    // Once no pass runs, the counts below belong to whole passes.
-    session.stopPasses();
-    report.wake = readWake(options, library);
-    report.passes = handlers.probe().passes.load();
-    report.handlers = checkHandlers(report.passes, handlers.tallies());
-    report.handlerTime = readHandlerTime(library, handlers);
-    handlers.unregisterAll(session);
-    session.shutDown();
-
-    handlers.probe().recorder.drain(timestamps);
-    if (options.ticks && timestamps.size() > *options.ticks) {
-        timestamps.resize(static_cast<size_t>(*options.ticks));
-    }
-    report.options = options;
-    report.stopReason = loop.reason;
-    report.elapsedNs = loop.elapsedNs;
-    report.lostTimestamps = handlers.probe().recorder.lost();
-    report.ticks = analyzeTicks(timestamps, grid);
-    report.passed = allHandlersOk(report.handlers) && gridSelfTestPassed(report.ticks);
-    status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options, library.periodNs)));
-    if (breakTrace) {
-        punctuality.breakTrace = breakTrace->result();
-    }
-    RunGrants grants;
-    grants.ran = true;
-    grants.realTimeGranted = report.thread.found && report.thread.policy == 2;  // SCHED_RR
-    grants.memoryLock = punctuality.memoryLock;
-    grants.memoryLocked = punctuality.memoryLocked;
-    grants.cpuLatencyRequest = punctuality.cpuLatency;
-    grants.cpuLatencyHeld = punctuality.cpuLatencyHeld;
-    punctuality.system = readSystemReadiness(SystemRoots{}, grants, cpuTimesAtStart);
-    report.punctuality = punctuality;
+    describeSystem(report, machine.cpuTimesAtStart, machine.punctuality);
+    report.punctuality = machine.punctuality;
     writeOutputs(options, report, files);
     if (!report.passed) {
         reportSelfTestFailure(report);
