@@ -37,27 +37,47 @@ public:
 
     /// Creates an enabled handler at the tail of the list; `*outHandle`
     /// receives it. Success, NullArgument, MutexFailure.
+    /// Context: any thread but a fast tick function (the dispatch holds the
+    /// mutex this takes, so it would wait for itself); waits for a running
+    /// fast pass.
     uint32_t (*RegisterTickHandler)(STickHandler** outHandle, const ITickReceiver* receiver,
                                     const char* name) = nullptr;
     /// Removes and frees `*handle` under the mutex, then clears it.
     /// Success, NullArgument, MutexFailure, ListRemoveFailed.
+    /// Context: any thread but a fast tick function (the dispatch holds the
+    /// mutex this takes, so it would wait for itself); waits for a running
+    /// fast pass.
     uint32_t (*UnregisterTickHandler)(STickHandler** handle) = nullptr;
     /// The same without locking, for use from inside a tick function only.
     /// Success, NullArgument, ListRemoveFailed.
+    /// Context: a fast tick function only, on the pass that holds the mutex;
+    /// takes no lock and does not wait.
     uint32_t (*UnregisterTickHandlerFromOnTick)(STickHandler** handle) = nullptr;
     /// Sets `enabled` to 1 (no lock). Success, NullArgument.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*EnableTickHandler)(STickHandler* handle) = nullptr;
     /// Sets `enabled` to 0 (no lock). Success, NullArgument.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*DisableTickHandler)(STickHandler* handle) = nullptr;
     /// Adds the handler to group 0 or 1. Success, NullArgument,
     /// GroupIdOutOfBounds.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*AddGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Removes the handler from group 0 or 1. Success, NullArgument,
     /// GroupIdOutOfBounds.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*RemoveGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Enables group 0 or 1. Success, GroupIdOutOfBounds.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*EnableTickGroup)(uint32_t groupId) = nullptr;
     /// Disables group 0 or 1: its members are skipped. Success,
     /// GroupIdOutOfBounds.
+    /// Context: any thread, tick functions included; takes no lock and does
+    /// not wait.
     uint32_t (*DisableTickGroup)(uint32_t groupId) = nullptr;
 };
