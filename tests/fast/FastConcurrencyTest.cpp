@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "BoundedWait.h"
-#include "Eventually.h"
 #include "FastSchedulerFixture.h"
 #include "TickModuleIdentity.h"
 
@@ -313,7 +312,7 @@ TEST_F(FastConcurrency, ClientsChurnWhileTheOscillatorThreadTicks) {
         client.join();
     }
     // Generous: only proves that ticks arrive at all.
-    (void)test_wait::eventually([&] { return steady.calls.load() >= 3; }, std::chrono::seconds(10));
+    (void)test_support::eventually([&] { return steady.calls.load() >= 3; }, std::chrono::seconds(10));
 
     ASSERT_EQ(CTickSchedulerFast_OnPhaseActivation(nullptr, TickModule::Phase::ShutDown), TickResult::Success);
     EXPECT_FALSE(module().tickOscillator.isRunning());

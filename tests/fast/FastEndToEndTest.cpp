@@ -225,7 +225,7 @@ TEST_F(FastEndToEnd, TicksFlowOnceTheIntegratorStartsTheOscillator) {
     ASSERT_EQ(CTickSchedulerFast_GetTickOscillator()->start(), TickResult::Success);
 
     // Generous: only proves that ticks arrive at all.
-    (void)test_wait::eventually([&] { return counter.calls.load() >= 5; }, std::chrono::seconds(10));
+    (void)test_support::eventually([&] { return counter.calls.load() >= 5; }, std::chrono::seconds(10));
     ASSERT_EQ(kModulePhases.run(Phase::ShutDown), std::vector<uint32_t>{TickResult::Success});
     const uint64_t afterShutDown = counter.calls.load();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

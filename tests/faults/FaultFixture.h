@@ -14,11 +14,11 @@
 #include <utility>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "CTickScheduler.h"
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
 #include "CTickSchedulerModule.h"
-#include "Eventually.h"
 #include "MutexFaultInjection.h"
 #include "PlatformDouble.h"
 #include "SleepFaults.h"
@@ -107,7 +107,7 @@ inline void initializeAndConfigureScheduler() {
     ASSERT_EQ(CTickScheduler_OnPhaseActivation(nullptr, TickModule::Phase::Configure), TickResult::Success);
 }
 
-using test_wait::eventually;
+using test_support::eventually;
 
 /// The messages (not entry records) at levels 1 and 2, as "level:function:text".
 inline std::vector<std::string> errorsAndWarnings() {

@@ -1,22 +1,24 @@
 // start() when the system cannot create the oscillator thread.
 #include <gtest/gtest.h>
 
-#include "FailingThreadCreation.h"
+#include <cerrno>
+
 #include "OscillatorFixture.h"
 #include "PlatformDouble.h"
+#include "ThreadCreationFaults.h"
 
 namespace {
 
-using oscillator_test::ThreadCreationFailure;
+using thread_faults::ThreadCreationRefused;
 
 class OscillatorThreadCreation : public oscillator_test::OscillatorFixture {};
 
 TEST_F(OscillatorThreadCreation, FailedCreationReturns32777AndLeavesTheOscillatorStopped) {
     ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
     {
-        ThreadCreationFailure failure;
+        const ThreadCreationRefused failure(EAGAIN);
         EXPECT_EQ(32777u, oscillator.start());
-        EXPECT_EQ(1, failure.refusals());
+        EXPECT_EQ(1u, thread_faults::refusedCreations());
     }
     expectNoThreadStarted();
 }
@@ -25,7 +27,7 @@ TEST_F(OscillatorThreadCreation, FailedCreationWritesOnlyTheEntry) {
     ASSERT_EQ(0u, oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_HIGHEST));
     platform_double::clearTraces();
     {
-        ThreadCreationFailure failure;
+        const ThreadCreationRefused failure(EAGAIN);
         ASSERT_EQ(32777u, oscillator.start());
     }
     const auto records = platform_double::traces();
@@ -37,7 +39,7 @@ TEST_F(OscillatorThreadCreation, FailedCreationWritesOnlyTheEntry) {
 TEST_F(OscillatorThreadCreation, StartSucceedsOnceThreadsCanBeCreatedAgain) {
     ASSERT_TRUE(prepareRecording(TICK_DELAY_1MS, TICK_PRIORITY_HIGH));
     {
-        ThreadCreationFailure failure;
+        const ThreadCreationRefused failure(EAGAIN);
         ASSERT_EQ(32777u, oscillator.start());
     }
     EXPECT_EQ(0u, oscillator.start());

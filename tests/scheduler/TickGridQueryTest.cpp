@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "BoundedWait.h"
 #include "CTickSchedulerFastModule.h"
-#include "Eventually.h"
 #include "SchedulerFixture.h"
 #include "SizedRecords.h"
 #include "SynchronizedLog.h"
@@ -351,8 +351,8 @@ TEST_F(TickGridQueryTest, BothModulesAnswerForTheirOwnGridsWhileAHundredOtherOsc
         ASSERT_EQ(others.back()->initialize(TICK_DELAY_6MS, unmappedPriority), TickResult::Success);
         ASSERT_EQ(others.back()->start(), TickResult::Success) << "oscillator " << i;
     }
-    ASSERT_TRUE(
-        test_wait::eventually([&] { return oscillatorLoopsStarted() >= kOtherOscillators; }, std::chrono::seconds(10)))
+    ASSERT_TRUE(test_support::eventually([&] { return oscillatorLoopsStarted() >= kOtherOscillators; },
+                                         std::chrono::seconds(10)))
         << "STUCK: only " << oscillatorLoopsStarted() << " of " << kOtherOscillators
         << " other oscillator threads began their loop within 10 s";
 
@@ -463,7 +463,7 @@ TEST_F(TickGridQueryTest, RealTimeTickFunctionReadsAConsistentGridPromptlyWhileT
     {
         const DelayFlipper flipper(oscillator, cpu);
         const bool enoughReads =
-            test_wait::eventually([&] { return readWatch.readsSoFar() >= kReads; }, std::chrono::seconds(20));
+            test_support::eventually([&] { return readWatch.readsSoFar() >= kReads; }, std::chrono::seconds(20));
         ASSERT_TRUE(enoughReads) << "STUCK: the tick function read the grid only " << readWatch.readsSoFar()
                                  << " times in 20 s while the delay changed " << flipper.flips.load() << " times";
         EXPECT_GT(flipper.flips.load(), 0u);

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Eventually.h"
+#include "BoundedWait.h"
 #include "PlatformHost/ModuleManagerHost.h"
 #include "TraceCapture.h"
 
@@ -51,7 +51,7 @@ constexpr std::chrono::seconds kHangGuard{20};
 /// Polls `condition` until it holds; false when the hang guard ran out.
 template <typename Condition>
 bool eventually(Condition condition) {
-    return test_wait::eventually(condition, kHangGuard);
+    return test_support::eventually(condition, kHangGuard);
 }
 
 /// The texts of the messages among `lines` that trace module `traceModule`

@@ -62,6 +62,22 @@ private:
     bool opened = false;
 };
 
+/// Polls `condition` every millisecond until it holds or `limit` has passed;
+/// true when it holds. For a condition that may legitimately never hold, or
+/// whose caller reports the failure itself; the limit only guards against a
+/// hang.
+template <typename Condition>
+bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 /// Joins `thread` once `finished` says it has done its work; aborts the test
 /// program as stuck when that takes longer than kStuckAfter.
 template <typename Finished>

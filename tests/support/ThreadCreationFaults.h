@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+#include "NonCopyable.h"
+
 namespace thread_faults {
 
 /// From now on every thread creation of the process fails with `error`.
@@ -20,5 +22,13 @@ void allowThreadCreation();
 
 /// Creations refused since the last failThreadCreation.
 uint32_t refusedCreations();
+
+/// While an object of this class exists, every thread creation of the process
+/// fails with `error` (std::thread then throws std::system_error).
+class ThreadCreationRefused : test_support::NonCopyable {
+public:
+    explicit ThreadCreationRefused(int error) { failThreadCreation(error); }
+    ~ThreadCreationRefused() { allowThreadCreation(); }
+};
 
 }  // namespace thread_faults
