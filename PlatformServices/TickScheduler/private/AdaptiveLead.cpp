@@ -1,11 +1,8 @@
 #include "AdaptiveLead.h"
 
+#include "Nanoseconds.h"
+
 namespace zyn_ts {
-namespace {
-
-constexpr int64_t kNsPerUs = 1000;
-
-}  // namespace
 
 ZYN_TS_TICK_PATH void AdaptiveLead::addWakeUp(int64_t latenessNs) {
     int64_t us = latenessNs > 0 ? latenessNs / kNsPerUs : 0;

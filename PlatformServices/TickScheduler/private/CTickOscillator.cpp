@@ -4,6 +4,7 @@
 #include <string>
 
 #include "GridPublisher.h"
+#include "Nanoseconds.h"
 #include "OscillatorAttachment.h"
 #include "PrecisionWake.h"
 #include "PrecisionWakeStep.h"

@@ -40,13 +40,12 @@
 #include <cstdint>
 #include <ostream>
 
+#include "Nanoseconds.h"
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 #include "TickStatistics.h"
 
 namespace zyn_ts {
-
-constexpr int64_t kNsPerMs = 1000000;
 
 /// Slots of each module's handler table. A handler whose slot would lie
 /// too far from where its address hashes to (the table is filling up) runs

@@ -1,11 +1,8 @@
 #include "GridPublisher.h"
 
+#include "Nanoseconds.h"
+
 namespace zyn_ts {
-namespace {
-
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
-
-}  // namespace
 
 GridPublisher::GridPublisher(PublishedGrid* publishedGrid) : grid(publishedGrid) {
     // The previous thread of this oscillator, if any, was joined before this
@@ -18,7 +15,7 @@ GridPublisher::GridPublisher(PublishedGrid* publishedGrid) : grid(publishedGrid)
 void GridPublisher::started(const timespec& origin, int64_t periodNs) {
     current.running = true;
     current.generation += 1;
-    current.originNs = static_cast<int64_t>(origin.tv_sec) * kNanosecondsPerSecond + origin.tv_nsec;
+    current.originNs = toNs(origin);
     current.periodNs = periodNs;
     publishCurrent();
 }

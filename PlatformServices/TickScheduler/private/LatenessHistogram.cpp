@@ -1,11 +1,11 @@
 #include "LatenessHistogram.h"
 
+#include "Nanoseconds.h"
 #include "TickPrecisionWake.h"
 
 namespace zyn_ts {
 namespace {
 
-constexpr int64_t kNsPerUs = 1000;
 constexpr size_t kFirstOctaveExponent = 9;  // 512 us
 
 /// floor(log2(value)) for value > 0.

@@ -3,13 +3,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Nanoseconds.h"
 #include "TickPrecisionWake.h"
 
 namespace zyn_ts {
 namespace {
 
 constexpr const char* kEnvironmentSwitch = "ZYN_TICK_WAKE_LEAD";
-constexpr int64_t kNsPerUs = 1000;
 constexpr double kPartsPerMillion = 1e6;
 
 template <typename T>

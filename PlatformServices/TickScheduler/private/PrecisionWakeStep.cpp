@@ -2,26 +2,17 @@
 
 #include <cerrno>
 
+#include "Nanoseconds.h"
 #include "TickOscillator.h"
 #include "TickPrecisionWake.h"
 
 namespace zyn_ts {
 namespace {
 
-constexpr uint32_t kNanosecondsPerMillisecond = 1000000U;
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
-
 ZYN_TS_TICK_PATH int64_t readClockNs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return toNs(now);
-}
-
-ZYN_TS_TICK_PATH timespec toInterval(int64_t ns) {
-    timespec interval{};
-    interval.tv_sec = static_cast<time_t>(ns / kNanosecondsPerSecond);
-    interval.tv_nsec = static_cast<long>(ns % kNanosecondsPerSecond);
-    return interval;
 }
 
 ZYN_TS_TICK_PATH bool maySpin(const TickOscillator& oscillator) {
@@ -41,7 +32,7 @@ ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, ti
         correct(&elapsed);
     }
     elapsed.tv_sec = 0;
-    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * kNanosecondsPerMillisecond;
+    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * static_cast<uint64_t>(kNsPerMs);
     grid.sleepsOn(static_cast<int64_t>(period));
     const int64_t readingNs = toNs(current);
     const int64_t gridPointNs =
@@ -54,7 +45,7 @@ ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, ti
     int64_t nowNs = readingNs;
     bool slept = false;
     while (nowNs < wakeAtNs) {
-        timespec interval = toInterval(wakeAtNs - nowNs);
+        timespec interval = toTimespec(wakeAtNs - nowNs);
         int result = 0;
         while ((result = clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval)) == EINTR) {}
         nowNs = readClockNs();

@@ -28,9 +28,4 @@ namespace zyn_ts {
 ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
                                                   GridPublisher& grid, PrecisionWake& wake, uint32_t mode);
 
-/// Nanoseconds of a CLOCK_MONOTONIC reading.
-inline int64_t toNs(const timespec& instant) {
-    return static_cast<int64_t>(instant.tv_sec) * 1000000000 + instant.tv_nsec;
-}
-
 }  // namespace zyn_ts

@@ -3,13 +3,12 @@
 #include <atomic>
 #include <ctime>
 
+#include "Nanoseconds.h"
 #include "TickPath.h"
 
 namespace zyn_ts {
 
 namespace {
-
-constexpr int64_t kNsPerSecond = 1000000000;
 
 // Read by the tick thread while a test thread may install another clock.
 std::atomic<StatisticsClockSource> installedClock{&monotonicNowNs};
@@ -19,7 +18,7 @@ std::atomic<StatisticsClockSource> installedClock{&monotonicNowNs};
 ZYN_TS_TICK_PATH int64_t monotonicNowNs() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * kNsPerSecond + static_cast<int64_t>(now.tv_nsec);
+    return toNs(now);
 }
 
 void setStatisticsClock(StatisticsClockSource source) {
