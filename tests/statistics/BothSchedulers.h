@@ -30,7 +30,7 @@ protected:
         fast_test::freeAllHandlers();
         CTickSchedulerFast_Uninitialize();
         fast_test::resetOscillator();
-        resetStatisticsToLoadState(fastDispatchStatistics, zyn_ts::kNsPerMs, fastHandlerSlots);
+        resetStatisticsToLoadState(fastDispatchStatistics, zyn_support::kNanosecondsPerMillisecond, fastHandlerSlots);
         const ETickPriority priority = TICK_PRIORITY_NORMAL;
         ASSERT_EQ(CTickScheduler_Initialize(&priority), TickResult::Success);
         ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);

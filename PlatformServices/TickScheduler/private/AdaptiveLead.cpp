@@ -1,11 +1,11 @@
 #include "AdaptiveLead.h"
 
-#include "Nanoseconds.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 
 ZYN_TS_TICK_PATH void AdaptiveLead::addWakeUp(int64_t latenessNs) {
-    int64_t us = latenessNs > 0 ? latenessNs / kNsPerUs : 0;
+    int64_t us = latenessNs > 0 ? latenessNs / zyn_support::kNanosecondsPerMicrosecond : 0;
     if (us >= static_cast<int64_t>(kBins)) {
         us = static_cast<int64_t>(kBins) - 1;
     }
@@ -37,7 +37,7 @@ void AdaptiveLead::recompute() {
         }
     }
     // The bin's upper edge, so that every wake-up in it is covered.
-    percentileLeadNs = static_cast<int64_t>(bin + 1) * kNsPerUs + kMarginNs;
+    percentileLeadNs = static_cast<int64_t>(bin + 1) * zyn_support::kNanosecondsPerMicrosecond + kMarginNs;
 }
 
 }  // namespace zyn_ts

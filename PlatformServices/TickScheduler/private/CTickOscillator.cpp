@@ -4,7 +4,6 @@
 #include <string>
 
 #include "GridPublisher.h"
-#include "Nanoseconds.h"
 #include "OscillatorAttachment.h"
 #include "PrecisionWake.h"
 #include "PrecisionWakeStep.h"
@@ -14,6 +13,7 @@
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timesp
     timespec interval{};
     interval.tv_sec = 0;
     interval.tv_nsec = TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
-    const int64_t readingNs = zyn_ts::toNs(current);
+    const int64_t readingNs = zyn_support::toNanoseconds(current);
     if (previousSleepEndNs != 0) {
         wake.passEnded(readingNs - previousSleepEndNs);
     }

@@ -48,7 +48,7 @@ constexpr char kDisableTickGroupName[] = "CTickSchedulerFast_DisableTickGroup";
 // Zero-filled and constant-initialised: ready before any static constructor
 // elsewhere may register a handler, and costing no memory until then.
 zyn_ts::HandlerSlot fastHandlerSlots[zyn_ts::kHandlerSlots];
-zyn_ts::DispatchStatistics fastDispatchStatistics{zyn_ts::kNsPerMs, fastHandlerSlots};
+zyn_ts::DispatchStatistics fastDispatchStatistics{zyn_support::kNanosecondsPerMillisecond, fastHandlerSlots};
 CTickSchedulerFast tickSchedulerFastModule;
 
 // The receiver given to the oscillator at phase 11.

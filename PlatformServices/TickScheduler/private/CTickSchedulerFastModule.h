@@ -19,11 +19,11 @@
 #include "CList.h"
 #include "DispatchStatistics.h"
 #include "ITickReceiver.h"
-#include "Nanoseconds.h"
 #include "OscillatorAttachment.h"
 #include "STickHandler.h"
 #include "TickOscillator.h"
 #include "TickSchedulerExport.h"
+#include "ZynSupport/MonotonicClock.h"
 
 /// The fast module's state. Exactly one instance exists,
 /// `tickSchedulerFastModule`, a static of the library. Destruction (at process
@@ -38,7 +38,7 @@ public:
     /// declared before the oscillator, whose destructor joins a thread still
     /// running, so that it outlives that thread. Written by that thread only,
     /// read without a lock.
-    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator, zyn_ts::kNsPerMs};
+    zyn_ts::OscillatorAttachment oscillatorAttachment{&tickOscillator, zyn_support::kNanosecondsPerMillisecond};
     /// The 1 ms tick source: configured at phase 11, never started by this
     /// module.
     TickOscillator tickOscillator;

@@ -80,7 +80,7 @@ public:
     /// Handler timing and overrun attribution, off until switched on.
     /// Declared last: the destructor stops the oscillator before any member
     /// goes.
-    zyn_ts::DispatchStatistics statistics{6 * zyn_ts::kNsPerMs, schedulerHandlerSlots};
+    zyn_ts::DispatchStatistics statistics{6 * zyn_support::kNanosecondsPerMillisecond, schedulerHandlerSlots};
 };
 
 /// The module state.

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kEnvironmentSwitch = "ZYN_TICK_STATISTICS";
 /// A persistently slow handler may not flood the trace.
-constexpr int64_t kOverrunReportIntervalNs = 1000 * kNsPerMs;
+constexpr int64_t kOverrunReportIntervalNs = 1000 * zyn_support::kNanosecondsPerMillisecond;
 /// Attempts of a reader of the longest pass before it reports its culprit as
 /// unknown, and how many times an attempt looks again for a write section to
 /// end. The section changes only when a pass is the longest yet, so a read

@@ -40,10 +40,10 @@
 #include <cstdint>
 #include <ostream>
 
-#include "Nanoseconds.h"
 #include "STickHandler.h"
 #include "TickSchedulerExport.h"
 #include "TickStatistics.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 

@@ -1,6 +1,6 @@
 #include "GridPublisher.h"
 
-#include "Nanoseconds.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 
@@ -15,7 +15,7 @@ GridPublisher::GridPublisher(PublishedGrid* publishedGrid) : grid(publishedGrid)
 void GridPublisher::started(const timespec& origin, int64_t periodNs) {
     current.running = true;
     current.generation += 1;
-    current.originNs = toNs(origin);
+    current.originNs = zyn_support::toNanoseconds(origin);
     current.periodNs = periodNs;
     publishCurrent();
 }

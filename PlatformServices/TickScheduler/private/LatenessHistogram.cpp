@@ -1,7 +1,7 @@
 #include "LatenessHistogram.h"
 
-#include "Nanoseconds.h"
 #include "TickPrecisionWake.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 namespace {
@@ -38,7 +38,7 @@ int64_t percentile(const std::array<uint64_t, LatenessHistogram::kBins>& bins, u
 }  // namespace
 
 size_t LatenessHistogram::binOf(int64_t ns) {
-    const auto us = static_cast<uint64_t>(ns / kNsPerUs);
+    const auto us = static_cast<uint64_t>(ns / zyn_support::kNanosecondsPerMicrosecond);
     if (us < kLinearBins) {
         return static_cast<size_t>(us);
     }
@@ -52,14 +52,14 @@ size_t LatenessHistogram::binOf(int64_t ns) {
 
 int64_t LatenessHistogram::upperEdgeNs(size_t bin) {
     if (bin < kLinearBins) {
-        return static_cast<int64_t>(bin + 1) * kNsPerUs - 1;
+        return static_cast<int64_t>(bin + 1) * zyn_support::kNanosecondsPerMicrosecond - 1;
     }
     const size_t octave = (bin - kLinearBins) / kBinsPerOctave;
     const size_t sub = (bin - kLinearBins) % kBinsPerOctave;
     const size_t exponent = kFirstOctaveExponent + octave;
     const uint64_t width = uint64_t{1} << (exponent - 5U);
     const uint64_t upperUs = (uint64_t{1} << exponent) + (sub + 1) * width;
-    return static_cast<int64_t>(upperUs) * kNsPerUs - 1;
+    return static_cast<int64_t>(upperUs) * zyn_support::kNanosecondsPerMicrosecond - 1;
 }
 
 void LatenessHistogram::clear() {

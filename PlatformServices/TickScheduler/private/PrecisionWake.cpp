@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Nanoseconds.h"
 #include "TickPrecisionWake.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 namespace {
@@ -26,7 +26,7 @@ int64_t parseMicroseconds(const char* text) {
     }
     while (*cursor >= '0' && *cursor <= '9') {
         value = value * 10 + (*cursor - '0');
-        if (value > kNsPerUs * kNsPerUs) {
+        if (value > zyn_support::kNanosecondsPerMicrosecond * zyn_support::kNanosecondsPerMicrosecond) {
             return -1;
         }
         ++cursor;
@@ -65,7 +65,7 @@ bool PrecisionWake::applySetting(const char* value) {
         return true;
     }
     const int64_t us = parseMicroseconds(value);
-    return us >= 0 && switchFixed(us * kNsPerUs);
+    return us >= 0 && switchFixed(us * zyn_support::kNanosecondsPerMicrosecond);
 }
 
 void PrecisionWake::applyEnvironmentOnce() {

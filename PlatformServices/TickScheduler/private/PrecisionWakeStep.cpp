@@ -2,9 +2,9 @@
 
 #include <cerrno>
 
-#include "Nanoseconds.h"
 #include "TickOscillator.h"
 #include "TickPrecisionWake.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 namespace {
@@ -12,7 +12,7 @@ namespace {
 ZYN_TS_TICK_PATH int64_t readClockNs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return toNs(now);
+    return zyn_support::toNanoseconds(now);
 }
 
 ZYN_TS_TICK_PATH bool maySpin(const TickOscillator& oscillator) {
@@ -32,9 +32,10 @@ ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, ti
         correct(&elapsed);
     }
     elapsed.tv_sec = 0;
-    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * static_cast<uint64_t>(kNsPerMs);
+    const uint64_t period =
+        static_cast<uint64_t>(oscillator.getDelay()) * static_cast<uint64_t>(zyn_support::kNanosecondsPerMillisecond);
     grid.sleepsOn(static_cast<int64_t>(period));
-    const int64_t readingNs = toNs(current);
+    const int64_t readingNs = zyn_support::toNanoseconds(current);
     const int64_t gridPointNs =
         readingNs + static_cast<int64_t>(TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period)));
     // Frozen or without a receiver, no tick is due: sleep to the grid point
@@ -45,7 +46,7 @@ ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, ti
     int64_t nowNs = readingNs;
     bool slept = false;
     while (nowNs < wakeAtNs) {
-        timespec interval = toTimespec(wakeAtNs - nowNs);
+        timespec interval = zyn_support::toTimespec(wakeAtNs - nowNs);
         int result = 0;
         while ((result = clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval)) == EINTR) {}
         nowNs = readClockNs();

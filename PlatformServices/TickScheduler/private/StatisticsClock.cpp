@@ -3,8 +3,8 @@
 #include <atomic>
 #include <ctime>
 
-#include "Nanoseconds.h"
 #include "TickPath.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
 
@@ -18,7 +18,7 @@ std::atomic<StatisticsClockSource> installedClock{&monotonicNowNs};
 ZYN_TS_TICK_PATH int64_t monotonicNowNs() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return toNs(now);
+    return zyn_support::toNanoseconds(now);
 }
 
 void setStatisticsClock(StatisticsClockSource source) {

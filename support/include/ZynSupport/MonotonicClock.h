@@ -1,6 +1,6 @@
 // CLOCK_MONOTONIC, the clock the scheduler keeps its grid on, in nanoseconds:
-// the one clock helper of the tools, the soak, the demo, the benchmarks and
-// the tests.
+// the one clock helper of the library, the tools, the soak, the demo, the
+// benchmarks and the tests.
 #pragma once
 
 #include <time.h>
