@@ -9,13 +9,14 @@
 ///
 /// Locking: the module has one mutex, the tick lock. Operations that touch the
 /// handler list, the group masks or the oscillator take it through
-/// CTickScheduler_WaitForTickAndLock: from a client thread they wait until a
-/// running tick pass has ended; from inside a tick function (the tick thread)
-/// they proceed at once. Registering, unregistering and re-prioritising from a
-/// tick function is safe: the running pass keeps walking the handlers it
-/// started with (a handler removed in the pass is not called after its
-/// removal, its record is freed when the pass ends), and the changed list
-/// applies from the next pass.
+/// CTickScheduler_WaitForTickAndLock: from a client thread (the fast
+/// scheduler's tick functions included) they wait until a running tick pass
+/// has ended; from inside one of this scheduler's tick functions they wait
+/// only for a client that holds the lock. Registering, unregistering and
+/// re-prioritising from a tick function is safe: the running pass keeps
+/// walking the handlers it started with (a handler removed in the pass is
+/// not called after its removal, its record is freed when the pass ends),
+/// and the changed list applies from the next pass.
 ///
 /// Results are TickResult codes (TickResultCodes.h): TickResult::Success (0),
 /// TickResult::AlreadyInitialized (4097), errors from TickResult::Failure
@@ -60,10 +61,7 @@ ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
 /// state of the module; the handler is due on the next pass.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) when
 /// `tickHandler`, `pITickReceiver` or `pszName` is null.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler,
                                                           const ITickReceiver* pITickReceiver, uint32_t tickInterval,
                                                           const char* pszName);
@@ -73,26 +71,17 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHan
 /// and `*handle` is cleared all the same.
 /// Results: TickResult::Success (0), also for a null `*handle` or a handle
 /// not in the list; TickResult::NullArgument (32770) when `handle` is null.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle);
 
 /// Freezes the oscillator under the tick lock: once it returns, no handler
 /// runs until CTickScheduler_Unfreeze. Always TickResult::Success (0).
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Freeze(void);
 
 /// Unfreezes the oscillator under the tick lock; ticks resume on the same
 /// grid. Always TickResult::Success (0).
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Unfreeze(void);
 
 /// Writes `offset` into the handler's phase counter (no lock): with interval
@@ -107,63 +96,42 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_SetStartOffset(STickHandler* handler, uint
 /// the end) under the tick lock. An unchanged priority returns at once.
 /// Results: TickResult::Success (0); TickResult::Failure (32768) handler not
 /// registered; TickResult::NullArgument (32770) null handler.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock. An unchanged
-/// priority returns before the lock.
+/// Context: any thread; takes the tick lock (see Locking above). An
+/// unchanged priority returns before the lock.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_t priority);
 
 /// Enables the handler under the tick lock; it keeps its phase.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
 /// handler.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler);
 
 /// Disables the handler under the tick lock; its counter keeps running.
 /// Results: as CTickScheduler_EnableTickHandler.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler);
 
 /// Adds the handler to group 0 or 1 under the tick lock.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
 /// handler; TickResult::GroupIdOutOfBounds (32782) group id above 1.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t groupId);
 
 /// Removes the handler from group 0 or 1 under the tick lock.
 /// Results: as CTickScheduler_AddGroup.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_RemoveGroup(STickHandler* handler, uint32_t groupId);
 
 /// Enables group 0 or 1 under the tick lock.
 /// Results: TickResult::Success (0); TickResult::GroupIdOutOfBounds (32782)
 /// group id above 1.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock.
+/// Context: any thread; takes the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickGroup(uint32_t groupId);
 
 /// Disables group 0 or 1 under the tick lock: its members are skipped (their
 /// counters keep running). A bad id is refused before the lock is taken.
 /// Results: as CTickScheduler_EnableTickGroup.
-/// Context: any thread. Takes the tick lock: from a client thread (and
-/// from the fast scheduler's tick functions) it waits for a running pass;
-/// from this scheduler's own tick function it waits only for a client
-/// that holds the lock. A bad id
+/// Context: any thread; takes the tick lock (see Locking above). A bad id
 /// returns before the lock.
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId);
 }

@@ -27,10 +27,9 @@ extern "C" {
 /// The module never starts it; start() succeeds once phase 11 has initialised
 /// it (until phase 11 first runs in the process it returns
 /// TickResult::NotInitialized, 32772, as any oscillator does), and
-/// CTickSchedulerFast_Uninitialize stops it. Its
-/// settings (period, priority, receiver) are the module's: calling
-/// initialize() or registerOnTick() on it changes what the module's handlers
-/// see and is not meant for clients.
+/// CTickSchedulerFast_Uninitialize stops it. Its settings (period, priority,
+/// receiver) are the module's: calling initialize() or registerOnTick() on it
+/// changes what the module's handlers see and is not meant for clients.
 ///
 /// Context: any thread; takes no lock, does not wait and writes no trace.
 /// start() and stop() on the returned oscillator are not serialised with the
