@@ -47,6 +47,20 @@ install(EXPORT ZynTickSchedulerTargets
     DESTINATION ${ZYN_TS_INSTALL_CMAKEDIR}
     COMPONENT development)
 
+# --- The tracepoint provider ---------------------------------------------------
+
+# A component of its own: installed beside the library, which opens it when
+# present; no client links it.
+if(TARGET ZynTickSchedulerTracepoints)
+    install(TARGETS ZynTickSchedulerTracepoints
+        EXPORT ZynTickSchedulerTracepointsTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tracepoints NAMELINK_SKIP)
+    install(EXPORT ZynTickSchedulerTracepointsTargets
+        NAMESPACE ${ZYN_TS_PACKAGE_NAME}::
+        DESTINATION ${ZYN_TS_INSTALL_CMAKEDIR}
+        COMPONENT tracepoints)
+endif()
+
 # --- The reference platform ---------------------------------------------------
 
 if(TARGET ZynPlatformHost)

@@ -26,6 +26,9 @@ set(CPACK_SOURCE_IGNORE_FILES "/\\.git/" "/build[^/]*/" "/out/" "\\.swp$")
 
 # Only the project's own components become packages.
 set(CPACK_COMPONENTS_ALL runtime development tools host)
+if(TARGET ZynTickSchedulerTracepoints)
+    list(APPEND CPACK_COMPONENTS_ALL tracepoints)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
@@ -41,6 +44,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zyntickscheduler-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME zynplatformhost)
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_TRACEPOINTS_PACKAGE_NAME libzyntickscheduler-tracepoints${ZYN_TS_ABI_VERSION})
+set(CPACK_DEBIAN_TRACEPOINTS_PACKAGE_SECTION libs)
 
 # Dependencies on system libraries come from dpkg-shlibdeps; those between the
 # project's own packages from the component dependencies below. A cross build
@@ -65,7 +70,7 @@ else()
     # The tools link the libraries of this build; dpkg-shlibdeps finds them
     # in the build tree.
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS)
-    foreach(library ZynTickScheduler ZynPlatformHost)
+    foreach(library ZynTickScheduler ZynPlatformHost ZynTickSchedulerTracepoints)
         if(TARGET ${library})
             get_target_property(libraryDir ${library} LIBRARY_OUTPUT_DIRECTORY)
             if(NOT libraryDir)
@@ -107,3 +112,10 @@ cpack_add_component(tools
     DEPENDS runtime host
     DESCRIPTION "Tools: the tick monitor zyn-tickmon, which runs the scheduler on the
 reference platform and reports how regularly the ticks arrive.")
+cpack_add_component(tracepoints
+    DISPLAY_NAME "LTTng tracepoint provider"
+    DEPENDS runtime
+    DESCRIPTION "The zyn_tick LTTng-UST tracepoint provider. With it installed, the library
+connects its tracepoints (ticks, passes, handler calls, overruns, the tick
+lock, handler changes and module phases) to LTTng sessions; without it they
+stay dormant. Record with: lttng enable-event --userspace 'zyn_tick:*'.")

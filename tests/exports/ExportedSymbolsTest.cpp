@@ -30,6 +30,7 @@ const std::string kWakeVersionNode = kVersionNode + ".3";
 /// The node of the fast scheduler's oscillator access; it inherits
 /// kWakeVersionNode.
 const std::string kFastOscillatorVersionNode = kVersionNode + ".4";
+const std::string kEventCaptureVersionNode = kVersionNode + ".5";
 
 const SharedObject& library() {
     static const SharedObject object = elf_inspection::readSharedObject(kLibrary);
@@ -98,6 +99,14 @@ const std::set<std::string>& fastOscillatorFunctions() {
     return names;
 }
 
+/// The event capture, added under kEventCaptureVersionNode.
+const std::set<std::string>& eventCaptureFunctions() {
+    static const std::set<std::string> names = {
+        "CTickScheduler_StartEventCapture",     "CTickScheduler_StopEventCapture",     "CTickScheduler_ReadEvents",
+        "CTickSchedulerFast_StartEventCapture", "CTickSchedulerFast_StopEventCapture", "CTickSchedulerFast_ReadEvents"};
+    return names;
+}
+
 const std::set<std::string>& tickOscillatorSymbols() {
     static const std::set<std::string> names = {
         "_ZN14TickOscillatorC1Ev",                                      // TickOscillator()
@@ -151,6 +160,7 @@ std::set<std::string> requiredExports() {
     names.insert(statisticsFunctions().begin(), statisticsFunctions().end());
     names.insert(wakeFunctions().begin(), wakeFunctions().end());
     names.insert(fastOscillatorFunctions().begin(), fastOscillatorFunctions().end());
+    names.insert(eventCaptureFunctions().begin(), eventCaptureFunctions().end());
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -198,7 +208,7 @@ TEST(SharedLibrary, SonameCarriesTheAbiMajorVersion) {
 
 TEST(SharedLibrary, DefinesTheAbiVersionNodeAndOneNodePerAddition) {
     EXPECT_EQ((std::vector<std::string>{kVersionNode, kGridVersionNode, kStatisticsVersionNode, kWakeVersionNode,
-                                        kFastOscillatorVersionNode}),
+                                        kFastOscillatorVersionNode, kEventCaptureVersionNode}),
               library().versionNodes);
 }
 
@@ -212,7 +222,8 @@ std::vector<AddedNode> addedNodes() {
     return {{kGridVersionNode, gridFunctions()},
             {kStatisticsVersionNode, statisticsFunctions()},
             {kWakeVersionNode, wakeFunctions()},
-            {kFastOscillatorVersionNode, fastOscillatorFunctions()}};
+            {kFastOscillatorVersionNode, fastOscillatorFunctions()},
+            {kEventCaptureVersionNode, eventCaptureFunctions()}};
 }
 
 TEST(SharedLibrary, EachAdditionIsBoundToItsOwnNodeAndEverythingElseToTheAbiNode) {

@@ -68,16 +68,19 @@ protected:
     std::set<std::string> exported;
 };
 
-TEST_F(FastExports, OnlyStartUpShutDownTheOscillatorTheGridQueryTheStatisticsAndThePrecisionWakeAreExportedByName) {
+TEST_F(FastExports,
+       OnlyStartUpShutDownTheOscillatorTheGridQueryStatisticsPrecisionWakeAndEventCaptureAreExportedByName) {
     EXPECT_EQ(
         withPrefix(exported, "CTickSchedulerFast_"),
         (std::vector<std::string>{"CTickSchedulerFast_DisableStatistics", "CTickSchedulerFast_EnableStatistics",
                                   "CTickSchedulerFast_GetHandlerStatistics", "CTickSchedulerFast_GetPrecisionWake",
                                   "CTickSchedulerFast_GetSchedulerStatistics", "CTickSchedulerFast_GetTickGrid",
                                   "CTickSchedulerFast_GetTickOscillator", "CTickSchedulerFast_Initialize",
-                                  "CTickSchedulerFast_ResetPrecisionWake", "CTickSchedulerFast_ResetStatistics",
-                                  "CTickSchedulerFast_SetWakeLeadAdaptive", "CTickSchedulerFast_SetWakeLeadFixed",
-                                  "CTickSchedulerFast_SetWakeLeadOff", "CTickSchedulerFast_Uninitialize"}));
+                                  "CTickSchedulerFast_ReadEvents", "CTickSchedulerFast_ResetPrecisionWake",
+                                  "CTickSchedulerFast_ResetStatistics", "CTickSchedulerFast_SetWakeLeadAdaptive",
+                                  "CTickSchedulerFast_SetWakeLeadFixed", "CTickSchedulerFast_SetWakeLeadOff",
+                                  "CTickSchedulerFast_StartEventCapture", "CTickSchedulerFast_StopEventCapture",
+                                  "CTickSchedulerFast_Uninitialize"}));
 }
 
 TEST_F(FastExports, ModuleStateStaysInsideTheLibrary) {

@@ -12,6 +12,12 @@ set -euo pipefail
 
 build_dir="$(cd "${1:?usage: $0 BUILD_DIR}" && pwd)"
 packages=(libzyntickscheduler1 libzyntickscheduler-dev zynplatformhost zyntickscheduler-tools)
+# The tracepoint provider is packaged when the build has it.
+with_tracepoints=""
+if compgen -G "$build_dir/PlatformServices/libZynTickSchedulerTracepoints.so*" >/dev/null; then
+    with_tracepoints=yes
+    packages+=(libzyntickscheduler-tracepoints1)
+fi
 work_dir="$(mktemp -d)"
 
 log() {
@@ -74,6 +80,22 @@ done
 
 log "zyn-tickmon from the tools package"
 zyn-tickmon --quiet --ticks 50 >/dev/null
+
+if [[ -n "$with_tracepoints" ]]; then
+    log "the installed library opens the installed tracepoint provider"
+    LD_DEBUG=files zyn-tickmon --quiet --ticks 5 2>&1 >/dev/null |
+        grep -q 'calling init: /usr/lib/.*libZynTickSchedulerTracepoints.so.1' ||
+        { log "the installed provider was not opened"; exit 1; }
+    cat > "$work_dir/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.21)
+project(find_tracepoints LANGUAGES CXX)
+find_package(ZynTickScheduler 1 CONFIG REQUIRED COMPONENTS tracepoints)
+if(NOT TARGET ZynTickScheduler::ZynTickSchedulerTracepoints)
+    message(FATAL_ERROR "no tracepoint provider target")
+endif()
+CMAKE
+    cmake -S "$work_dir" -B "$work_dir/find-tracepoints" >/dev/null
+fi
 
 log "removing the packages"
 remove_packages

@@ -22,6 +22,7 @@
 
 #include "HistogramLines.h"
 #include "TemporaryDirectory.h"
+#include "TimelineChecks.h"
 #include "TimingEnvironment.h"
 
 extern char** environ;
@@ -263,6 +264,54 @@ TEST(TickMonitorRun, FastGridWithIntervalsIsAUsageError) {
               "zyn-tickmon: --intervals: the fast scheduler calls every handler on every tick; expected no "
               "--intervals with --grid fast\n");
     EXPECT_EQ(run.out, "");
+}
+
+/// Runs the monitor with --json and --timeline besides `arguments` and
+/// checks the timeline as a viewer reads it against the run's own report:
+/// the same passes, the same calls of every handler, and the probe's ticks.
+void expectTimelineMatchesTheReport(std::vector<std::string> arguments) {
+    TemporaryDirectory files;
+    const std::string reportFile = files.file("report.json");
+    const std::string timelineFile = files.file("timeline.json");
+    arguments.insert(arguments.end(), {"--quiet", "--json", reportFile, "--timeline", timelineFile});
+    const ProgramRun run = runTickmon(arguments);
+    ASSERT_EQ(run.exitStatus, 0) << run.err;
+    const nlohmann::json report = nlohmann::json::parse(TemporaryDirectory::read(reportFile));
+    nlohmann::json timeline;
+    ASSERT_NO_THROW(timeline = nlohmann::json::parse(TemporaryDirectory::read(timelineFile)));
+
+    const tickmon::TimelineShape shape = tickmon::checkTimeline(timeline);
+    EXPECT_TRUE(shape.problems.empty()) << shape.problems;
+    EXPECT_EQ(timeline["otherData"]["lost_events"], 0);
+    EXPECT_EQ(timeline["otherData"]["truncated"], false);
+    const uint64_t passes = report["passes"].get<uint64_t>();
+    EXPECT_GT(passes, 0u);
+    EXPECT_EQ(shape.passes, passes);
+    EXPECT_EQ(report["timeline"]["passes"].get<uint64_t>(), passes);
+    EXPECT_EQ(shape.ticks, report["ticks"]["recorded"].get<uint64_t>());
+    ASSERT_FALSE(report["handlers"].empty());
+    for (const nlohmann::json& handler : report["handlers"]) {
+        const std::string name = handler["name"].get<std::string>();
+        const uint64_t calls = shape.callsPerHandler.count(name) != 0 ? shape.callsPerHandler.at(name) : 0;
+        EXPECT_EQ(calls, handler["calls"].get<uint64_t>()) << name;
+        EXPECT_EQ(report["timeline"]["calls"][name].get<uint64_t>(), handler["calls"].get<uint64_t>()) << name;
+    }
+    // The probe runs in every pass.
+    EXPECT_EQ(shape.callsPerHandler.at("tickmon-probe"), passes);
+}
+
+TEST(TickMonitorRun, TenSecondTimelineIsValidTraceEventJsonWhoseCountsEqualTheReport) {
+    expectTimelineMatchesTheReport({"--duration", "10s"});
+}
+
+TEST(TickMonitorRun, FastGridTimelineCountsEqualTheReport) {
+    expectTimelineMatchesTheReport({"--grid", "fast", "--duration", "1s"});
+}
+
+TEST(TickMonitorRun, TimelineThatIsNoJsonFileNameIsAUsageError) {
+    const ProgramRun run = runTickmon({"--ticks", "3", "--timeline", "trace.txt"});
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_TRUE(contains(run.err, "--timeline")) << run.err;
 }
 
 TEST(TickMonitorRun, HistogramFileHasCyclictestLayout) {

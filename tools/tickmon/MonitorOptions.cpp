@@ -199,6 +199,16 @@ void addOutput(CLI::App& app, MonitorOptions& o) {
                                         "one bucket per microsecond"},
         o.histogramBuckets);
     zyn_cli::addValueOption(app, group,
+                            {"--timeline", "FILE.json",
+                             "every tick, pass and handler call as a timeline in the Trace Event Format (open it in "
+                             "Perfetto's UI or chrome://tracing)",
+                             "a file name ending in .json", fileNameInto(o.timelinePath, ".json")});
+    zyn_cli::addIntegerOption(
+        app, group, "--timeline-max-mb", "N",
+        "stop adding to the timeline at N megabytes, default " + std::to_string(o.timelineMaxMb),
+        zyn_cli::IntegerRange<uint32_t>{limits::kMinTimelineMb, limits::kMaxTimelineMb, nullptr, "megabytes"},
+        o.timelineMaxMb);
+    zyn_cli::addValueOption(app, group,
                             {"--plot", "FILE.png", "histogram picture (needs gnuplot on PATH)",
                              "a file name ending in .png", fileNameInto(o.plotPath, ".png")});
 }

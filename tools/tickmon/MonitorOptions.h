@@ -23,7 +23,9 @@ constexpr uint32_t kMaxInterval = 100000;
 constexpr int64_t kMaxWorkNs = 6000000;  // one 6 ms tick
 constexpr uint32_t kMaxTraceLevel = 7;
 constexpr uint32_t kMinHistogramBuckets = 1;
-constexpr uint32_t kMaxHistogramBuckets = 6000;   // a whole tick in microseconds
+constexpr uint32_t kMaxHistogramBuckets = 6000;  // a whole tick in microseconds
+constexpr uint32_t kMinTimelineMb = 1;
+constexpr uint32_t kMaxTimelineMb = 65536;
 constexpr int64_t kMaxCpuLatencyUs = 2000000000;  // the kernel takes a signed 32-bit value
 constexpr uint32_t kMaxCpu = 1023;
 constexpr int64_t kMinBreakTraceUs = 1;
@@ -75,6 +77,9 @@ struct MonitorOptions {
     std::string histogramPath;
     std::string plotPath;
     uint32_t histogramBuckets = 1000;
+    /// The run as a Trace Event Format timeline, cut at timelineMaxMb.
+    std::string timelinePath;
+    uint32_t timelineMaxMb = 256;
     /// Disables one handler for a few ticks, so the self-test must fail:
     /// a check of the checker.
     bool injectFault = false;

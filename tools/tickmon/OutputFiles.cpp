@@ -22,7 +22,8 @@ bool openOne(const char* option, const std::string& path, std::unique_ptr<std::o
 
 bool OutputFiles::open(const MonitorOptions& options, std::string& error) {
     return openOne("--json", options.jsonPath, json, error) &&
-           openOne("--histogram", options.histogramPath, histogram, error);
+           openOne("--histogram", options.histogramPath, histogram, error) &&
+           openOne("--timeline", options.timelinePath, timeline, error);
 }
 
 }  // namespace tickmon

@@ -9,11 +9,12 @@
 
 namespace tickmon {
 
-/// The --json and --histogram files, opened before the run so that a bad
+/// The --json, --histogram and --timeline files, opened before the run so that a bad
 /// path is a usage error and not a lost run.
 struct OutputFiles {
     std::unique_ptr<std::ofstream> json;
     std::unique_ptr<std::ofstream> histogram;
+    std::unique_ptr<std::ofstream> timeline;
 
     /// Opens (and truncates) each file the options name; false with `error`
     /// naming the option, the path and the reason when one cannot be written.

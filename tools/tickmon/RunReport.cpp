@@ -173,6 +173,20 @@ const char* stopReasonName(StopReason reason) {
     return "duration";
 }
 
+namespace {
+
+void appendTimeline(std::string& out, const RunReport& report) {
+    if (!report.timeline) {
+        return;
+    }
+    const TimelineCounts& t = *report.timeline;
+    out += "Timeline: " + report.options.timelinePath + ": " + std::to_string(t.passes) + " passes, " +
+           std::to_string(t.ticks) + " ticks, " + std::to_string(t.stalls) + " stalls, " +
+           std::to_string(t.lostEvents) + " events lost" + (t.truncated ? ", cut at the size limit" : "") + "\n";
+}
+
+}  // namespace
+
 std::string formatReport(const RunReport& report) {
     std::string out;
     appendHeading(out, report);
@@ -184,6 +198,7 @@ std::string formatReport(const RunReport& report) {
     appendHandlers(out, report);
     out += formatHandlerTime(report.handlerTime);
     appendThread(out, report);
+    appendTimeline(out, report);
     out += formatPunctuality(report.punctuality);
     appendSelfTest(out, report);
     return out;
@@ -234,6 +249,20 @@ Json handlersJson(const std::vector<HandlerVerdict>& handlers) {
     return list;
 }
 
+Json timelineJson(const RunReport& report) {
+    if (!report.timeline) {
+        return nullptr;
+    }
+    const TimelineCounts& t = *report.timeline;
+    return {{"file", report.options.timelinePath},
+            {"ticks", t.ticks},
+            {"passes", t.passes},
+            {"calls", t.callsPerHandler},
+            {"stalls", t.stalls},
+            {"lost_events", t.lostEvents},
+            {"truncated", t.truncated}};
+}
+
 Json threadJson(const OscillatorThreadReport& t) {
     return {{"found", t.found},
             {"name", t.name},
@@ -264,6 +293,7 @@ std::string formatJson(const RunReport& report) {
         {"handlers", handlersJson(report.handlers)},
         {"handler_time", handlerTimeJson(report.handlerTime)},
         {"oscillator_thread", threadJson(report.thread)},
+        {"timeline", timelineJson(report)},
         {"punctuality", punctualityJson(report.punctuality)},
         {"system", systemJson(report.punctuality.system)},
         {"passed", report.passed},

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "OscillatorThreadReport.h"
 #include "PunctualityReport.h"
 #include "TickAnalysis.h"
+#include "TimelineWriter.h"
 #include "WakeReport.h"
 
 namespace tickmon {
@@ -41,6 +43,8 @@ struct RunReport {
     PunctualityReport punctuality;
     /// The precision wake the scheduler ran with, and its figures.
     WakeReport wake;
+    /// What --timeline wrote, when it was asked for.
+    std::optional<TimelineCounts> timeline;
     /// Every handler called as often as its interval requires, no tick
     /// before its grid point and no grid point with more than one tick.
     bool passed = false;

@@ -28,7 +28,10 @@ const SchedulerEntryPoints kScheduler{"CTickScheduler",
                                       &CTickScheduler_SetWakeLeadOff,
                                       &CTickScheduler_SetWakeLeadFixed,
                                       &CTickScheduler_SetWakeLeadAdaptive,
-                                      &CTickScheduler_GetPrecisionWake};
+                                      &CTickScheduler_GetPrecisionWake,
+                                      &CTickScheduler_StartEventCapture,
+                                      &CTickScheduler_StopEventCapture,
+                                      &CTickScheduler_ReadEvents};
 
 const SchedulerEntryPoints kFast{"CTickSchedulerFast",
                                  "zyn-ts-osc1",
@@ -41,7 +44,10 @@ const SchedulerEntryPoints kFast{"CTickSchedulerFast",
                                  &CTickSchedulerFast_SetWakeLeadOff,
                                  &CTickSchedulerFast_SetWakeLeadFixed,
                                  &CTickSchedulerFast_SetWakeLeadAdaptive,
-                                 &CTickSchedulerFast_GetPrecisionWake};
+                                 &CTickSchedulerFast_GetPrecisionWake,
+                                 &CTickSchedulerFast_StartEventCapture,
+                                 &CTickSchedulerFast_StopEventCapture,
+                                 &CTickSchedulerFast_ReadEvents};
 
 template <typename Interface>
 Interface* brokerInterface(const char* name, std::string& error) {

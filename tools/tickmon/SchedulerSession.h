@@ -22,6 +22,7 @@
 #include "ITickSchedulerFast.h"
 #include "MonitorOptions.h"
 #include "STickHandler.h"
+#include "TickEventCapture.h"
 #include "TickGrid.h"
 #include "TickPrecisionWake.h"
 #include "TickStatistics.h"
@@ -43,6 +44,9 @@ struct SchedulerEntryPoints {
     uint32_t (*setWakeLeadFixed)(int64_t);
     uint32_t (*setWakeLeadAdaptive)();
     uint32_t (*getPrecisionWake)(STickPrecisionWake*);
+    uint32_t (*startEventCapture)();
+    uint32_t (*stopEventCapture)();
+    uint32_t (*readEvents)(STickEvent*, uint32_t, uint32_t*, uint64_t*);
 };
 
 /// The entry points of the scheduler that owns `grid`.

@@ -31,6 +31,7 @@
 #include "TickHandlers.h"
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
+#include "TimelineCapture.h"
 #include "WakeReport.h"
 #include "ZynSupport/MonotonicClock.h"
 
@@ -92,7 +93,7 @@ void reserveTimestamps(std::vector<int64_t>& timestamps, const MonitorOptions& o
 /// duration, the tick count, an interrupt, a tick later than --break-trace.
 RunLoopResult runLoop(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers,
                       std::vector<int64_t>& timestamps, int64_t startNs, const PublishedGrid& grid,
-                      StatusPrinter& status, BreakTrace* breakTrace) {
+                      StatusPrinter& status, BreakTrace* breakTrace, TimelineCapture& timeline) {
     GridTally live(grid);
     FaultInjection fault(options.injectFault, handlers);
     int64_t nextStatusNs = startNs + kStatusEveryNs;
@@ -107,6 +108,7 @@ RunLoopResult runLoop(const MonitorOptions& options, SchedulerSession& session, 
             live.add(timestamps[i]);
             broke = broke || (breakTrace != nullptr && breakTrace->add(latenessNs));
         }
+        timeline.drain(timestamps, grid);
         const int64_t now = monotonicNowNs();
         result.elapsedNs = now - startNs;
         const bool faultDone = fault.step(session);
@@ -307,13 +309,17 @@ MachineSetting prepareMachine(const MonitorOptions& options, const std::optional
 /// blocked interrupts and the --cpu pinning of this thread), then waits for
 /// the published grid. `startNs` is taken just before the ticks start. False
 /// with `error` set; the handlers are unregistered again then.
-bool startTicking(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers, int64_t& startNs,
-                  PublishedGrid& grid, std::string& error) {
+bool startTicking(const MonitorOptions& options, SchedulerSession& session, TickHandlers& handlers,
+                  TimelineCapture& timeline, int64_t& startNs, PublishedGrid& grid, std::string& error) {
     if (!session.initialize(static_cast<ETickPriority>(options.priority), error)) {
         return false;
     }
     const SchedulerEntryPoints& library = session.entryPoints();
     bool started = handlers.registerAll(session, error);
+    if (started && !timeline.startCapture()) {
+        error = "the scheduler's event capture for --timeline could not be switched on";
+        started = false;
+    }
     if (started && !applyWakeLead(options, library)) {
         std::fprintf(stderr, "zyn-tickmon: warning: --wake-lead %s not applied\n",
                      wakeLeadName(options.wakeLeadNs).c_str());
@@ -425,20 +431,23 @@ int runMonitor(const MonitorOptions& options) {
     TickHandlers handlers(options.handlerCount, options.intervals, work, kRingCapacity);
     int64_t startNs = 0;
     PublishedGrid grid;
-    if (!startTicking(options, session, handlers, startNs, grid, error)) {
+    TimelineCapture timeline(files.timeline.get(), uint64_t{options.timelineMaxMb} << 20U, session.entryPoints());
+    if (!startTicking(options, session, handlers, timeline, startNs, grid, error)) {
         return failStartUp(error, session);
     }
+    timeline.begin(startNs);
     OscillatorThreadWatch threadWatch(session.entryPoints().oscillatorThreadName);
     threadWatch.begin(kNanosecondsPerSecond);
     StatusPrinter status(!options.quiet);
     const RunLoopResult loop =
-        runLoop(options, session, handlers, timestamps, startNs, grid, status, machine.breakTrace.get());
+        runLoop(options, session, handlers, timestamps, startNs, grid, status, machine.breakTrace.get(), timeline);
 
     RunReport report;
     report.thread = threadWatch.finish();
     describeThreadPlacement(report.thread, machine.punctuality);
     collectFromLibrary(options, session, handlers, report);
     analyzeRun(options, handlers, timestamps, grid, loop, report);
+    report.timeline = timeline.finish(timestamps, grid);
     status.finish(statusFigures(report.ticks.tally, loop.elapsedNs, plannedRunNs(options, periodNs)));
     if (machine.breakTrace) {
         machine.punctuality.breakTrace = machine.breakTrace->result();

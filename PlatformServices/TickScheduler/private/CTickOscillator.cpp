@@ -13,6 +13,7 @@
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
+#include "Tracepoints.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace {
@@ -80,6 +81,21 @@ ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timesp
     // signal ever produces an early tick. Other errors count as a completed
     // sleep: the next iteration measures the clock again anyway.
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
+}
+
+/// The tick tracepoint, while a session records it: the grid point at or
+/// before the wake-up and how far past it the oscillator woke.
+ZYN_TS_TICK_PATH void traceTick(ETickDelay delay, const timespec& startInstant) {
+    if (!ZYN_TS_TRACEPOINT_ENABLED(tick)) {
+        return;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t periodNs = periodNanoseconds(delay);
+    const int64_t elapsedNs = zyn_support::toNanoseconds(now) - zyn_support::toNanoseconds(startInstant);
+    const int64_t gridPoint = elapsedNs / periodNs;
+    ZYN_TS_TRACEPOINT(tick, static_cast<uint32_t>(periodNs / 1000), static_cast<uint64_t>(gridPoint),
+                      elapsedNs - gridPoint * periodNs);
 }
 
 }  // namespace
@@ -250,10 +266,16 @@ ZYN_TS_TICK_PATH void TickOscillator::run() {
         const uint32_t mode = zyn_ts::PrecisionWake::modeOf(control);
         if (mode == TICK_WAKE_OFF) {
             sleepUntilNextGridPoint(*this, startInstant, grid, wake, previousSleepEndNs);
+            if (!frozen.load(std::memory_order_relaxed)) {
+                traceTick(delay.load(std::memory_order_relaxed), startInstant);
+            }
             deliverTick();
         } else {
             previousSleepEndNs = 0;
             if (zyn_ts::sleepAndSpinToNextGridPoint(*this, startInstant, grid, wake, mode)) {
+                if (!frozen.load(std::memory_order_relaxed)) {
+                    traceTick(delay.load(std::memory_order_relaxed), startInstant);
+                }
                 deliverTick();
             }
         }

@@ -17,6 +17,7 @@
 #include "ITickScheduler.h"
 #include "InterfaceBroker.h"
 #include "InterfaceSlots.h"
+#include "ObservedPass.h"
 #include "OscillatorSetup.h"
 #include "PlatformRegistration.h"
 #include "StatisticsClock.h"
@@ -25,6 +26,7 @@
 #include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
+#include "TracepointProvider.h"
 
 namespace {
 
@@ -111,25 +113,27 @@ __attribute__((always_inline)) inline void callTickFunction(const STickHandler& 
     }
 }
 
-/// The same, timed: the pass records the call's duration once it holds the
-/// mutex again. The slot is looked up only then, so that nothing but the
-/// clock reading stands between the tick and the handler's call: a record
-/// the call unregisters is retired, not freed, until the pass ends, so its
-/// address and its name still name this handler (its slot is gone then, and
-/// only the pass counts the call).
-ZYN_TS_TICK_PATH void callTimedTickFunction(CTickScheduler& state, zyn_ts::PassTiming& pass,
-                                            const STickHandler& handler, std::unique_lock<std::mutex>& lock) {
+/// The same, told to the pass's observers: the statistics record the call's
+/// duration once the pass holds the mutex again. The slot is looked up only
+/// then, so that nothing but the observers' readings stands between the tick
+/// and the handler's call: a record the call unregisters is retired, not
+/// freed, until the pass ends, so its address and its name still name this
+/// handler (its slot is gone then, and only the pass counts the call).
+ZYN_TS_TICK_PATH void callObservedTickFunction(CTickScheduler& state, zyn_ts::ObservedPass& pass,
+                                               const STickHandler& handler, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
-    const int64_t startNs = zyn_ts::statisticsNowNs();
-    pass.callStarts(startNs);
+    const int64_t startNs = pass.callBegins(&handler, handler.name);
     callTickFunction(handler);
-    const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
+    const int64_t endNs = pass.callEnds(&handler, handler.name);
     lock.lock();
-    state.statistics.recordCall(pass, state.statistics.slotFor(&handler), handler.name, callNs);
+    if (pass.isTimed()) {
+        state.statistics.recordCall(pass.timing(), state.statistics.slotFor(&handler), handler.name, endNs - startNs);
+    }
 }
 
 /// One line per overrun that the rate limit lets through.
 void traceOverrun(const zyn_ts::OverrunReport& report) {
+    zyn_ts::traceOverrunEvent(zyn_ts::TracedScheduler::Scheduler, report);
     if (!report.due) {
         return;
     }
@@ -147,19 +151,19 @@ __attribute__((always_inline)) inline void advanceCounter(STickHandler& handler)
     handler.currentInterval.store(next >= handler.tickInterval ? 0u : next, std::memory_order_relaxed);
 }
 
-/// Walks the handlers of one pass (see CTickScheduler_OnTick); with `Timed`
-/// every call is timed into `pass`.
-template <bool Timed>
+/// Walks the handlers of one pass (see CTickScheduler_OnTick); with
+/// `Observed` every call is told to `pass`.
+template <bool Observed>
 ZYN_TS_TICK_PATH void walkHandlers(CTickScheduler& state, std::unique_lock<std::mutex>& lock, size_t handlerCount,
-                                   zyn_ts::PassTiming* pass) {
+                                   zyn_ts::ObservedPass* pass) {
     for (size_t position = 0; position < handlerCount; ++position) {
         STickHandler* const handler = passHandlerAt(state, position);
         if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
             continue;
         }
         if (isDue(state, *handler)) {
-            if constexpr (Timed) {
-                callTimedTickFunction(state, *pass, *handler, lock);
+            if constexpr (Observed) {
+                callObservedTickFunction(state, *pass, *handler, lock);
             } else {
                 lock.unlock();
                 callTickFunction(*handler);
@@ -174,13 +178,17 @@ ZYN_TS_TICK_PATH void walkHandlers(CTickScheduler& state, std::unique_lock<std::
     }
 }
 
-/// A timed pass, kept out of line: the pass without statistics then stays as
-/// small as it was, and the compiler inlines its helpers as before.
-ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedPass(CTickScheduler& state, std::unique_lock<std::mutex>& lock,
-                                                             size_t handlerCount) {
-    zyn_ts::PassTiming pass;
+/// A watched pass, kept out of line: the plain pass then stays as small as
+/// it was, and the compiler inlines its helpers as before.
+ZYN_TS_TICK_PATH __attribute__((noinline)) void runObservedPass(CTickScheduler& state,
+                                                                std::unique_lock<std::mutex>& lock,
+                                                                size_t handlerCount) {
+    zyn_ts::ObservedPass pass(zyn_ts::TracedScheduler::Scheduler, state.statistics, zyn_ts::schedulerEventRing);
     walkHandlers<true>(state, lock, handlerCount, &pass);
-    traceOverrun(state.statistics.endPass(pass));
+    if (pass.isTimed()) {
+        traceOverrun(state.statistics.endPass(pass.timing()));
+    }
+    pass.ends();
 }
 
 /// Frees what was unregistered during the pass and makes the pass copy big
@@ -261,8 +269,11 @@ ITickScheduler::~ITickScheduler() = default;
 
 // ---- Tick lock --------------------------------------------------------------
 
-std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock() {
-    CTickScheduler& state = tickScheduler;
+namespace {
+
+/// Takes the mutex and waits out a running pass (see CTickScheduler.h);
+/// `waitedForPass` says whether it had to.
+std::unique_lock<std::mutex> takeTickLock(CTickScheduler& state, bool& waitedForPass) {
     std::unique_lock<std::mutex> lock(state.tickMutex);
     if (!state.inTick) {
         return lock;
@@ -271,11 +282,29 @@ std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock() {
     // mutex around the tick function that is calling in.
     const pthread_t self = pthread_self();
     while (pthread_equal(state.tickThreadId, self) == 0) {
+        waitedForPass = true;
         state.tickDone.wait(lock);
         if (!state.inTick) {
             break;
         }
     }
+    return lock;
+}
+
+}  // namespace
+
+std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock() {
+    CTickScheduler& state = tickScheduler;
+    bool waitedForPass = false;
+    // One branch while no session records the lock's events.
+    if (!(ZYN_TS_TRACEPOINT_ENABLED(tick_lock_wait) || ZYN_TS_TRACEPOINT_ENABLED(tick_lock_taken))) {
+        return takeTickLock(state, waitedForPass);
+    }
+    constexpr int kScheduler = static_cast<int>(zyn_ts::TracedScheduler::Scheduler);
+    ZYN_TS_TRACEPOINT(tick_lock_wait, kScheduler);
+    const int64_t askedNs = zyn_ts::monotonicNowNs();
+    std::unique_lock<std::mutex> lock = takeTickLock(state, waitedForPass);
+    ZYN_TS_TRACEPOINT(tick_lock_taken, kScheduler, zyn_ts::monotonicNowNs() - askedNs, waitedForPass ? 1 : 0);
     return lock;
 }
 
@@ -300,9 +329,9 @@ extern "C" ZYN_TS_TICK_PATH void CTickScheduler_OnTick(void* /*context*/) {
     state.inTick = true;
     state.tickThreadId = pthread_self();
     // Decided once per pass: switching during the pass applies to the next.
-    // The untimed walk is a separate instance that pays nothing for them.
-    if (state.statistics.isOn()) {
-        runTimedPass(state, lock, handlerCount);
+    // The plain walk is a separate instance that pays nothing for observers.
+    if (zyn_ts::isWatched(state.statistics, zyn_ts::schedulerEventRing)) {
+        runObservedPass(state, lock, handlerCount);
     } else {
         walkHandlers<false>(state, lock, handlerCount, nullptr);
     }
@@ -351,6 +380,8 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
     // No allocation: a slot of the statistics' static table, claimed under
     // the tick lock, while no pass runs.
     state.statistics.addHandler(record.get());
+    ZYN_TS_TRACEPOINT(handler_registered, static_cast<int>(zyn_ts::TracedScheduler::Scheduler), record.get(),
+                      record[0].name);
     *tickHandler = record.release();
     return TickResult::Success;
 }
@@ -359,12 +390,12 @@ extern "C" uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandle
 
 extern "C" uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler) {
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
-    return zyn_ts::storeEnabled(handler, 1);
+    return zyn_ts::storeEnabled(zyn_ts::TracedScheduler::Scheduler, handler, 1);
 }
 
 extern "C" uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler) {
     std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
-    return zyn_ts::storeEnabled(handler, 0);
+    return zyn_ts::storeEnabled(zyn_ts::TracedScheduler::Scheduler, handler, 0);
 }
 
 extern "C" uint32_t CTickScheduler_Freeze(void) {
@@ -406,6 +437,8 @@ extern "C" uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle) 
     } else {
         ZYN_TS_TRACE(KIV_TRACE_INFO, "CTickScheduler_UnregisterTickHandler",
                      "Tick Handler " << handler->name << " unregistered successfully");
+        ZYN_TS_TRACEPOINT(handler_unregistered, static_cast<int>(zyn_ts::TracedScheduler::Scheduler), handler,
+                          handler->name);
         state.statistics.removeHandler(handler);
         if (duringPass) {
             // The running pass may still hold the record; it is freed when
@@ -552,6 +585,7 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     // No lock: a client that holds the tick lock may call Initialize.
     state.statistics.applyEnvironmentOnce();
     state.oscillatorAttachment.wake.applyEnvironmentOnce();
+    zyn_ts::openTracepointProviderOnce();
     return TickResult::Success;
 }
 
@@ -581,7 +615,10 @@ extern "C" uint32_t CTickScheduler_PhaseModuleStartTick(void) {
     return TickResult::Success;
 }
 
-extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+namespace {
+
+/// The phase itself; the exported callback adds its tracepoint.
+uint32_t handlePhase(uint32_t phase) {
     {
         std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
         if (tickScheduler.initialized.load(std::memory_order_relaxed) == 0) {
@@ -613,6 +650,14 @@ extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_OnPhaseActivation", "Phase not handled: " << phase);
             return TickResult::PhaseNotHandled;
     }
+}
+
+}  // namespace
+
+extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+    const uint32_t result = handlePhase(phase);
+    ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(zyn_ts::TracedScheduler::Scheduler), phase, result);
+    return result;
 }
 
 extern "C" void CTickScheduler_Uninitialize(void) {

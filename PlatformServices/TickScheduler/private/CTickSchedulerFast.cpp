@@ -10,6 +10,7 @@
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
 #include "InterfaceSlots.h"
+#include "ObservedPass.h"
 #include "OscillatorSetup.h"
 #include "PlatformRegistration.h"
 #include "StatisticsClock.h"
@@ -18,6 +19,7 @@
 #include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
+#include "TracepointProvider.h"
 
 namespace {
 
@@ -81,6 +83,7 @@ uint32_t removeAndFree(STickHandler** handle) {
         return TickResult::ListRemoveFailed;
     }
     ZYN_TS_TRACE(KIV_TRACE_INFO, Function, "Tick Handler " << nameOf(record) << " unregistered successfully");
+    ZYN_TS_TRACEPOINT(handler_unregistered, static_cast<int>(zyn_ts::TracedScheduler::Fast), record, nameOf(record));
     fastDispatchStatistics.removeHandler(record);
     delete record;
     *handle = nullptr;
@@ -94,24 +97,26 @@ ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
             tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
 }
 
-/// Calls the handler and records how long it took. The slot and the name are
-/// taken before the call: the call may unregister and free its own record
-/// (which leaves the slot a tombstone that no one claims during the pass,
-/// since claims need the mutex this pass holds).
-ZYN_TS_TICK_PATH void callTimed(zyn_ts::PassTiming& pass, const STickHandler& handler) {
-    zyn_ts::HandlerSlot* const slot = fastDispatchStatistics.slotFor(&handler);
+/// Calls the handler and tells the pass's observers. The slot and the name
+/// are taken before the call: the call may unregister and free its own
+/// record (which leaves the slot a tombstone that no one claims during the
+/// pass, since claims need the mutex this pass holds).
+ZYN_TS_TICK_PATH void callObserved(zyn_ts::ObservedPass& pass, const STickHandler& handler) {
+    zyn_ts::HandlerSlot* const slot = pass.isTimed() ? fastDispatchStatistics.slotFor(&handler) : nullptr;
     char name[zyn_ts::kNameBytes];
     std::memcpy(name, handler.name, sizeof(name));
-    const int64_t startNs = zyn_ts::statisticsNowNs();
-    pass.callStarts(startNs);
+    const int64_t startNs = pass.callBegins(&handler, name);
     handler.tickReceiver.onTick(handler.tickReceiver.context);
-    const int64_t callNs = zyn_ts::statisticsNowNs() - startNs;
-    const bool stillRegistered = slot != nullptr && slot->key.load(std::memory_order_relaxed) == &handler;
-    fastDispatchStatistics.recordCall(pass, stillRegistered ? slot : nullptr, name, callNs);
+    const int64_t endNs = pass.callEnds(&handler, name);
+    if (pass.isTimed()) {
+        const bool stillRegistered = slot != nullptr && slot->key.load(std::memory_order_relaxed) == &handler;
+        fastDispatchStatistics.recordCall(pass.timing(), stillRegistered ? slot : nullptr, name, endNs - startNs);
+    }
 }
 
 /// One line per overrun that the rate limit lets through.
 void traceOverrun(const zyn_ts::OverrunReport& report) {
+    zyn_ts::traceOverrunEvent(zyn_ts::TracedScheduler::Fast, report);
     if (!report.due) {
         return;
     }
@@ -127,10 +132,10 @@ void traceOverrun(const zyn_ts::OverrunReport& report) {
 /// held by the caller. The cursor has already moved past the element it
 /// delivers, so a handler may remove itself (unlocked variant) and the walk
 /// goes on with the next one; a record is never touched after its call.
-/// With `Timed` every call is timed into `pass`; the untimed instance pays
-/// nothing for them.
-template <bool Timed>
-ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::PassTiming* pass) {
+/// With `Observed` every call is told to `pass`; the plain instance pays
+/// nothing for it.
+template <bool Observed>
+ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::ObservedPass* pass) {
     CList* const list = &tickSchedulerFastModule.handlerList;
     CListCursor cursor = nullptr;
     void* element = nullptr;
@@ -150,8 +155,8 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::PassTiming* pass) {
         }
         const auto* const handler = static_cast<const STickHandler*>(element);
         if (isHandlerDue(*handler)) {
-            if constexpr (Timed) {
-                callTimed(*pass, *handler);
+            if constexpr (Observed) {
+                callObserved(*pass, *handler);
             } else {
                 handler->tickReceiver.onTick(handler->tickReceiver.context);
             }
@@ -162,12 +167,15 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::PassTiming* pass) {
     }
 }
 
-/// A timed dispatch, kept out of line so that the dispatch without
-/// statistics stays as it was.
-ZYN_TS_TICK_PATH __attribute__((noinline)) void runTimedDispatch() {
-    zyn_ts::PassTiming pass;
+/// A watched dispatch, kept out of line so that the plain one stays as it
+/// was.
+ZYN_TS_TICK_PATH __attribute__((noinline)) void runObservedDispatch() {
+    zyn_ts::ObservedPass pass(zyn_ts::TracedScheduler::Fast, fastDispatchStatistics, zyn_ts::fastEventRing);
     dispatchHandlers<true>(&pass);
-    traceOverrun(fastDispatchStatistics.endPass(pass));
+    if (pass.isTimed()) {
+        traceOverrun(fastDispatchStatistics.endPass(pass.timing()));
+    }
+    pass.ends();
 }
 
 /// Sets or clears the group's bit in `mask` (a handler's groups or the
@@ -232,6 +240,7 @@ extern "C" uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHan
     // No allocation: a slot of the statistics' static table, claimed while
     // no pass runs.
     fastDispatchStatistics.addHandler(record);
+    ZYN_TS_TRACEPOINT(handler_registered, static_cast<int>(zyn_ts::TracedScheduler::Fast), record, record->name);
     if (pthread_mutex_unlock(&module.tickMutex) != 0) {
         // The record is in the list and will be called, but the client is not
         // given its handle: it sees the failure and must not assume the
@@ -273,11 +282,11 @@ extern "C" uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHand
 }
 
 extern "C" uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle) {
-    return zyn_ts::storeEnabled(handle, 1);
+    return zyn_ts::storeEnabled(zyn_ts::TracedScheduler::Fast, handle, 1);
 }
 
 extern "C" uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle) {
-    return zyn_ts::storeEnabled(handle, 0);
+    return zyn_ts::storeEnabled(zyn_ts::TracedScheduler::Fast, handle, 0);
 }
 
 // ---- Tick ------------------------------------------------------------------
@@ -289,8 +298,8 @@ extern "C" ZYN_TS_TICK_PATH void CTickSchedulerFast_OnTick(void* /*context*/) {
         return;
     }
     if (CList_IsEmpty(&module.handlerList) == 0) {
-        if (fastDispatchStatistics.isOn()) {
-            runTimedDispatch();
+        if (zyn_ts::isWatched(fastDispatchStatistics, zyn_ts::fastEventRing)) {
+            runObservedDispatch();
         } else {
             dispatchHandlers<false>(nullptr);
         }
@@ -358,6 +367,7 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     module.initialized = 1;
     fastDispatchStatistics.applyEnvironmentOnce();
     module.oscillatorAttachment.wake.applyEnvironmentOnce();
+    zyn_ts::openTracepointProviderOnce();
     return TickResult::Success;
 }
 
@@ -372,7 +382,10 @@ extern "C" void CTickSchedulerFast_Uninitialize(void) {
     fastDispatchStatistics.dropAllHandlers();
 }
 
-extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+namespace {
+
+/// The phase itself; the exported callback adds its tracepoint.
+uint32_t handlePhase(uint32_t phase) {
     if (tickSchedulerFastModule.initialized == 0) {
         return TickResult::ModuleNotInitialized;
     }
@@ -391,4 +404,12 @@ extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnPhaseActivation", "Phase not handled: " << phase);
             return TickResult::PhaseNotHandled;
     }
+}
+
+}  // namespace
+
+extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+    const uint32_t result = handlePhase(phase);
+    ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(zyn_ts::TracedScheduler::Fast), phase, result);
+    return result;
 }

@@ -250,16 +250,17 @@ OverrunReport DispatchStatistics::rateLimitedReport(const PassTiming& pass, int6
         limit = OverrunLimit{};
         limit.epoch = currentEpoch;
     }
-    if (limit.reported && nowNs - limit.lastReportNs < kOverrunReportIntervalNs) {
-        ++limit.sinceReport;
-        return OverrunReport{};
-    }
     OverrunReport report;
-    report.due = true;
+    report.overran = true;
     report.passNs = passNs;
     report.periodNs = period;
     report.culpritNs = std::max<int64_t>(pass.longestCallNs, 0);
     std::memcpy(report.culprit, pass.longestCallName, sizeof(report.culprit));
+    if (limit.reported && nowNs - limit.lastReportNs < kOverrunReportIntervalNs) {
+        ++limit.sinceReport;
+        return report;
+    }
+    report.due = true;
     report.suppressed = limit.sinceReport;
     limit.reported = true;
     limit.lastReportNs = nowNs;

@@ -95,8 +95,10 @@ struct PassTiming {
     }
 };
 
-/// What a module traces at the end of an overrunning pass, when one is due.
+/// An overrunning pass, as the statistics measured it: `overran` for every
+/// one, `due` when the rate limit lets its trace message through.
 struct OverrunReport {
+    bool overran = false;
     bool due = false;
     int64_t passNs = 0;
     int64_t periodNs = 0;

@@ -16,11 +16,16 @@ void fillHandlerRecord(STickHandler& record, const ITickReceiver& receiver, uint
     std::snprintf(record.name, sizeof(record.name), "%s", name);
 }
 
-uint32_t storeEnabled(STickHandler* handle, uint32_t enabled) {
+uint32_t storeEnabled(TracedScheduler scheduler, STickHandler* handle, uint32_t enabled) {
     if (handle == nullptr) {
         return TickResult::NullArgument;
     }
     handle->enabled.store(enabled, std::memory_order_relaxed);
+    if (enabled != 0) {
+        ZYN_TS_TRACEPOINT(handler_enabled, static_cast<int>(scheduler), handle, handle->name);
+    } else {
+        ZYN_TS_TRACEPOINT(handler_disabled, static_cast<int>(scheduler), handle, handle->name);
+    }
     return TickResult::Success;
 }
 

@@ -6,6 +6,7 @@
 
 #include "ITickReceiver.h"
 #include "STickHandler.h"
+#include "Tracepoints.h"
 
 namespace zyn_ts {
 
@@ -19,6 +20,8 @@ void fillHandlerRecord(STickHandler& record, const ITickReceiver& receiver, uint
 /// Stores `enabled` (1 or 0) into the record behind `handle`, as the enable
 /// and disable operations of both modules do once they may write it.
 /// Results: TickResult::Success; TickResult::NullArgument for a null handle.
-uint32_t storeEnabled(STickHandler* handle, uint32_t enabled);
+/// A stored value is also a handler_enabled or handler_disabled tracepoint
+/// of `scheduler`.
+uint32_t storeEnabled(TracedScheduler scheduler, STickHandler* handle, uint32_t enabled);
 
 }  // namespace zyn_ts
