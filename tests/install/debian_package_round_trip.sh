@@ -83,8 +83,8 @@ zyn-tickmon --quiet --ticks 50 >/dev/null
 
 if [[ -n "$with_tracepoints" ]]; then
     log "the installed library opens the installed tracepoint provider"
-    LD_DEBUG=files zyn-tickmon --quiet --ticks 5 2>&1 >/dev/null |
-        grep -q 'calling init: /usr/lib/.*libZynTickSchedulerTracepoints.so.1' ||
+    LD_DEBUG=files zyn-tickmon --quiet --ticks 5 2> "$work_dir/loader.txt" >/dev/null
+    grep -q 'calling init: .*/libZynTickSchedulerTracepoints\.so\.1$' "$work_dir/loader.txt" ||
         { log "the installed provider was not opened"; exit 1; }
     cat > "$work_dir/CMakeLists.txt" <<'CMAKE'
 cmake_minimum_required(VERSION 3.21)
