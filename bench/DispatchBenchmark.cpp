@@ -9,11 +9,13 @@
 // scheduler does (one list call per handler), shows how much of the fast
 // dispatch is the list service's rather than the module's own.
 // Each scheduler is measured with its handler statistics off (the default)
-// and on (every call timed on CLOCK_MONOTONIC). Every handler has interval 1
+// and on (every call timed on CLOCK_MONOTONIC), and with its event capture on
+// (every pass and call written into the scheduler's event ring). Every handler has interval 1
 // and the trivial tick function, so every handler is due on every pass. Times are per pass; the per_handler counter
 // is the time per due handler.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -23,6 +25,7 @@
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
 #include "CTickSchedulerModule.h"
+#include "TickEventCapture.h"
 #include "TickFunctions.h"
 #include "TickStatistics.h"
 
@@ -123,6 +126,9 @@ struct SchedulerEntryPoints {
     uint32_t (*registerEveryPass)(STickHandler** handle, const ITickReceiver* receiver);
     void (*onTick)(void* context);
     uint32_t (*unregister)(STickHandler** handle);
+    uint32_t (*startEventCapture)();
+    uint32_t (*stopEventCapture)();
+    uint32_t (*readEvents)(STickEvent* events, uint32_t capacity, uint32_t* count, uint64_t* lost);
 };
 
 uint32_t registerWithIntervalOne(STickHandler** handle, const ITickReceiver* receiver) {
@@ -134,20 +140,55 @@ uint32_t registerFast(STickHandler** handle, const ITickReceiver* receiver) {
 }
 
 constexpr SchedulerEntryPoints kIntervalScheduler = {&CTickScheduler_EnableStatistics,
-                                                     &CTickScheduler_DisableStatistics, &registerWithIntervalOne,
-                                                     &CTickScheduler_OnTick, &CTickScheduler_UnregisterTickHandler};
+                                                     &CTickScheduler_DisableStatistics,
+                                                     &registerWithIntervalOne,
+                                                     &CTickScheduler_OnTick,
+                                                     &CTickScheduler_UnregisterTickHandler,
+                                                     &CTickScheduler_StartEventCapture,
+                                                     &CTickScheduler_StopEventCapture,
+                                                     &CTickScheduler_ReadEvents};
 
 constexpr SchedulerEntryPoints kFastScheduler = {&CTickSchedulerFast_EnableStatistics,
-                                                 &CTickSchedulerFast_DisableStatistics, &registerFast,
-                                                 &CTickSchedulerFast_OnTick, &CTickSchedulerFast_UnregisterTickHandler};
+                                                 &CTickSchedulerFast_DisableStatistics,
+                                                 &registerFast,
+                                                 &CTickSchedulerFast_OnTick,
+                                                 &CTickSchedulerFast_UnregisterTickHandler,
+                                                 &CTickSchedulerFast_StartEventCapture,
+                                                 &CTickSchedulerFast_StopEventCapture,
+                                                 &CTickSchedulerFast_ReadEvents};
 
-/// One scheduler's pass over state.range(0) handlers, its statistics on when
-/// `Timed`. The entry points are compile-time constants, so the pass is a
-/// direct call as in a client.
-template <const SchedulerEntryPoints& Scheduler, bool Timed>
+/// Who watches the measured passes.
+enum class Watch { Nobody, Statistics, Capture };
+
+/// Empties the scheduler's event ring, outside the timed region: the
+/// capture benchmark times what the passes pay, not the reader.
+void drainEvents(const SchedulerEntryPoints& scheduler, std::vector<STickEvent>& buffer) {
+    uint32_t count = 0;
+    do {
+        scheduler.readEvents(buffer.data(), static_cast<uint32_t>(buffer.size()), &count, nullptr);
+    } while (count == buffer.size());
+}
+
+/// One scheduler's pass over state.range(0) handlers, watched by nobody, by
+/// its statistics, or by its event capture (whose ring is drained, untimed,
+/// before it fills). The entry points are compile-time constants, so the
+/// pass is a direct call as in a client.
+template <const SchedulerEntryPoints& Scheduler, Watch Watcher>
 void BM_OnTick(benchmark::State& state) {
-    if (Timed) {
+    if (Watcher == Watch::Statistics) {
         Scheduler.enableStatistics(0);
+    }
+    std::vector<STickEvent> events(TICK_EVENT_CAPACITY);
+    const int64_t eventsPerPass = 2 + 2 * state.range(0);
+    const int64_t passesPerDrain = std::max<int64_t>(1, TICK_EVENT_CAPACITY / eventsPerPass - 1);
+    if (Watcher == Watch::Capture && eventsPerPass > TICK_EVENT_CAPACITY) {
+        state.SkipWithError("one pass writes more events than the ring holds");
+        Scheduler.disableStatistics();
+        return;
+    }
+    if (Watcher == Watch::Capture && Scheduler.startEventCapture() != 0) {
+        state.SkipWithError("event capture could not be started");
+        return;
     }
     uint64_t counter = 0;
     const ITickReceiver receiver = bench::countingReceiver(&counter);
@@ -155,17 +196,32 @@ void BM_OnTick(benchmark::State& state) {
     for (STickHandler*& handle : handles) {
         Scheduler.registerEveryPass(&handle, &receiver);
     }
+    int64_t sinceDrain = 0;
     for (auto _ : state) {
         Scheduler.onTick(nullptr);
+        if (Watcher == Watch::Capture && ++sinceDrain == passesPerDrain) {
+            state.PauseTiming();
+            drainEvents(Scheduler, events);
+            sinceDrain = 0;
+            state.ResumeTiming();
+        }
     }
     if (counter != static_cast<uint64_t>(state.iterations()) * handles.size()) {
         state.SkipWithError("a handler was not called on every pass");
+    }
+    uint64_t lost = 0;
+    uint32_t count = 0;
+    Scheduler.readEvents(events.data(), 0, &count, &lost);
+    if (lost != 0) {
+        state.SkipWithError("the capture lost events: the drain came too late");
     }
     setPerHandlerCounter(state, state.range(0));
     for (STickHandler*& handle : handles) {
         Scheduler.unregister(&handle);
     }
     Scheduler.disableStatistics();
+    Scheduler.stopEventCapture();
+    drainEvents(Scheduler, events);
 }
 
 void handlerCounts(benchmark::internal::Benchmark* benchmark) {
@@ -177,11 +233,25 @@ void handlerCounts(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(BM_Floor_PlainCalls)->Apply(handlerCounts);
 BENCHMARK(BM_Floor_ListWalkCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, false)->Name("BM_CTickSchedulerFast_OnTick")->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, true)->Name("BM_CTickSchedulerFast_OnTick_Timed")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Nobody)
+    ->Name("BM_CTickSchedulerFast_OnTick")
+    ->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Statistics)
+    ->Name("BM_CTickSchedulerFast_OnTick_Timed")
+    ->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Capture)
+    ->Name("BM_CTickSchedulerFast_OnTick_Captured")
+    ->Apply(handlerCounts);
 BENCHMARK(BM_Floor_UnlockLockCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, false)->Name("BM_CTickScheduler_OnTick")->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, true)->Name("BM_CTickScheduler_OnTick_Timed")->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Nobody)
+    ->Name("BM_CTickScheduler_OnTick")
+    ->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Statistics)
+    ->Name("BM_CTickScheduler_OnTick_Timed")
+    ->Apply(handlerCounts);
+BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Capture)
+    ->Name("BM_CTickScheduler_OnTick_Captured")
+    ->Apply(handlerCounts);
 
 }  // namespace
 
