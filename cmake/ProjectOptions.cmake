@@ -3,6 +3,8 @@
 # Warnings: every target of the project links zyn_ts_warnings.
 add_library(zyn_ts_warnings INTERFACE)
 target_compile_options(zyn_ts_warnings INTERFACE -Wall -Wextra -Wpedantic)
+# Clang checks what each annotated mutex guards (ZynSupport/GuardedMutex.h).
+target_compile_options(zyn_ts_warnings INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 if(ZYN_TS_WARNINGS_AS_ERRORS)
     target_compile_options(zyn_ts_warnings INTERFACE -Werror)
 endif()

@@ -8,6 +8,7 @@
 // during process exit (after static destructors ran).
 
 #include "CpuLatency.h"
+#include "ZynSupport/GuardedMutex.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -37,13 +38,13 @@ constexpr size_t kRefusalCapacity = 256;
 constexpr uint32_t kMaxHolders = 64;  // far more real-time threads than a process runs
 constexpr time_t kWatchIntervalSeconds = 1;
 
-std::mutex stateMutex;
-CpuLatencyRequest request;                // guarded by stateMutex
-bool configured = false;                  // the environment was read
-bool processExiting = false;              // no new opening after exit began
-uint32_t holders = 0;                     // guarded by stateMutex
-pid_t holderIds[kMaxHolders];             // the first `holders` are running
-bool watcherRunning = false;              // guarded by stateMutex
+zyn_support::GuardedMutex stateMutex;
+CpuLatencyRequest request ZYN_GUARDED_BY(stateMutex);
+bool configured = false;      // the environment was read
+bool processExiting = false;  // no new opening after exit began
+uint32_t holders ZYN_GUARDED_BY(stateMutex) = 0;
+pid_t holderIds[kMaxHolders] ZYN_GUARDED_BY(stateMutex);  // the first `holders` are running
+bool watcherRunning ZYN_GUARDED_BY(stateMutex) = false;
 int deviceFd = -1;                        // open while held
 bool refusalTraced = false;               // one warning per process
 char devicePath[kPathCapacity] = "";      // empty: the default device
@@ -56,7 +57,7 @@ void copyText(char* destination, size_t capacity, const std::string& text) {
 }
 
 /// Reads ZYN_CPU_LATENCY_US once, before the first use of the setting.
-void configureFromEnvironment() {
+void configureFromEnvironment() ZYN_REQUIRES(stateMutex) {
     if (configured) {
         return;
     }
@@ -82,7 +83,7 @@ void closeDevice() {
     }
 }
 
-void refuse(const char* what, int error) {
+void refuse(const char* what, int error) ZYN_REQUIRES(stateMutex) {
     const std::string refusal =
         std::string("cannot ") + what + " " + currentDevicePath() + " (" + std::strerror(error) + ")";
     copyText(lastRefusal, kRefusalCapacity, refusal);
@@ -90,8 +91,10 @@ void refuse(const char* what, int error) {
         return;
     }
     refusalTraced = true;
+    // Read here, under the lock: the message is built in a function of its own.
+    const auto microseconds = request.microseconds;
     ZYN_HOST_TRACE(KIV_TRACE_WARNING, "platform_host::holdCpuLatency",
-                   "CPU wake-up latency request of " << request.microseconds << " us refused: " << refusal
+                   "CPU wake-up latency request of " << microseconds << " us refused: " << refusal
                                                      << "; ticks may wake up late from deep idle states. Grant it by "
                                                         "running as root or giving the process write access to "
                                                      << currentDevicePath() << " (e.g. a udev rule), or set "
@@ -100,7 +103,7 @@ void refuse(const char* what, int error) {
 
 /// Writes the request's value to the open device (a new write replaces the
 /// previous request).
-bool writeValue() {
+bool writeValue() ZYN_REQUIRES(stateMutex) {
     const auto value = static_cast<int32_t>(request.microseconds);
     if (::write(deviceFd, &value, sizeof value) != static_cast<ssize_t>(sizeof value)) {
         refuse("write to", errno);
@@ -111,7 +114,7 @@ bool writeValue() {
 }
 
 /// Makes the device match the setting while there are holders.
-void applyWhileHeld() {
+void applyWhileHeld() ZYN_REQUIRES(stateMutex) {
     if (holders == 0 || !request.enabled || processExiting) {
         closeDevice();
         return;
@@ -134,7 +137,7 @@ void applyWhileHeld() {
 /// even with holders left. A destructor function rather than a static object:
 /// the platform library has no static initialisers.
 [[gnu::destructor]] void releaseAtExit() {
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     processExiting = true;
     closeDevice();
 }
@@ -147,7 +150,7 @@ bool isRunning(pid_t tid) {
 
 /// Forgets the holders that have ended; the device is closed when none is
 /// left.
-void forgetEndedHolders() {
+void forgetEndedHolders() ZYN_REQUIRES(stateMutex) {
     pid_t* const end = std::remove_if(holderIds, holderIds + holders, [](pid_t tid) { return !isRunning(tid); });
     holders = static_cast<uint32_t>(end - holderIds);
     if (holders == 0) {
@@ -160,7 +163,7 @@ void* watchHolders(void* /*unused*/) {
     for (;;) {
         const timespec interval{kWatchIntervalSeconds, 0};
         ::nanosleep(&interval, nullptr);
-        const std::lock_guard<std::mutex> lock(stateMutex);
+        const zyn_support::GuardedLock lock(stateMutex);
         forgetEndedHolders();
         if (holders == 0) {
             watcherRunning = false;
@@ -173,7 +176,7 @@ void* watchHolders(void* /*unused*/) {
 /// whatever the caller's, with every signal blocked, so that it takes none
 /// meant for the application's threads. Without it (no thread could be
 /// created) ended holders are still noticed at the next call.
-void startWatcher() {
+void startWatcher() ZYN_REQUIRES(stateMutex) {
     if (watcherRunning) {
         return;
     }
@@ -195,7 +198,7 @@ void startWatcher() {
 }  // namespace
 
 bool holdCpuLatencyWhileRunning(pid_t tid) {
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     forgetEndedHolders();
     if (std::find(holderIds, holderIds + holders, tid) != holderIds + holders) {
@@ -236,7 +239,7 @@ bool parseCpuLatencyRequest(const std::string& text, CpuLatencyRequest& parsed, 
 
 void setCpuLatencyRequest(const CpuLatencyRequest& newRequest) {
     using namespace detail;
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     configured = true;
     const bool changed = newRequest.enabled != request.enabled || newRequest.microseconds != request.microseconds;
     request = newRequest;
@@ -247,14 +250,14 @@ void setCpuLatencyRequest(const CpuLatencyRequest& newRequest) {
 
 CpuLatencyRequest cpuLatencyRequest() {
     using namespace detail;
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     return request;
 }
 
 CpuLatencyState cpuLatencyState() {
     using namespace detail;
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     forgetEndedHolders();
     CpuLatencyState state;
@@ -268,7 +271,7 @@ CpuLatencyState cpuLatencyState() {
 
 void setCpuLatencyDeviceForTesting(const std::string& path) {
     using namespace detail;
-    const std::lock_guard<std::mutex> lock(stateMutex);
+    const zyn_support::GuardedLock lock(stateMutex);
     copyText(devicePath, kPathCapacity, path);
     refusalTraced = false;
 }

@@ -2,6 +2,7 @@
 // object that offers it. The broker never owns the objects.
 
 #include "InterfaceBroker.h"
+#include "ZynSupport/GuardedMutex.h"
 
 #include <map>
 #include <mutex>
@@ -14,8 +15,8 @@ namespace {
 namespace result = platform_host::host_result;
 
 struct Registry {
-    std::mutex mutex;
-    std::map<std::string, IInterface*> interfaces;
+    zyn_support::GuardedMutex mutex;
+    std::map<std::string, IInterface*> interfaces ZYN_GUARDED_BY(mutex);
 };
 
 // Interfaces are registered from static constructors of other libraries and
@@ -40,7 +41,7 @@ uint32_t InterfaceBroker::registerInterface(const std::string& name, IInterface*
         return result::BrokerBadArgument;
     }
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     const bool inserted = reg.interfaces.emplace(name, iface).second;
     return inserted ? result::Success : result::InterfaceNameTaken;
 }
@@ -49,7 +50,7 @@ uint32_t InterfaceBroker::unregisterInterface(const std::string& name, IInterfac
     IInterface* found = nullptr;
     {
         Registry& reg = registry();
-        const std::lock_guard<std::mutex> lock(reg.mutex);
+        const zyn_support::GuardedLock lock(reg.mutex);
         const auto entry = reg.interfaces.find(name);
         if (entry != reg.interfaces.end()) {
             found = entry->second;
@@ -64,7 +65,7 @@ uint32_t InterfaceBroker::unregisterInterface(const std::string& name, IInterfac
 
 IInterface* InterfaceBroker::getInterface(const std::string& name) {
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     const auto entry = reg.interfaces.find(name);
     return entry != reg.interfaces.end() ? entry->second : nullptr;
 }

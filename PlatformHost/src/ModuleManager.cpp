@@ -16,6 +16,7 @@
 #include "CModuleManager.h"
 #include "PlatformHost/HostResultCodes.h"
 #include "PlatformHost/ModuleManagerHost.h"
+#include "ZynSupport/GuardedMutex.h"
 
 namespace {
 
@@ -42,9 +43,9 @@ struct Callback {
 };
 
 struct Registry {
-    std::mutex mutex;
-    std::vector<Module> modules;
-    std::vector<Callback> callbacks;  // in registration order
+    zyn_support::GuardedMutex mutex;
+    std::vector<Module> modules ZYN_GUARDED_BY(mutex);
+    std::vector<Callback> callbacks ZYN_GUARDED_BY(mutex);  // in registration order
 };
 
 // Modules register from their libraries' static constructors, possibly before
@@ -55,7 +56,7 @@ Registry& registry() {
     return *instance;
 }
 
-Module* findModule(Registry& reg, uint32_t moduleId) {
+Module* findModule(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
     for (Module& module : reg.modules) {
         if (module.id == moduleId) {
             return &module;
@@ -64,9 +65,11 @@ Module* findModule(Registry& reg, uint32_t moduleId) {
     return nullptr;
 }
 
-bool isKnownModule(Registry& reg, uint32_t moduleId) { return findModule(reg, moduleId) != nullptr; }
+bool isKnownModule(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
+    return findModule(reg, moduleId) != nullptr;
+}
 
-void forgetCallbacksOf(Registry& reg, uint32_t moduleId) {
+void forgetCallbacksOf(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
     std::vector<Callback> kept;
     for (Callback& callback : reg.callbacks) {
         if (callback.moduleId != moduleId) {
@@ -98,7 +101,7 @@ bool subscribes(const Callback& callback, uint32_t phase) {
 // lock. A shut-down phase marks every module registered now as shut down.
 std::vector<Callback> beginPhase(uint32_t phase) {
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     if (isShutdownPhase(phase)) {
         for (Module& module : reg.modules) {
             module.shutDown = true;
@@ -128,7 +131,7 @@ extern "C" uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char*
         return result::ModuleManagerBadArgument;
     }
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     Module* const known = findModule(reg, moduleId);
     if (known == nullptr) {
         reg.modules.push_back(Module{moduleId, moduleName, false});
@@ -152,7 +155,7 @@ extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const cha
         return result::ModuleManagerBadArgument;
     }
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     if (!isKnownModule(reg, moduleId)) {
         return result::UnknownModule;
     }
@@ -203,13 +206,13 @@ std::vector<PhaseCallResult> runShutdown() { return runPhases(shutdownPhases());
 
 bool isModuleRegistered(uint32_t moduleId) {
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     return isKnownModule(reg, moduleId);
 }
 
 void resetModuleManager() {
     Registry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     reg.modules.clear();
     reg.callbacks.clear();
 }

@@ -1,4 +1,5 @@
 #include "TraceRegistry.h"
+#include "ZynSupport/GuardedMutex.h"
 
 #include <unistd.h>
 
@@ -19,11 +20,11 @@ namespace {
 using TraceSink = std::function<void(const std::string&)>;
 
 struct TraceRegistry {
-    std::mutex mutex;                              // guards objects and levels
-    TraceState* objects = nullptr;                 // live trace objects
-    std::map<std::string, uint32_t> levelsByName;  // KIV_TRACE, then setTraceLevel
-    std::mutex outputMutex;                        // guards sink and serialises output
-    TraceSink sink;
+    zyn_support::GuardedMutex mutex;
+    TraceState* objects ZYN_GUARDED_BY(mutex) = nullptr;                 // live trace objects
+    std::map<std::string, uint32_t> levelsByName ZYN_GUARDED_BY(mutex);  // KIV_TRACE, then setTraceLevel
+    zyn_support::GuardedMutex outputMutex;                               // also serialises output
+    TraceSink sink ZYN_GUARDED_BY(outputMutex);
 };
 
 void writeAllToStderr(const std::string& text) {
@@ -55,6 +56,9 @@ void applyEnvironment(TraceRegistry& reg) {
                          "\" (expected MODULE:LEVEL[,MODULE:LEVEL...] with levels 0 to 7)\n");
         return;
     }
+    // Not yet shared with any other thread; the lock costs nothing and keeps
+    // every access to the levels under it.
+    const zyn_support::GuardedLock lock(reg.mutex);
     for (const auto& entry : levels) {
         reg.levelsByName[entry.first] = entry.second;
     }
@@ -78,7 +82,7 @@ TraceState* attachTraceObject(const char* moduleName, uint32_t defaultLevel, uin
     TraceRegistry& reg = registry();
     auto* state =
         new TraceState{{defaultLevel}, headerOption, moduleName != nullptr ? moduleName : "?", nullptr, nullptr};
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     const auto level = reg.levelsByName.find(state->moduleName);
     if (level != reg.levelsByName.end()) {
         state->level.store(level->second, std::memory_order_relaxed);
@@ -97,7 +101,7 @@ void detachTraceObject(TraceState* state) {
     }
     TraceRegistry& reg = registry();
     {
-        const std::lock_guard<std::mutex> lock(reg.mutex);
+        const zyn_support::GuardedLock lock(reg.mutex);
         if (state->previous != nullptr) {
             state->previous->next = state->next;
         } else {
@@ -112,7 +116,7 @@ void detachTraceObject(TraceState* state) {
 
 void emitTraceLine(const std::string& line) {
     TraceRegistry& reg = registry();
-    const std::lock_guard<std::mutex> lock(reg.outputMutex);
+    const zyn_support::GuardedLock lock(reg.outputMutex);
     if (reg.sink) {
         reg.sink(line);
         return;
@@ -126,7 +130,7 @@ namespace platform_host {
 
 void setTraceLevel(const std::string& moduleName, uint32_t level) {
     detail::TraceRegistry& reg = detail::registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     reg.levelsByName[moduleName] = level;
     for (detail::TraceState* state = reg.objects; state != nullptr; state = state->next) {
         if (state->moduleName == moduleName) {
@@ -137,7 +141,7 @@ void setTraceLevel(const std::string& moduleName, uint32_t level) {
 
 uint32_t traceLevel(const std::string& moduleName) {
     detail::TraceRegistry& reg = detail::registry();
-    const std::lock_guard<std::mutex> lock(reg.mutex);
+    const zyn_support::GuardedLock lock(reg.mutex);
     const auto level = reg.levelsByName.find(moduleName);
     if (level != reg.levelsByName.end()) {
         return level->second;
@@ -154,7 +158,7 @@ void setTraceSink(std::function<void(const std::string& line)> sink) {
     detail::TraceRegistry& reg = detail::registry();
     // Taking the output lock means that once this returns, the previous sink
     // is no longer running on any thread and will not be called again.
-    const std::lock_guard<std::mutex> lock(reg.outputMutex);
+    const zyn_support::GuardedLock lock(reg.outputMutex);
     reg.sink = std::move(sink);
 }
 

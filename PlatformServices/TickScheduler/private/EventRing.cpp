@@ -12,7 +12,7 @@ EventRing schedulerEventRing;
 EventRing fastEventRing;
 
 bool EventRing::start() {
-    std::lock_guard<std::mutex> guard(readers);
+    const zyn_support::GuardedLock guard(readers);
     if (slots.load(std::memory_order_relaxed) == nullptr) {
         Slot* const made = new (std::nothrow) Slot[kCapacity];
         if (made == nullptr) {
@@ -72,7 +72,7 @@ ZYN_TS_TICK_PATH void EventRing::write(uint32_t kind, int64_t timeNs, const void
 }
 
 uint32_t EventRing::read(STickEvent* out, uint32_t capacity, uint64_t* lost) {
-    std::lock_guard<std::mutex> guard(readers);
+    const zyn_support::GuardedLock guard(readers);
     const uint32_t moved = takeLocked(out, capacity);
     if (lost != nullptr) {
         *lost = lostEvents.exchange(0, std::memory_order_relaxed);

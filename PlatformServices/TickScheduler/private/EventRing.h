@@ -19,10 +19,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "TickEventCapture.h"
 #include "TickPath.h"
+#include "ZynSupport/GuardedMutex.h"
 
 namespace zyn_ts {
 
@@ -63,15 +63,14 @@ private:
     /// Claims attempted before an event is dropped instead.
     static constexpr int kClaimAttempts = 4;
 
-    uint32_t takeLocked(STickEvent* out, uint32_t capacity);
+    uint32_t takeLocked(STickEvent* out, uint32_t capacity) ZYN_REQUIRES(readers);
 
     std::atomic<bool> on{false};
     std::atomic<Slot*> slots{nullptr};
     std::atomic<uint64_t> writePosition{0};
     std::atomic<uint64_t> lostEvents{0};
-    /// The reader side only.
-    uint64_t readPosition = 0;
-    std::mutex readers;
+    zyn_support::GuardedMutex readers;
+    uint64_t readPosition ZYN_GUARDED_BY(readers) = 0;
 };
 
 /// Each scheduler's ring.

@@ -1,7 +1,8 @@
 #include "OscillatorAttachment.h"
 
-#include <mutex>
 #include <type_traits>
+
+#include "ZynSupport/GuardedMutex.h"
 
 namespace zyn_ts {
 namespace {
@@ -9,22 +10,23 @@ namespace {
 // Both constant-initialised and never destroyed, so that the modules' static
 // states, constructed at load and destroyed at unload in other sources,
 // attach and detach in any order of initialisation and destruction.
-static_assert(std::is_trivially_destructible<std::mutex>::value, "the list's mutex must outlive every static record");
-std::mutex attachmentsMutex;
-/// Newest first.
-OscillatorAttachment* attachments = nullptr;
+static_assert(std::is_trivially_destructible<zyn_support::GuardedMutex>::value,
+              "the list's mutex must outlive every static record");
+zyn_support::GuardedMutex attachmentsMutex;
+/// Newest first; each record's `next` is guarded by the same mutex.
+OscillatorAttachment* attachments ZYN_GUARDED_BY(attachmentsMutex) = nullptr;
 
 }  // namespace
 
 OscillatorAttachment::OscillatorAttachment(const TickOscillator* oscillator, int64_t nominalPeriodNs)
     : wake(nominalPeriodNs), attachedTo(oscillator) {
-    const std::lock_guard<std::mutex> lock(attachmentsMutex);
+    const zyn_support::GuardedLock lock(attachmentsMutex);
     next = attachments;
     attachments = this;
 }
 
 OscillatorAttachment::~OscillatorAttachment() {
-    const std::lock_guard<std::mutex> lock(attachmentsMutex);
+    const zyn_support::GuardedLock lock(attachmentsMutex);
     for (OscillatorAttachment** link = &attachments; *link != nullptr; link = &(*link)->next) {
         if (*link == this) {
             *link = next;
@@ -34,7 +36,7 @@ OscillatorAttachment::~OscillatorAttachment() {
 }
 
 OscillatorAttachment* findAttachment(const TickOscillator& oscillator) {
-    const std::lock_guard<std::mutex> lock(attachmentsMutex);
+    const zyn_support::GuardedLock lock(attachmentsMutex);
     for (OscillatorAttachment* record = attachments; record != nullptr; record = record->next) {
         if (record->attachedTo == &oscillator) {
             return record;
