@@ -59,6 +59,11 @@ void TimelineWriter::write(const std::string& event) {
 
 std::string TimelineWriter::timeUs(int64_t ns) const { return microseconds(ns - originNs); }
 
+void TimelineWriter::endSlice(const std::string& ts, const std::string& args) {
+    write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + ts +
+          (args.empty() ? std::string() : ",\"args\":{" + args + "}") + "}");
+}
+
 void TimelineWriter::addTicks(const std::vector<int64_t>& timestamps, const PublishedGrid& grid) {
     for (; ticksSeen < timestamps.size(); ++ticksSeen) {
         const int64_t ns = timestamps[ticksSeen];
@@ -101,12 +106,11 @@ void TimelineWriter::addEvents(const STickEvent* events, size_t count, uint64_t 
 void TimelineWriter::closeOpenSlices(int64_t atNs) {
     // Only after a loss: the events that would have closed them were dropped.
     if (inCall) {
-        write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + timeUs(atNs) + "}");
+        endSlice(timeUs(atNs));
         inCall = false;
     }
     if (inPass) {
-        write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + timeUs(atNs) +
-              ",\"args\":{\"incomplete\":true}}");
+        endSlice(timeUs(atNs), "\"incomplete\":true");
         inPass = false;
     }
 }
@@ -130,7 +134,7 @@ void TimelineWriter::addEvent(const STickEvent& event) {
                 return;
             }
             if (inCall) {
-                write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + ts + "}");
+                endSlice(ts);
             }
             inCall = true;
             callBeganNs = event.timeNs;
@@ -144,20 +148,19 @@ void TimelineWriter::addEvent(const STickEvent& event) {
             inCall = false;
             passHandlerNs += event.timeNs - callBeganNs;
             ++totals.callsPerHandler[event.name];
-            write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + ts + "}");
+            endSlice(ts);
             return;
         case TICK_EVENT_PASS_END:
             if (!inPass) {
                 return;
             }
             if (inCall) {
-                write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + ts + "}");
+                endSlice(ts);
                 inCall = false;
             }
             inPass = false;
             ++totals.passes;
-            write(std::string("{\"ph\":\"E\",") + kOscillatorTrack + ",\"ts\":" + ts +
-                  ",\"args\":{\"handlers_called\":" + std::to_string(event.handlersCalled) + "}}");
+            endSlice(ts, "\"handlers_called\":" + std::to_string(event.handlersCalled));
             write("{\"name\":\"handler time (us)\",\"ph\":\"C\",\"pid\":1,\"ts\":" + ts +
                   ",\"args\":{\"handlers\":" + microseconds(passHandlerNs) + "}}");
             return;

@@ -57,6 +57,8 @@ private:
     std::string timeUs(int64_t ns) const;
     void addEvent(const STickEvent& event);
     void closeOpenSlices(int64_t atNs);
+    /// Ends the innermost open slice of the oscillator's track at `ts`.
+    void endSlice(const std::string& ts, const std::string& args = "");
 
     std::ostream& out;
     int64_t originNs;
