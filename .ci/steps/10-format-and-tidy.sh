@@ -28,7 +28,7 @@ compile_db="$CI_ROOT/build/default"
 [[ -f "$compile_db/compile_commands.json" ]] || ci_die "no compile_commands.json in $compile_db"
 
 shopt -s nullglob
-sources=("$CI_ROOT"/PlatformServices/TickScheduler/private/*.cpp)
+sources=("$CI_ROOT"/PlatformServices/TickScheduler/private/*.cpp "$CI_ROOT"/PlatformServices/TickScheduler/private/*/*.cpp)
 ci_log "clang-tidy on ${#sources[@]} library sources ($(ci_jobs) jobs)"
 # WarningsAsErrors in .clang-tidy turns any finding into a non-zero exit; the
 # output of a clean file (only the count of suppressed warnings) is dropped.

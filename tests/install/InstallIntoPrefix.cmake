@@ -53,7 +53,7 @@ foreach(header CModuleManager.h InterfaceBroker.h KivTrace.h CList.h ThreadUtili
 endforeach()
 expect("host control header PlatformHost/ModuleManagerHost.h" EXISTS ${include}/PlatformHost/ModuleManagerHost.h)
 # The library's private headers stay in the source tree.
-file(GLOB privateHeaderPaths ${SOURCE_DIR}/PlatformServices/TickScheduler/private/*.h)
+file(GLOB_RECURSE privateHeaderPaths ${SOURCE_DIR}/PlatformServices/TickScheduler/private/*.h)
 file(GLOB_RECURSE installedHeaders ${PREFIX}/*.h)
 set(privateHeaders "")
 foreach(path IN LISTS privateHeaderPaths)
