@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -36,15 +37,9 @@ std::string ownDirectory() {
 
 void* openProvider(const char* path) { return dlopen(path, RTLD_NOW | RTLD_GLOBAL); }
 
-}  // namespace
-
-namespace zyn_ts {
-
-void openTracepointProviderOnce() {
-    static std::atomic<bool> attempted{false};
-    if (attempted.exchange(true, std::memory_order_acq_rel)) {
-        return;
-    }
+/// Opens the provider that ZYN_TICK_TRACEPOINTS names, or the first found
+/// beside the library or on the loader's path.
+void openChosenProvider() {
     const char* const choice = std::getenv(kEnvironmentChoice);  // NOLINT(concurrency-mt-unsafe)
     if (choice != nullptr && choice[0] != '\0') {
         if (std::strcmp(choice, "off") != 0) {
@@ -56,6 +51,22 @@ void openTracepointProviderOnce() {
     if (openProvider(besideLibrary.c_str()) == nullptr) {
         (void)openProvider(kProviderFile);
     }
+}
+
+}  // namespace
+
+namespace zyn_ts {
+
+void openTracepointProviderOnce() {
+    static std::atomic<bool> attempted{false};
+    if (attempted.exchange(true, std::memory_order_acq_rel)) {
+        return;
+    }
+    // The caller's errno is its own: a provider that is not installed (the
+    // usual case on a board) must not leave ENOENT behind an Initialize.
+    const int callersErrno = errno;
+    openChosenProvider();
+    errno = callersErrno;
 }
 
 }  // namespace zyn_ts
