@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -13,15 +14,11 @@
 
 #include "CTickScheduler.h"
 #include "CTickSchedulerModule.h"
-#include "HandlerRecord.h"
 #include "ITickScheduler.h"
 #include "InterfaceBroker.h"
-#include "InterfaceSlots.h"
 #include "ObservedPass.h"
-#include "OscillatorSetup.h"
-#include "PlatformRegistration.h"
+#include "SharedModuleParts.h"
 #include "StatisticsClock.h"
-#include "TickGroups.h"
 #include "TickModuleIdentity.h"
 #include "TickPath.h"
 #include "TickResultCodes.h"
@@ -39,8 +36,7 @@ using zyn_ts::isGroupIdValid;
 constexpr uint32_t kSubscribedPhases[] = {TickModule::Phase::Configure, TickModule::Phase::Idle,
                                           TickModule::Phase::ShutDown, TickModule::Phase::StartTicks};
 
-constexpr zyn_ts::ModulePlatformNames kPlatformNames = {TickModule::SchedulerModuleId, "CTickScheduler",
-                                                        "CCTickScheduler_OnPhaseActivation", "ITickScheduler"};
+constexpr char kInterfaceName[] = "ITickScheduler";
 
 constexpr uint32_t kTickPeriodMs = 6;
 
@@ -216,24 +212,6 @@ const char* enabledChannelText(uint32_t groupId) {
 
 const char* disabledChannelText(uint32_t groupId) {
     return groupId == 0 ? "Disabled tick group channel 1" : "Disabled tick group channel 2";
-}
-
-// ---- Life cycle -------------------------------------------------------------
-
-/// Constructs the interface object when a start-up first gets this far and
-/// stores every operation into its slots on each start-up that does.
-IInterface& prepareInterface() {
-    static ITickScheduler tickSchedulerInterface;
-    ITickScheduler& object = tickSchedulerInterface;
-    object.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
-    object.Freeze = &CTickScheduler_Freeze;
-    object.Unfreeze = &CTickScheduler_Unfreeze;
-    object.SetStartOffset = &CTickScheduler_SetStartOffset;
-    object.SetTickPriority = &CTickScheduler_SetTickPriority;
-    zyn_ts::fillSharedSlots(object, &CTickScheduler_UnregisterTickHandler, &CTickScheduler_EnableTickHandler,
-                            &CTickScheduler_DisableTickHandler, &CTickScheduler_AddGroup, &CTickScheduler_RemoveGroup,
-                            &CTickScheduler_EnableTickGroup, &CTickScheduler_DisableTickGroup);
-    return object;
 }
 
 }  // namespace
@@ -558,24 +536,51 @@ extern "C" uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId) {
 
 // ---- Life cycle ---------------------------------------------------------------
 
-namespace {
-
-/// Initialize's trace of a refusal, in this module's words.
-void traceInitializeRefusal(const zyn_ts::StartUpOutcome& outcome) {
-    ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
-                 zyn_ts::RefusalText{zyn_ts::ModuleWording::Scheduler, outcome});
-}
-
-}  // namespace
-
 extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     ZYN_TS_ENTER("CTickScheduler_Initialize");
     CTickScheduler& state = tickScheduler;
-    const uint32_t startUp = zyn_ts::startUpWithPlatform(
-        state.initialized.load(std::memory_order_relaxed) != 0, kPlatformNames, kSubscribedPhases, phaseCallbackContext,
-        &CTickScheduler_OnPhaseActivation, &prepareInterface, &traceInitializeRefusal);
-    if (startUp != TickResult::Success) {
-        return startUp;
+    if (state.initialized.load(std::memory_order_relaxed) != 0) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Has already been initialized");
+        return TickResult::AlreadyInitialized;
+    }
+    // No step undoes an earlier one: what the platform accepted stays
+    // registered, and a later Initialize registers again.
+    uint32_t result = CModuleManager_RegisterModule(TickModule::SchedulerModuleId, "CTickScheduler");
+    if (TickResult::isPlatformFailure(result)) {
+        // This module's text never showed the platform's answer.
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Failed to register module with ModuleManager");
+        return TickResult::ModuleRegistrationFailed;
+    }
+    phaseCallbackContext = {nullptr, &CTickScheduler_OnPhaseActivation};
+    using Arguments = zyn_ts::PhaseCallbackArguments;
+    result = CModuleManager_RegisterCallback(
+        TickModule::SchedulerModuleId, "CCTickScheduler_OnPhaseActivation", Arguments::first, &phaseCallbackContext,
+        Arguments::second, Arguments::third, kSubscribedPhases, static_cast<uint32_t>(std::size(kSubscribedPhases)));
+    if (TickResult::isPlatformFailure(result)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
+                     "Failed to register module callback with error " << zyn_ts::Hex8{result});
+        return TickResult::CallbackRegistrationFailed;
+    }
+    // Every slot is stored again on each start-up that gets this far, so the
+    // broker is handed a complete object whatever a client did to a slot.
+    static ITickScheduler tickSchedulerInterface;
+    tickSchedulerInterface.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
+    tickSchedulerInterface.UnregisterTickHandler = &CTickScheduler_UnregisterTickHandler;
+    tickSchedulerInterface.Freeze = &CTickScheduler_Freeze;
+    tickSchedulerInterface.Unfreeze = &CTickScheduler_Unfreeze;
+    tickSchedulerInterface.SetStartOffset = &CTickScheduler_SetStartOffset;
+    tickSchedulerInterface.SetTickPriority = &CTickScheduler_SetTickPriority;
+    tickSchedulerInterface.EnableTickHandler = &CTickScheduler_EnableTickHandler;
+    tickSchedulerInterface.DisableTickHandler = &CTickScheduler_DisableTickHandler;
+    tickSchedulerInterface.AddGroup = &CTickScheduler_AddGroup;
+    tickSchedulerInterface.RemoveGroup = &CTickScheduler_RemoveGroup;
+    tickSchedulerInterface.EnableTickGroup = &CTickScheduler_EnableTickGroup;
+    tickSchedulerInterface.DisableTickGroup = &CTickScheduler_DisableTickGroup;
+    result = InterfaceBroker::getInstance()->registerInterface(kInterfaceName, &tickSchedulerInterface);
+    if (TickResult::isPlatformFailure(result)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
+                     "Failed to register ITickScheduler with error " << zyn_ts::Hex8{result});
+        return TickResult::Failure;
     }
 
     state.disabledGroupMask.store(0, std::memory_order_relaxed);
@@ -632,8 +637,9 @@ uint32_t handlePhase(uint32_t phase) {
         case TickModule::Phase::Configure:
             // Failures here are not reported: they surface at phase 14, when
             // the oscillator refuses to start.
-            zyn_ts::configureOscillator(tickScheduler.tickOscillator, TICK_DELAY_6MS, tickScheduler.tickPriority,
-                                        schedulerTickReceiver, &tickScheduler, &CTickScheduler_OnTick);
+            (void)tickScheduler.tickOscillator.initialize(TICK_DELAY_6MS, tickScheduler.tickPriority);
+            schedulerTickReceiver = {&tickScheduler, &CTickScheduler_OnTick};
+            (void)tickScheduler.tickOscillator.registerOnTick(&schedulerTickReceiver);
             return TickResult::Success;
         case TickModule::Phase::Idle:
             return TickResult::Success;
@@ -668,7 +674,7 @@ extern "C" void CTickScheduler_Uninitialize(void) {
         std::unique_lock<std::mutex> lock = CTickScheduler_WaitForTickAndLock();
         state.initialized.store(0, std::memory_order_relaxed);
     }
-    (void)InterfaceBroker::getInstance()->unregisterInterface(kPlatformNames.interfaceName, nullptr);
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
     {
         // The records stay with their owners' handles; only the list is
         // emptied, under the mutex so that a concurrent registration is safe.

@@ -1,20 +1,18 @@
 #include <pthread.h>
 
 #include <cstring>
+#include <iterator>
 
 #include "CList.h"
 #include "CModuleManager.h"
 #include "CTickSchedulerFast.h"
 #include "CTickSchedulerFastModule.h"
-#include "HandlerRecord.h"
 #include "ITickSchedulerFast.h"
 #include "InterfaceBroker.h"
-#include "InterfaceSlots.h"
 #include "ObservedPass.h"
-#include "OscillatorSetup.h"
-#include "PlatformRegistration.h"
+#include "SharedModuleParts.h"
 #include "StatisticsClock.h"
-#include "TickGroups.h"
+#include "TickFastOscillator.h"
 #include "TickModuleIdentity.h"
 #include "TickPath.h"
 #include "TickResultCodes.h"
@@ -33,10 +31,7 @@ using zyn_ts::isGroupIdValid;
 constexpr uint32_t kSubscribedPhases[] = {TickModule::Phase::Configure, TickModule::Phase::Idle,
                                           TickModule::Phase::ShutDown};
 
-// The doubled leading "C" of the callback name is the name the platform's
-// module manager knows this callback by.
-constexpr zyn_ts::ModulePlatformNames kPlatformNames = {TickModule::FastSchedulerModuleId, "CTickSchedulerFast",
-                                                        "CCTickSchedulerFast_OnPhaseActivation", "ITickSchedulerFast"};
+constexpr char kInterfaceName[] = "ITickSchedulerFast";
 
 constexpr char kUnregisterName[] = "CTickSchedulerFast_UnregisterTickHandler";
 constexpr char kUnregisterFromOnTickName[] = "CTickSchedulerFast_UnregisterTickHandlerFromOnTick";
@@ -195,20 +190,6 @@ uint32_t changeGroupBit(std::atomic<uint32_t>& mask, uint32_t groupId, bool set)
     return TickResult::Success;
 }
 
-/// Constructs the interface object when a start-up first gets this far and
-/// stores every operation into its slots on each start-up that does.
-IInterface& prepareInterface() {
-    static ITickSchedulerFast tickSchedulerFastInterface;
-    ITickSchedulerFast& object = tickSchedulerFastInterface;
-    object.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
-    object.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
-    zyn_ts::fillSharedSlots(object, &CTickSchedulerFast_UnregisterTickHandler, &CTickSchedulerFast_EnableTickHandler,
-                            &CTickSchedulerFast_DisableTickHandler, &CTickSchedulerFast_AddGroup,
-                            &CTickSchedulerFast_RemoveGroup, &CTickSchedulerFast_EnableTickGroup,
-                            &CTickSchedulerFast_DisableTickGroup);
-    return object;
-}
-
 }  // namespace
 
 // ---- Handlers --------------------------------------------------------------
@@ -336,25 +317,54 @@ extern "C" uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId) {
 
 // ---- Start-up and shut-down -----------------------------------------------
 
-namespace {
-
-/// Initialize's trace of a refusal, in this module's words.
-void traceInitializeRefusal(const zyn_ts::StartUpOutcome& outcome) {
-    ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
-                 zyn_ts::RefusalText{zyn_ts::ModuleWording::FastScheduler, outcome});
-}
-
-}  // namespace
-
 extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     ZYN_TS_ENTER("CTickSchedulerFast_Initialize");
     CTickSchedulerFast& module = tickSchedulerFastModule;
-    const uint32_t startUp = zyn_ts::startUpWithPlatform(
-        module.initialized == 1, kPlatformNames, kSubscribedPhases, fastPhaseCallbackContext,
-        &CTickSchedulerFast_OnPhaseActivation, &prepareInterface, &traceInitializeRefusal);
-    if (startUp != TickResult::Success) {
-        return startUp;
+    if (module.initialized == 1) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize", "Has already been initialized");
+        return TickResult::AlreadyInitialized;
     }
+    // No step undoes an earlier one: what the platform accepted stays
+    // registered, and a later Initialize registers again.
+    uint32_t result = CModuleManager_RegisterModule(TickModule::FastSchedulerModuleId, "CTickSchedulerFast");
+    if (TickResult::isPlatformFailure(result)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register module with ModuleManager. Error = " << zyn_ts::Hex8{result});
+        return TickResult::ModuleRegistrationFailed;
+    }
+    fastPhaseCallbackContext = {nullptr, &CTickSchedulerFast_OnPhaseActivation};
+    using Arguments = zyn_ts::PhaseCallbackArguments;
+    // The doubled leading "C" is the name the module manager knows the
+    // callback by.
+    result = CModuleManager_RegisterCallback(TickModule::FastSchedulerModuleId, "CCTickSchedulerFast_OnPhaseActivation",
+                                             Arguments::first, &fastPhaseCallbackContext, Arguments::second,
+                                             Arguments::third, kSubscribedPhases,
+                                             static_cast<uint32_t>(std::size(kSubscribedPhases)));
+    if (TickResult::isPlatformFailure(result)) {
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register module callback. Error = " << zyn_ts::Hex8{result});
+        return TickResult::CallbackRegistrationFailed;
+    }
+    // Every slot is stored again on each start-up that gets this far, so the
+    // broker is handed a complete object whatever a client did to a slot.
+    static ITickSchedulerFast tickSchedulerFastInterface;
+    tickSchedulerFastInterface.RegisterTickHandler = &CTickSchedulerFast_RegisterTickHandler;
+    tickSchedulerFastInterface.UnregisterTickHandler = &CTickSchedulerFast_UnregisterTickHandler;
+    tickSchedulerFastInterface.UnregisterTickHandlerFromOnTick = &CTickSchedulerFast_UnregisterTickHandlerFromOnTick;
+    tickSchedulerFastInterface.EnableTickHandler = &CTickSchedulerFast_EnableTickHandler;
+    tickSchedulerFastInterface.DisableTickHandler = &CTickSchedulerFast_DisableTickHandler;
+    tickSchedulerFastInterface.AddGroup = &CTickSchedulerFast_AddGroup;
+    tickSchedulerFastInterface.RemoveGroup = &CTickSchedulerFast_RemoveGroup;
+    tickSchedulerFastInterface.EnableTickGroup = &CTickSchedulerFast_EnableTickGroup;
+    tickSchedulerFastInterface.DisableTickGroup = &CTickSchedulerFast_DisableTickGroup;
+    result = InterfaceBroker::getInstance()->registerInterface(kInterfaceName, &tickSchedulerFastInterface);
+    if (TickResult::isPlatformFailure(result)) {
+        // Names ITickScheduler, as this text always has.
+        ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
+                     "Failed to register ITickScheduler. Error = " << zyn_ts::Hex8{result});
+        return TickResult::Failure;
+    }
+
     if (pthread_mutex_init(&module.tickMutex, nullptr) != 0) {
         return TickResult::MutexFailure;
     }
@@ -376,7 +386,7 @@ extern "C" void CTickSchedulerFast_Uninitialize(void) {
     // Stopping joins a running oscillator thread, so no dispatch runs once
     // the interface is withdrawn.
     (void)module.tickOscillator.stop();
-    (void)InterfaceBroker::getInstance()->unregisterInterface(kPlatformNames.interfaceName, nullptr);
+    (void)InterfaceBroker::getInstance()->unregisterInterface(kInterfaceName, nullptr);
     module.initialized = 0;
     // Without a lock, like the rest of the shut-down: one atomic step.
     fastDispatchStatistics.dropAllHandlers();
@@ -397,8 +407,9 @@ uint32_t handlePhase(uint32_t phase) {
             return TickResult::Success;
         case TickModule::Phase::Configure:
             // Configured only: this module never starts the oscillator thread.
-            zyn_ts::configureOscillator(tickSchedulerFastModule.tickOscillator, TICK_DELAY_1MS, TICK_PRIORITY_HIGH,
-                                        fastTickReceiver, &tickSchedulerFastModule, &CTickSchedulerFast_OnTick);
+            (void)tickSchedulerFastModule.tickOscillator.initialize(TICK_DELAY_1MS, TICK_PRIORITY_HIGH);
+            fastTickReceiver = {&tickSchedulerFastModule, &CTickSchedulerFast_OnTick};
+            (void)tickSchedulerFastModule.tickOscillator.registerOnTick(&fastTickReceiver);
             return TickResult::Success;
         default:
             ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_OnPhaseActivation", "Phase not handled: " << phase);
@@ -412,4 +423,10 @@ extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint
     const uint32_t result = handlePhase(phase);
     ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(zyn_ts::TracedScheduler::Fast), phase, result);
     return result;
+}
+
+// Hands the integrator the oscillator this module configures but never
+// starts (see TickFastOscillator.h).
+extern "C" TickOscillator* CTickSchedulerFast_GetTickOscillator(void) {
+    return &tickSchedulerFastModule.tickOscillator;
 }

@@ -1,4 +1,4 @@
-#include "HandlerRecord.h"
+#include "SharedModuleParts.h"
 
 #include <cstdio>
 
