@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -23,7 +22,6 @@
 #include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
-#include "TracepointProvider.h"
 
 namespace {
 
@@ -551,11 +549,8 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize", "Failed to register module with ModuleManager");
         return TickResult::ModuleRegistrationFailed;
     }
-    phaseCallbackContext = {nullptr, &CTickScheduler_OnPhaseActivation};
-    using Arguments = zyn_ts::PhaseCallbackArguments;
-    result = CModuleManager_RegisterCallback(
-        TickModule::SchedulerModuleId, "CCTickScheduler_OnPhaseActivation", Arguments::first, &phaseCallbackContext,
-        Arguments::second, Arguments::third, kSubscribedPhases, static_cast<uint32_t>(std::size(kSubscribedPhases)));
+    result = zyn_ts::registerPhaseCallback(TickModule::SchedulerModuleId, "CCTickScheduler_OnPhaseActivation",
+                                           phaseCallbackContext, &CTickScheduler_OnPhaseActivation, kSubscribedPhases);
     if (TickResult::isPlatformFailure(result)) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",
                      "Failed to register module callback with error " << zyn_ts::Hex8{result});
@@ -587,10 +582,7 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     state.initialized.store(1, std::memory_order_relaxed);
     // Read only now, when every registration has succeeded.
     state.tickPriority = *priority;
-    // No lock: a client that holds the tick lock may call Initialize.
-    state.statistics.applyEnvironmentOnce();
-    state.oscillatorAttachment.wake.applyEnvironmentOnce();
-    zyn_ts::openTracepointProviderOnce();
+    zyn_ts::applyEnvironmentOnce(state.statistics, state.oscillatorAttachment.wake);
     return TickResult::Success;
 }
 
@@ -661,9 +653,7 @@ uint32_t handlePhase(uint32_t phase) {
 }  // namespace
 
 extern "C" uint32_t CTickScheduler_OnPhaseActivation(void* /*context*/, uint32_t phase) {
-    const uint32_t result = handlePhase(phase);
-    ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(zyn_ts::TracedScheduler::Scheduler), phase, result);
-    return result;
+    return zyn_ts::phaseHandled(zyn_ts::TracedScheduler::Scheduler, phase, handlePhase(phase));
 }
 
 extern "C" void CTickScheduler_Uninitialize(void) {

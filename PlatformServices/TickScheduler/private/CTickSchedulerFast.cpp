@@ -1,7 +1,6 @@
 #include <pthread.h>
 
 #include <cstring>
-#include <iterator>
 
 #include "CList.h"
 #include "CModuleManager.h"
@@ -17,7 +16,6 @@
 #include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
-#include "TracepointProvider.h"
 
 namespace {
 
@@ -332,14 +330,11 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
                      "Failed to register module with ModuleManager. Error = " << zyn_ts::Hex8{result});
         return TickResult::ModuleRegistrationFailed;
     }
-    fastPhaseCallbackContext = {nullptr, &CTickSchedulerFast_OnPhaseActivation};
-    using Arguments = zyn_ts::PhaseCallbackArguments;
     // The doubled leading "C" is the name the module manager knows the
     // callback by.
-    result = CModuleManager_RegisterCallback(TickModule::FastSchedulerModuleId, "CCTickSchedulerFast_OnPhaseActivation",
-                                             Arguments::first, &fastPhaseCallbackContext, Arguments::second,
-                                             Arguments::third, kSubscribedPhases,
-                                             static_cast<uint32_t>(std::size(kSubscribedPhases)));
+    result = zyn_ts::registerPhaseCallback(TickModule::FastSchedulerModuleId, "CCTickSchedulerFast_OnPhaseActivation",
+                                           fastPhaseCallbackContext, &CTickSchedulerFast_OnPhaseActivation,
+                                           kSubscribedPhases);
     if (TickResult::isPlatformFailure(result)) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickSchedulerFast_Initialize",
                      "Failed to register module callback. Error = " << zyn_ts::Hex8{result});
@@ -375,9 +370,7 @@ extern "C" uint32_t CTickSchedulerFast_Initialize(void) {
     fastDispatchStatistics.dropAllHandlers();
     module.disabledGroupMask.store(0, std::memory_order_relaxed);
     module.initialized = 1;
-    fastDispatchStatistics.applyEnvironmentOnce();
-    module.oscillatorAttachment.wake.applyEnvironmentOnce();
-    zyn_ts::openTracepointProviderOnce();
+    zyn_ts::applyEnvironmentOnce(fastDispatchStatistics, module.oscillatorAttachment.wake);
     return TickResult::Success;
 }
 
@@ -420,9 +413,7 @@ uint32_t handlePhase(uint32_t phase) {
 }  // namespace
 
 extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
-    const uint32_t result = handlePhase(phase);
-    ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(zyn_ts::TracedScheduler::Fast), phase, result);
-    return result;
+    return zyn_ts::phaseHandled(zyn_ts::TracedScheduler::Fast, phase, handlePhase(phase));
 }
 
 // Hands the integrator the oscillator this module configures but never

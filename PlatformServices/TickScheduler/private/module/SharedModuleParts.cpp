@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "TickResultCodes.h"
+#include "TracepointProvider.h"
 
 namespace zyn_ts {
 
@@ -27,6 +28,12 @@ uint32_t storeEnabled(TracedScheduler scheduler, STickHandler* handle, uint32_t 
         ZYN_TS_TRACEPOINT(handler_disabled, static_cast<int>(scheduler), handle, handle->name);
     }
     return TickResult::Success;
+}
+
+void applyEnvironmentOnce(DispatchStatistics& statistics, PrecisionWake& wake) {
+    statistics.applyEnvironmentOnce();
+    wake.applyEnvironmentOnce();
+    openTracepointProviderOnce();
 }
 
 }  // namespace zyn_ts

@@ -1,13 +1,16 @@
 // What the two scheduler modules do alike: filling a new handler record,
-// storing its enable flag, the tick groups, and the arguments of the phase
-// callback registration. Everything else each module writes in its own
+// storing its enable flag, the tick groups, and registering the phase
+// callback. Everything else each module writes in its own
 // source, in its own words: their traces differ, and so do how they
 // allocate records and which exceptions a dispatch catches.
 #pragma once
 
 #include <cstdint>
 
+#include "CModuleManager.h"
+#include "DispatchStatistics.h"
 #include "ITickReceiver.h"
+#include "PrecisionWake.h"
 #include "STickHandler.h"
 #include "Tracepoints.h"
 
@@ -38,12 +41,28 @@ constexpr uint32_t groupBit(uint32_t groupId) { return 1u << groupId; }
 /// Group ids are unsigned for the bound test and signed in messages.
 constexpr int32_t groupIdForDisplay(uint32_t groupId) { return static_cast<int32_t>(groupId); }
 
-/// The three arguments of the phase callback registration that only the
-/// module manager gives a meaning; both modules pass them unchanged.
-struct PhaseCallbackArguments {
-    static constexpr uint32_t first = 100;
-    static constexpr uint32_t second = 3;
-    static constexpr uint32_t third = 0;
-};
+/// What the first successful initialisation of a module turns on: its
+/// statistics and its precision wake as the environment asks, and the
+/// tracepoint provider for the process. Later calls change nothing. Takes no
+/// lock: a client that holds the tick lock may initialise.
+void applyEnvironmentOnce(DispatchStatistics& statistics, PrecisionWake& wake);
+
+/// A phase callback's result, told to a module_phase tracepoint first.
+inline uint32_t phaseHandled(TracedScheduler scheduler, uint32_t phase, uint32_t result) {
+    ZYN_TS_TRACEPOINT(module_phase, static_cast<int>(scheduler), phase, result);
+    return result;
+}
+
+/// Points `record` (static storage: the module manager keeps its address) at
+/// `callback` with a null context and registers it for `phases` (static too)
+/// under `moduleId` and `callbackName`. The three other arguments have their
+/// meaning in the module manager only; both modules pass the same.
+/// Result: the module manager's.
+template <uint32_t PhaseCount>
+uint32_t registerPhaseCallback(uint32_t moduleId, const char* callbackName, SPhaseCallbackContext& record,
+                               PhaseCallback callback, const uint32_t (&phases)[PhaseCount]) {
+    record = {nullptr, callback};
+    return CModuleManager_RegisterCallback(moduleId, callbackName, 100, &record, 3, 0, phases, PhaseCount);
+}
 
 }  // namespace zyn_ts
