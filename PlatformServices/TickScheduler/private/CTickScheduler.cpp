@@ -107,27 +107,8 @@ __attribute__((always_inline)) inline void callTickFunction(const STickHandler& 
     }
 }
 
-/// The same, told to the pass's observers: the statistics record the call's
-/// duration once the pass holds the mutex again. The slot is looked up only
-/// then, so that nothing but the observers' readings stands between the tick
-/// and the handler's call: a record the call unregisters is retired, not
-/// freed, until the pass ends, so its address and its name still name this
-/// handler (its slot is gone then, and only the pass counts the call).
-ZYN_TS_TICK_PATH void callObservedTickFunction(CTickScheduler& state, zyn_ts::ObservedPass& pass,
-                                               const STickHandler& handler, std::unique_lock<std::mutex>& lock) {
-    lock.unlock();
-    const int64_t startNs = pass.callBegins(&handler, handler.name);
-    callTickFunction(handler);
-    const int64_t endNs = pass.callEnds(&handler, handler.name);
-    lock.lock();
-    if (pass.isTimed()) {
-        state.statistics.recordCall(pass.timing(), state.statistics.slotFor(&handler), handler.name, endNs - startNs);
-    }
-}
-
 /// One line per overrun that the rate limit lets through.
 void traceOverrun(const zyn_ts::OverrunReport& report) {
-    zyn_ts::traceOverrunEvent(zyn_ts::TracedScheduler::Scheduler, report);
     if (!report.due) {
         return;
     }
@@ -156,13 +137,13 @@ ZYN_TS_TICK_PATH void walkHandlers(CTickScheduler& state, std::unique_lock<std::
             continue;
         }
         if (isDue(state, *handler)) {
+            lock.unlock();
             if constexpr (Observed) {
-                callObservedTickFunction(state, *pass, *handler, lock);
+                pass->call(*handler, callTickFunction);
             } else {
-                lock.unlock();
                 callTickFunction(*handler);
-                lock.lock();
             }
+            lock.lock();
             // The tick function may have unregistered its own handler.
             if (!state.retiredHandlers.empty() && isRetired(state, handler)) {
                 continue;
@@ -179,10 +160,7 @@ ZYN_TS_TICK_PATH __attribute__((noinline)) void runObservedPass(CTickScheduler& 
                                                                 size_t handlerCount) {
     zyn_ts::ObservedPass pass(zyn_ts::TracedScheduler::Scheduler, state.statistics, zyn_ts::schedulerEventRing);
     walkHandlers<true>(state, lock, handlerCount, &pass);
-    if (pass.isTimed()) {
-        traceOverrun(state.statistics.endPass(pass.timing()));
-    }
-    pass.ends();
+    traceOverrun(pass.ends());
 }
 
 /// Frees what was unregistered during the pass and makes the pass copy big

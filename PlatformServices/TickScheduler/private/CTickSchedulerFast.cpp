@@ -1,7 +1,5 @@
 #include <pthread.h>
 
-#include <cstring>
-
 #include "CList.h"
 #include "CModuleManager.h"
 #include "CTickSchedulerFast.h"
@@ -90,26 +88,14 @@ ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
             tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) == 0;
 }
 
-/// Calls the handler and tells the pass's observers. The slot and the name
-/// are taken before the call: the call may unregister and free its own
-/// record (which leaves the slot a tombstone that no one claims during the
-/// pass, since claims need the mutex this pass holds).
-ZYN_TS_TICK_PATH void callObserved(zyn_ts::ObservedPass& pass, const STickHandler& handler) {
-    zyn_ts::HandlerSlot* const slot = pass.isTimed() ? fastDispatchStatistics.slotFor(&handler) : nullptr;
-    char name[zyn_ts::kNameBytes];
-    std::memcpy(name, handler.name, sizeof(name));
-    const int64_t startNs = pass.callBegins(&handler, name);
+/// Calls the handler's tick function. Exceptions are not caught: they
+/// leave the dispatch, with the mutex still locked.
+ZYN_TS_TICK_PATH void callTickFunction(const STickHandler& handler) {
     handler.tickReceiver.onTick(handler.tickReceiver.context);
-    const int64_t endNs = pass.callEnds(&handler, name);
-    if (pass.isTimed()) {
-        const bool stillRegistered = slot != nullptr && slot->key.load(std::memory_order_relaxed) == &handler;
-        fastDispatchStatistics.recordCall(pass.timing(), stillRegistered ? slot : nullptr, name, endNs - startNs);
-    }
 }
 
 /// One line per overrun that the rate limit lets through.
 void traceOverrun(const zyn_ts::OverrunReport& report) {
-    zyn_ts::traceOverrunEvent(zyn_ts::TracedScheduler::Fast, report);
     if (!report.due) {
         return;
     }
@@ -149,9 +135,9 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::ObservedPass* pass) {
         const auto* const handler = static_cast<const STickHandler*>(element);
         if (isHandlerDue(*handler)) {
             if constexpr (Observed) {
-                callObserved(*pass, *handler);
+                pass->call(*handler, callTickFunction);
             } else {
-                handler->tickReceiver.onTick(handler->tickReceiver.context);
+                callTickFunction(*handler);
             }
         }
         if (status == CLIST_END_OF_LIST) {
@@ -165,10 +151,7 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::ObservedPass* pass) {
 ZYN_TS_TICK_PATH __attribute__((noinline)) void runObservedDispatch() {
     zyn_ts::ObservedPass pass(zyn_ts::TracedScheduler::Fast, fastDispatchStatistics, zyn_ts::fastEventRing);
     dispatchHandlers<true>(&pass);
-    if (pass.isTimed()) {
-        traceOverrun(fastDispatchStatistics.endPass(pass.timing()));
-    }
-    pass.ends();
+    traceOverrun(pass.ends());
 }
 
 /// Sets or clears the group's bit in `mask` (a handler's groups or the

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "DispatchStatistics.h"
 #include "EventRing.h"
@@ -27,8 +28,12 @@ inline bool isWatched(const DispatchStatistics& statistics, const EventRing& rin
 class ObservedPass {
 public:
     /// Decides who watches this pass and marks its beginning.
-    ZYN_TS_TICK_PATH ObservedPass(TracedScheduler watched, const DispatchStatistics& statistics, EventRing& events)
-        : scheduler(watched), ring(events), timed(statistics.isOn()), captured(events.isOn()) {
+    ZYN_TS_TICK_PATH ObservedPass(TracedScheduler watched, DispatchStatistics& dispatchStatistics, EventRing& events)
+        : scheduler(watched),
+          statistics(dispatchStatistics),
+          ring(events),
+          timed(dispatchStatistics.isOn()),
+          captured(events.isOn()) {
         ZYN_TS_TRACEPOINT(pass_begin, static_cast<int>(scheduler));
         if (captured) {
             ring.write(TICK_EVENT_PASS_BEGIN, statisticsNowNs(), nullptr, nullptr, 0);
@@ -37,57 +42,62 @@ public:
     ObservedPass(const ObservedPass&) = delete;
     ObservedPass& operator=(const ObservedPass&) = delete;
 
-    /// Whether the statistics time this pass (they count its calls).
-    bool isTimed() const { return timed; }
-    PassTiming& timing() { return passTiming; }
-
-    /// Right before the handler's tick function; `name` is a copy that
-    /// outlives the call. Returns the start reading.
-    ZYN_TS_TICK_PATH int64_t callBegins(const STickHandler* handler, const char* name) {
-        ZYN_TS_TRACEPOINT(call_begin, static_cast<int>(scheduler), handler, name);
+    /// Calls `invoke(handler)` and tells every observer about it. The
+    /// handler's figures and its name are taken before the call, which may
+    /// unregister (in the fast module also free) its own record: after it
+    /// only the record's address is used, and its figures count the call
+    /// only while they still belong to it.
+    template <typename Invoke>
+    ZYN_TS_TICK_PATH void call(const STickHandler& handler, Invoke&& invoke) {
+        HandlerSlot* const slot = timed ? statistics.slotFor(&handler) : nullptr;
+        char name[kNameBytes];
+        std::memcpy(name, handler.name, sizeof(name));
+        ZYN_TS_TRACEPOINT(call_begin, static_cast<int>(scheduler), &handler, name);
         const int64_t startNs = statisticsNowNs();
         if (captured) {
-            ring.write(TICK_EVENT_CALL_BEGIN, startNs, handler, name, 0);
+            ring.write(TICK_EVENT_CALL_BEGIN, startNs, &handler, name, 0);
         }
         passTiming.callStarts(startNs);
-        return startNs;
-    }
-
-    /// Right after it returned (the record may be gone: only its address and
-    /// the copied name are used). Returns the end reading.
-    ZYN_TS_TICK_PATH int64_t callEnds(const STickHandler* handler, const char* name) {
+        invoke(handler);
         const int64_t endNs = statisticsNowNs();
         ++handlersCalled;
         if (captured) {
-            ring.write(TICK_EVENT_CALL_END, endNs, handler, name, 0);
+            ring.write(TICK_EVENT_CALL_END, endNs, &handler, name, 0);
         }
-        ZYN_TS_TRACEPOINT(call_end, static_cast<int>(scheduler), handler, name);
-        return endNs;
+        ZYN_TS_TRACEPOINT(call_end, static_cast<int>(scheduler), &handler, name);
+        if (timed) {
+            const bool stillItsOwn = slot != nullptr && slot->key.load(std::memory_order_relaxed) == &handler;
+            statistics.recordCall(passTiming, stillItsOwn ? slot : nullptr, name, endNs - startNs);
+        }
     }
 
-    /// Marks the end of the pass (after the statistics closed it).
-    ZYN_TS_TICK_PATH void ends() {
+    /// Marks the end of the pass. Returns the statistics' account of an
+    /// overrun (none when they did not time the pass), for the module to
+    /// trace in its own words.
+    ZYN_TS_TICK_PATH OverrunReport ends() {
+        OverrunReport report;
+        if (timed) {
+            report = statistics.endPass(passTiming);
+            if (report.overran) {
+                ZYN_TS_TRACEPOINT(overrun, static_cast<int>(scheduler), report.passNs, report.periodNs, report.culprit,
+                                  report.culpritNs);
+            }
+        }
         if (captured) {
             ring.write(TICK_EVENT_PASS_END, statisticsNowNs(), nullptr, nullptr, handlersCalled);
         }
         ZYN_TS_TRACEPOINT(pass_end, static_cast<int>(scheduler), handlersCalled);
+        return report;
     }
 
 private:
     TracedScheduler scheduler;
+    DispatchStatistics& statistics;
     EventRing& ring;
     bool timed;
     bool captured;
     uint32_t handlersCalled = 0;
     PassTiming passTiming;
 };
-
-/// What the overrun tracepoint says, when the statistics measured one.
-inline void traceOverrunEvent(TracedScheduler scheduler, const OverrunReport& report) {
-    if (report.overran) {
-        ZYN_TS_TRACEPOINT(overrun, static_cast<int>(scheduler), report.passNs, report.periodNs, report.culprit,
-                          report.culpritNs);
-    }
-}
 
 }  // namespace zyn_ts
