@@ -9,7 +9,6 @@
 #include "PrecisionWakeStep.h"
 #include "ThreadUtilities.h"
 #include "TickOscillator.h"
-#include "TickPath.h"
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
@@ -55,9 +54,8 @@ zyn_ts::PrecisionWake& unattachedWake() {
 /// taken right after the previous tick's pass, is also recorded as that
 /// pass's end behind the grid point the previous sleep asked for
 /// (`previousSleepEndNs`, 0 when there is none).
-ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
-                                              zyn_ts::GridPublisher& grid, zyn_ts::PrecisionWake& wake,
-                                              int64_t& previousSleepEndNs) {
+void sleepUntilNextGridPoint(TickOscillator& oscillator, timespec& startInstant, zyn_ts::GridPublisher& grid,
+                             zyn_ts::PrecisionWake& wake, int64_t& previousSleepEndNs) {
     timespec current{};
     timespec elapsed{};
     clock_gettime(CLOCK_MONOTONIC, &current);
@@ -85,7 +83,7 @@ ZYN_TS_TICK_PATH void sleepUntilNextGridPoint(TickOscillator& oscillator, timesp
 
 /// The tick tracepoint, while a session records it: the grid point at or
 /// before the wake-up and how far past it the oscillator woke.
-ZYN_TS_TICK_PATH void traceTick(ETickDelay delay, const timespec& startInstant) {
+void traceTick(ETickDelay delay, const timespec& startInstant) {
     if (!ZYN_TS_TRACEPOINT_ENABLED(tick)) {
         return;
     }
@@ -190,7 +188,7 @@ uint32_t TickOscillator::registerOnTick(ITickReceiver* newReceiver) {
     return TickResult::Success;
 }
 
-ZYN_TS_TICK_PATH uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* result) {
+uint32_t TickOscillator::timeDiff(timespec* start, timespec* end, timespec* result) {
     if (start->tv_nsec > end->tv_nsec) {
         result->tv_nsec = kNanosecondsPerSecond - (start->tv_nsec - end->tv_nsec);
         result->tv_sec = end->tv_sec - start->tv_sec - 1;
@@ -201,7 +199,7 @@ ZYN_TS_TICK_PATH uint32_t TickOscillator::timeDiff(timespec* start, timespec* en
     return TickResult::Success;
 }
 
-ZYN_TS_TICK_PATH void TickOscillator::tickCompensation6MS(timespec* elapsed) {
+void TickOscillator::tickCompensation6MS(timespec* elapsed) {
     // 1 s = 166 x 6 ms + 4 ms: each dropped second moves the phase by 4 ms,
     // so s seconds move it by (s mod 3) x 4 ms mod 6 ms = 0, 4 or 2 ms.
     switch (elapsed->tv_sec % 3) {
@@ -216,16 +214,16 @@ ZYN_TS_TICK_PATH void TickOscillator::tickCompensation6MS(timespec* elapsed) {
     }
 }
 
-ZYN_TS_TICK_PATH void TickOscillator::tickCompensation1MS(timespec* /*elapsed*/) {}
+void TickOscillator::tickCompensation1MS(timespec* /*elapsed*/) {}
 
-ZYN_TS_TICK_PATH uint32_t TickOscillator::sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs) {
+uint32_t TickOscillator::sleepToNextGridPoint(const timespec& compensatedElapsed, uint32_t periodNs) {
     // The nanoseconds stay below 1004000000 after compensation, so the
     // remainder fits the 32-bit signed arithmetic a small target does cheaply.
     const int32_t phase = static_cast<int32_t>(compensatedElapsed.tv_nsec) % static_cast<int32_t>(periodNs);
     return periodNs - static_cast<uint32_t>(phase);
 }
 
-ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
+void TickOscillator::deliverTick() {
     if (frozen.load(std::memory_order_relaxed)) {
         return;
     }
@@ -237,7 +235,7 @@ ZYN_TS_TICK_PATH void TickOscillator::deliverTick() {
     target->onTick(target->context);
 }
 
-ZYN_TS_TICK_PATH void TickOscillator::run() {
+void TickOscillator::run() {
     ZYN_TS_ENTER("run");
     // Looked up before the start instant is read, so that the lookup's lock
     // never delays the grid's origin. This thread is the only writer of the

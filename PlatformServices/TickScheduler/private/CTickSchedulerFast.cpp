@@ -11,7 +11,6 @@
 #include "StatisticsClock.h"
 #include "TickFastOscillator.h"
 #include "TickModuleIdentity.h"
-#include "TickPath.h"
 #include "TickResultCodes.h"
 #include "TraceSite.h"
 
@@ -81,7 +80,7 @@ uint32_t removeAndFree(STickHandler** handle) {
     return TickResult::Success;
 }
 
-ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
+bool isHandlerDue(const STickHandler& handler) {
     // Exactly 1: any other non-zero value counts as disabled.
     return handler.enabled.load(std::memory_order_relaxed) == 1 &&
            (handler.groupMask.load(std::memory_order_relaxed) &
@@ -90,9 +89,7 @@ ZYN_TS_TICK_PATH bool isHandlerDue(const STickHandler& handler) {
 
 /// Calls the handler's tick function. Exceptions are not caught: they
 /// leave the dispatch, with the mutex still locked.
-ZYN_TS_TICK_PATH void callTickFunction(const STickHandler& handler) {
-    handler.tickReceiver.onTick(handler.tickReceiver.context);
-}
+void callTickFunction(const STickHandler& handler) { handler.tickReceiver.onTick(handler.tickReceiver.context); }
 
 /// One line per overrun that the rate limit lets through.
 void traceOverrun(const zyn_ts::OverrunReport& report) {
@@ -114,7 +111,7 @@ void traceOverrun(const zyn_ts::OverrunReport& report) {
 /// With `Observed` every call is told to `pass`; the plain instance pays
 /// nothing for it.
 template <bool Observed>
-ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::ObservedPass* pass) {
+void dispatchHandlers(zyn_ts::ObservedPass* pass) {
     CList* const list = &tickSchedulerFastModule.handlerList;
     CListCursor cursor = nullptr;
     void* element = nullptr;
@@ -146,9 +143,8 @@ ZYN_TS_TICK_PATH void dispatchHandlers(zyn_ts::ObservedPass* pass) {
     }
 }
 
-/// A watched dispatch, kept out of line so that the plain one stays as it
-/// was.
-ZYN_TS_TICK_PATH __attribute__((noinline)) void runObservedDispatch() {
+/// A dispatch someone watches: every call is told to the pass's observers.
+void runObservedDispatch() {
     zyn_ts::ObservedPass pass(zyn_ts::TracedScheduler::Fast, fastDispatchStatistics, zyn_ts::fastEventRing);
     dispatchHandlers<true>(&pass);
     traceOverrun(pass.ends());
@@ -253,7 +249,7 @@ extern "C" uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle) 
 
 // ---- Tick ------------------------------------------------------------------
 
-extern "C" ZYN_TS_TICK_PATH void CTickSchedulerFast_OnTick(void* /*context*/) {
+extern "C" void CTickSchedulerFast_OnTick(void* /*context*/) {
     CTickSchedulerFast& module = tickSchedulerFastModule;
     // A tick that cannot take the lock is dropped; the next one tries again.
     if (pthread_mutex_lock(&module.tickMutex) != 0) {

@@ -12,7 +12,6 @@
 #include <ctime>
 
 #include "PublishedGrid.h"
-#include "TickPath.h"
 
 namespace zyn_ts {
 
@@ -27,7 +26,7 @@ public:
 
     /// The thread is about to sleep on `periodNs`: published first when it
     /// differs from the period published last. One comparison otherwise.
-    ZYN_TS_TICK_PATH void sleepsOn(int64_t periodNs) {
+    void sleepsOn(int64_t periodNs) {
         if (periodNs != current.periodNs) {
             publishPeriod(periodNs);
         }

@@ -32,8 +32,7 @@ bool EventRing::start() {
     return true;
 }
 
-ZYN_TS_TICK_PATH void EventRing::write(uint32_t kind, int64_t timeNs, const void* handle, const char* name,
-                                       uint32_t handlersCalled) {
+void EventRing::write(uint32_t kind, int64_t timeNs, const void* handle, const char* name, uint32_t handlersCalled) {
     Slot* const ring = slots.load(std::memory_order_acquire);
     if (ring == nullptr) {
         return;

@@ -21,7 +21,6 @@
 #include <memory>
 
 #include "TickEventCapture.h"
-#include "TickPath.h"
 #include "ZynSupport/GuardedMutex.h"
 
 namespace zyn_ts {
@@ -47,8 +46,7 @@ public:
     bool isMade() const { return slots.load(std::memory_order_acquire) != nullptr; }
 
     /// Tick thread: writes one event; never waits, never allocates.
-    ZYN_TS_TICK_PATH void write(uint32_t kind, int64_t timeNs, const void* handle, const char* name,
-                                uint32_t handlersCalled);
+    void write(uint32_t kind, int64_t timeNs, const void* handle, const char* name, uint32_t handlersCalled);
 
     /// Any thread: moves up to `capacity` oldest events into `out`; returns
     /// how many. `lost` (when not null) takes and clears the lost count.

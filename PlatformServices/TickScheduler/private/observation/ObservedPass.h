@@ -15,7 +15,6 @@
 #include "EventRing.h"
 #include "STickHandler.h"
 #include "StatisticsClock.h"
-#include "TickPath.h"
 #include "Tracepoints.h"
 
 namespace zyn_ts {
@@ -28,7 +27,7 @@ inline bool isWatched(const DispatchStatistics& statistics, const EventRing& rin
 class ObservedPass {
 public:
     /// Decides who watches this pass and marks its beginning.
-    ZYN_TS_TICK_PATH ObservedPass(TracedScheduler watched, DispatchStatistics& dispatchStatistics, EventRing& events)
+    ObservedPass(TracedScheduler watched, DispatchStatistics& dispatchStatistics, EventRing& events)
         : scheduler(watched),
           statistics(dispatchStatistics),
           ring(events),
@@ -48,7 +47,7 @@ public:
     /// only the record's address is used, and its figures count the call
     /// only while they still belong to it.
     template <typename Invoke>
-    ZYN_TS_TICK_PATH void call(const STickHandler& handler, Invoke&& invoke) {
+    void call(const STickHandler& handler, Invoke&& invoke) {
         HandlerSlot* const slot = timed ? statistics.slotFor(&handler) : nullptr;
         char name[kNameBytes];
         std::memcpy(name, handler.name, sizeof(name));
@@ -74,7 +73,7 @@ public:
     /// Marks the end of the pass. Returns the statistics' account of an
     /// overrun (none when they did not time the pass), for the module to
     /// trace in its own words.
-    ZYN_TS_TICK_PATH OverrunReport ends() {
+    OverrunReport ends() {
         OverrunReport report;
         if (timed) {
             report = statistics.endPass(passTiming);

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "StatisticsClock.h"
-#include "TickPath.h"
 #include "TickResultCodes.h"
 
 namespace zyn_ts {
@@ -172,12 +171,12 @@ void DispatchStatistics::dropAllHandlers() {
 
 // ---- The pass -------------------------------------------------------------------
 
-ZYN_TS_TICK_PATH HandlerSlot* DispatchStatistics::slotFor(const STickHandler* handler) const {
+HandlerSlot* DispatchStatistics::slotFor(const STickHandler* handler) const {
     return findSlot(handler, generation.load(std::memory_order_acquire));
 }
 
-ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerSlot* slot,
-                                                     const char (&name)[kNameBytes], int64_t callNs) {
+void DispatchStatistics::recordCall(PassTiming& pass, HandlerSlot* slot, const char (&name)[kNameBytes],
+                                    int64_t callNs) {
     if (callNs > pass.longestCallNs) {
         pass.longestCallNs = callNs;
         std::memcpy(pass.longestCallName, name, sizeof(pass.longestCallName));
@@ -203,7 +202,7 @@ ZYN_TS_TICK_PATH void DispatchStatistics::recordCall(PassTiming& pass, HandlerSl
     put(slot->calls, calls + 1);
 }
 
-ZYN_TS_TICK_PATH OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
+OverrunReport DispatchStatistics::endPass(PassTiming& pass) {
     const int64_t endNs = statisticsNowNs();
     const int64_t passNs = pass.started ? endNs - pass.startNs : 0;
     const uint32_t currentEpoch = resetEpoch.load(std::memory_order_relaxed);

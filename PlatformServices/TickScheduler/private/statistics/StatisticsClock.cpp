@@ -3,7 +3,6 @@
 #include <atomic>
 #include <ctime>
 
-#include "TickPath.h"
 #include "ZynSupport/MonotonicClock.h"
 
 namespace zyn_ts {
@@ -15,7 +14,7 @@ std::atomic<StatisticsClockSource> installedClock{&monotonicNowNs};
 
 }  // namespace
 
-ZYN_TS_TICK_PATH int64_t monotonicNowNs() {
+int64_t monotonicNowNs() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     return zyn_support::toNanoseconds(now);
@@ -25,6 +24,6 @@ void setStatisticsClock(StatisticsClockSource source) {
     installedClock.store(source != nullptr ? source : &monotonicNowNs, std::memory_order_relaxed);
 }
 
-ZYN_TS_TICK_PATH int64_t statisticsNowNs() { return installedClock.load(std::memory_order_relaxed)(); }
+int64_t statisticsNowNs() { return installedClock.load(std::memory_order_relaxed)(); }
 
 }  // namespace zyn_ts

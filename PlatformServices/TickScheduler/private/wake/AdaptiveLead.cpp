@@ -4,7 +4,7 @@
 
 namespace zyn_ts {
 
-ZYN_TS_TICK_PATH void AdaptiveLead::addWakeUp(int64_t latenessNs) {
+void AdaptiveLead::addWakeUp(int64_t latenessNs) {
     int64_t us = latenessNs > 0 ? latenessNs / zyn_support::kNanosecondsPerMicrosecond : 0;
     if (us >= static_cast<int64_t>(kBins)) {
         us = static_cast<int64_t>(kBins) - 1;

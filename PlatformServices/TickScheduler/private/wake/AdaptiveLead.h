@@ -14,8 +14,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "TickPath.h"
-
 namespace zyn_ts {
 
 class AdaptiveLead {
@@ -32,7 +30,7 @@ public:
     static constexpr int64_t ceilingFor(int64_t periodNs) { return periodNs / 10; }
 
     /// The lead to use on a grid of `periodNs`.
-    ZYN_TS_TICK_PATH int64_t leadFor(int64_t periodNs) const {
+    int64_t leadFor(int64_t periodNs) const {
         const int64_t ceiling = ceilingFor(periodNs);
         const int64_t wanted = known < kRecomputeEvery ? kInitialNs : percentileLeadNs;
         if (wanted > ceiling) {
@@ -42,7 +40,7 @@ public:
     }
 
     /// One wake-up, `latenessNs` behind the instant asked for.
-    ZYN_TS_TICK_PATH void addWakeUp(int64_t latenessNs);
+    void addWakeUp(int64_t latenessNs);
 
     /// The wake-ups in the window.
     size_t samples() const { return known; }

@@ -14,8 +14,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "TickPath.h"
-
 struct STickLatenessFigures;
 
 namespace zyn_ts {
@@ -28,7 +26,7 @@ public:
     static constexpr size_t kBins = kLinearBins + kBinsPerOctave * kOctaves;
 
     /// Writer only. A negative lateness counts as 0.
-    ZYN_TS_TICK_PATH void add(int64_t latenessNs) {
+    void add(int64_t latenessNs) {
         const int64_t sample = latenessNs > 0 ? latenessNs : 0;
         bump(bins[binOf(sample)], uint64_t{1});
         if (sample > maxNs.load(std::memory_order_relaxed)) {
@@ -49,7 +47,7 @@ public:
 
 private:
     template <typename T>
-    ZYN_TS_TICK_PATH static void bump(std::atomic<T>& field, T by) {
+    static void bump(std::atomic<T>& field, T by) {
         field.store(field.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
     }
 

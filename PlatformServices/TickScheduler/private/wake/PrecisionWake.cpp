@@ -101,7 +101,7 @@ void PrecisionWake::clearFigures() {
     wakeUpAndPass.clear();
 }
 
-ZYN_TS_TICK_PATH int64_t PrecisionWake::leadFor(uint32_t mode, int64_t periodNs) {
+int64_t PrecisionWake::leadFor(uint32_t mode, int64_t periodNs) {
     int64_t lead = mode == TICK_WAKE_FIXED ? fixedLeadNs.load(std::memory_order_relaxed) : adaptive.leadFor(periodNs);
     // A repeated initialize may have shortened the period under a fixed
     // lead: the spin never covers more than half a period.
@@ -118,8 +118,7 @@ ZYN_TS_TICK_PATH int64_t PrecisionWake::leadFor(uint32_t mode, int64_t periodNs)
     return lead;
 }
 
-ZYN_TS_TICK_PATH void PrecisionWake::delivered(int64_t instantNs, int64_t latenessNs, int64_t spunNs,
-                                               bool lateDespiteLead) {
+void PrecisionWake::delivered(int64_t instantNs, int64_t latenessNs, int64_t spunNs, bool lateDespiteLead) {
     delivery.add(latenessNs);
     bump(ticks, uint64_t{1});
     if (lateDespiteLead) {

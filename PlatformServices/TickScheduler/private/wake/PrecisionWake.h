@@ -15,7 +15,6 @@
 
 #include "AdaptiveLead.h"
 #include "LatenessHistogram.h"
-#include "TickPath.h"
 
 struct STickPrecisionWake;
 
@@ -53,19 +52,19 @@ public:
     // ---- The oscillator thread -----------------------------------------------
 
     /// The control word, once per iteration.
-    ZYN_TS_TICK_PATH uint32_t loadControl() const { return control.load(std::memory_order_relaxed); }
+    uint32_t loadControl() const { return control.load(std::memory_order_relaxed); }
     static uint32_t modeOf(uint32_t controlWord) { return controlWord & kModeMask; }
     /// True when `controlWord` differs from the one applied last.
-    ZYN_TS_TICK_PATH bool changedSince(uint32_t controlWord) const { return controlWord != appliedControl; }
+    bool changedSince(uint32_t controlWord) const { return controlWord != appliedControl; }
     /// Applies a changed control word: drops the figures if a reset was
     /// asked since the word applied last.
     void controlChanged(uint32_t current);
     /// The lead for this iteration on a grid of `periodNs`, published for
     /// the queries.
-    ZYN_TS_TICK_PATH int64_t leadFor(uint32_t mode, int64_t periodNs);
+    int64_t leadFor(uint32_t mode, int64_t periodNs);
 
     /// A kernel wake-up `latenessNs` behind the instant asked for.
-    ZYN_TS_TICK_PATH void wokeUp(int64_t latenessNs, bool adapts) {
+    void wokeUp(int64_t latenessNs, bool adapts) {
         wakeUp.add(latenessNs);
         if (adapts) {
             adaptive.addWakeUp(latenessNs);
@@ -74,10 +73,10 @@ public:
     /// A tick delivered at `instantNs`, `latenessNs` behind its grid point,
     /// after spinning `spunNs`; `lateDespiteLead` when the wake-up came after
     /// the grid point.
-    ZYN_TS_TICK_PATH void delivered(int64_t instantNs, int64_t latenessNs, int64_t spunNs, bool lateDespiteLead);
+    void delivered(int64_t instantNs, int64_t latenessNs, int64_t spunNs, bool lateDespiteLead);
     /// Mode off: the loop's reading `latenessNs` behind the grid point the
     /// sleep before it asked for.
-    ZYN_TS_TICK_PATH void passEnded(int64_t latenessNs) { wakeUpAndPass.add(latenessNs); }
+    void passEnded(int64_t latenessNs) { wakeUpAndPass.add(latenessNs); }
 
     /// The adaptive lead's history (oscillator thread, or tests with no
     /// thread running).

@@ -9,20 +9,18 @@
 namespace zyn_ts {
 namespace {
 
-ZYN_TS_TICK_PATH int64_t readClockNs() {
+int64_t readClockNs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return zyn_support::toNanoseconds(now);
 }
 
-ZYN_TS_TICK_PATH bool maySpin(const TickOscillator& oscillator) {
-    return !oscillator.isFrozen() && oscillator.getReceiver() != nullptr;
-}
+bool maySpin(const TickOscillator& oscillator) { return !oscillator.isFrozen() && oscillator.getReceiver() != nullptr; }
 
 }  // namespace
 
-ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
-                                                  GridPublisher& grid, PrecisionWake& wake, uint32_t mode) {
+bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant, GridPublisher& grid,
+                                 PrecisionWake& wake, uint32_t mode) {
     timespec current{};
     timespec elapsed{};
     clock_gettime(CLOCK_MONOTONIC, &current);

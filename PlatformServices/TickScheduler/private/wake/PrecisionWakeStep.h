@@ -8,7 +8,6 @@
 
 #include "GridPublisher.h"
 #include "PrecisionWake.h"
-#include "TickPath.h"
 
 class TickOscillator;
 
@@ -25,7 +24,7 @@ namespace zyn_ts {
 /// it did not spin (and the next iteration sleeps to the same grid point).
 /// While frozen or without receiver as the iteration begins, the sleep goes
 /// to the grid point itself. Records the wake-up and the delivery in `wake`.
-ZYN_TS_TICK_PATH bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
-                                                  GridPublisher& grid, PrecisionWake& wake, uint32_t mode);
+bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant, GridPublisher& grid,
+                                 PrecisionWake& wake, uint32_t mode);
 
 }  // namespace zyn_ts
