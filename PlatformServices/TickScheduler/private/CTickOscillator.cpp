@@ -4,6 +4,7 @@
 #include <string>
 
 #include "GridPublisher.h"
+#include "NextGridPoint.h"
 #include "OscillatorAttachment.h"
 #include "PrecisionWake.h"
 #include "PrecisionWakeStep.h"
@@ -49,35 +50,21 @@ zyn_ts::PrecisionWake& unattachedWake() {
 }
 
 /// One iteration's clock reading and sleep: to the next grid point after the
-/// instant read, on the delay and compensation the owner set last. A changed
-/// delay is published before the first sleep it applies to. The reading,
-/// taken right after the previous tick's pass, is also recorded as that
-/// pass's end behind the grid point the previous sleep asked for
+/// instant read, on the delay and compensation the owner set last. The
+/// reading, taken right after the previous tick's pass, is also recorded as
+/// that pass's end behind the grid point the previous sleep asked for
 /// (`previousSleepEndNs`, 0 when there is none).
 void sleepUntilNextGridPoint(TickOscillator& oscillator, timespec& startInstant, zyn_ts::GridPublisher& grid,
                              zyn_ts::PrecisionWake& wake, int64_t& previousSleepEndNs) {
-    timespec current{};
-    timespec elapsed{};
-    clock_gettime(CLOCK_MONOTONIC, &current);
-    oscillator.timeDiff(&startInstant, &current, &elapsed);
-    const TickOscillator::Compensation correct = oscillator.getCompensation();
-    if (correct != nullptr) {
-        correct(&elapsed);
-    }
-    elapsed.tv_sec = 0;
-    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * kNanosecondsPerMillisecond;
-    grid.sleepsOn(static_cast<int64_t>(period));
-    timespec interval{};
-    interval.tv_sec = 0;
-    interval.tv_nsec = TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
-    const int64_t readingNs = zyn_support::toNanoseconds(current);
+    const zyn_ts::NextGridPoint next = zyn_ts::findNextGridPoint(oscillator, startInstant, grid);
     if (previousSleepEndNs != 0) {
-        wake.passEnded(readingNs - previousSleepEndNs);
+        wake.passEnded(next.readingNs - previousSleepEndNs);
     }
-    previousSleepEndNs = readingNs + interval.tv_nsec;
+    previousSleepEndNs = next.readingNs + next.sleepNs;
     // A signal only interrupts the sleep; the rest of it is slept, so no
     // signal ever produces an early tick. Other errors count as a completed
     // sleep: the next iteration measures the clock again anyway.
+    timespec interval = zyn_support::toTimespec(next.sleepNs);
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &interval, &interval) == EINTR) {}
 }
 
@@ -279,4 +266,24 @@ void TickOscillator::run() {
         }
     }
     grid.stopped();
+}
+
+// The time since the start instant, corrected by the delay's compensation,
+// within its second: the remainder by the period is how far the grid point
+// before the reading lies behind it.
+zyn_ts::NextGridPoint zyn_ts::findNextGridPoint(TickOscillator& oscillator, timespec& startInstant,
+                                                GridPublisher& grid) {
+    timespec current{};
+    timespec elapsed{};
+    clock_gettime(CLOCK_MONOTONIC, &current);
+    oscillator.timeDiff(&startInstant, &current, &elapsed);
+    const TickOscillator::Compensation correct = oscillator.getCompensation();
+    if (correct != nullptr) {
+        correct(&elapsed);
+    }
+    elapsed.tv_sec = 0;
+    const uint64_t period = static_cast<uint64_t>(oscillator.getDelay()) * kNanosecondsPerMillisecond;
+    grid.sleepsOn(static_cast<int64_t>(period));
+    const uint32_t sleepNs = TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period));
+    return {zyn_support::toNanoseconds(current), static_cast<int64_t>(sleepNs), static_cast<int64_t>(period)};
 }

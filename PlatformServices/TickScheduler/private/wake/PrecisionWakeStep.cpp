@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "NextGridPoint.h"
 #include "TickOscillator.h"
 #include "TickPrecisionWake.h"
 #include "ZynSupport/MonotonicClock.h"
@@ -21,24 +22,12 @@ bool maySpin(const TickOscillator& oscillator) { return !oscillator.isFrozen() &
 
 bool sleepAndSpinToNextGridPoint(TickOscillator& oscillator, timespec& startInstant, GridPublisher& grid,
                                  PrecisionWake& wake, uint32_t mode) {
-    timespec current{};
-    timespec elapsed{};
-    clock_gettime(CLOCK_MONOTONIC, &current);
-    oscillator.timeDiff(&startInstant, &current, &elapsed);
-    const TickOscillator::Compensation correct = oscillator.getCompensation();
-    if (correct != nullptr) {
-        correct(&elapsed);
-    }
-    elapsed.tv_sec = 0;
-    const uint64_t period =
-        static_cast<uint64_t>(oscillator.getDelay()) * static_cast<uint64_t>(zyn_support::kNanosecondsPerMillisecond);
-    grid.sleepsOn(static_cast<int64_t>(period));
-    const int64_t readingNs = zyn_support::toNanoseconds(current);
-    const int64_t gridPointNs =
-        readingNs + static_cast<int64_t>(TickOscillator::sleepToNextGridPoint(elapsed, static_cast<uint32_t>(period)));
+    const NextGridPoint next = findNextGridPoint(oscillator, startInstant, grid);
+    const int64_t readingNs = next.readingNs;
+    const int64_t gridPointNs = readingNs + next.sleepNs;
     // Frozen or without a receiver, no tick is due: sleep to the grid point
     // itself, so that nothing spins.
-    const int64_t leadNs = maySpin(oscillator) ? wake.leadFor(mode, static_cast<int64_t>(period)) : 0;
+    const int64_t leadNs = maySpin(oscillator) ? wake.leadFor(mode, next.periodNs) : 0;
     const int64_t wakeAtNs = gridPointNs - leadNs;
 
     int64_t nowNs = readingNs;
