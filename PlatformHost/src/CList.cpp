@@ -1,16 +1,10 @@
-// The reference list service: a doubly linked list of element pointers with
-// one node per element, allocated by CList_PushTail and freed by CList_Remove.
-//
-// `head` and `tail` of the CList record point to nodes, `count` is the number
-// of elements. A cursor points to the node that CList_GetNext delivers next
-// (null past the end), and that node counts the cursors standing on it
-// (`cursors`). Any element can be removed while iterations are in progress:
-// - the element just delivered, or any before it: no cursor stands on its
-//   node, which is unlinked and freed at once;
-// - the element a cursor stands on: its node stays in the chain as a
-//   tombstone (element gone, `next` kept up to date by the chain), and the
-//   cursor's next CList_GetNext steps over it to the first element still in
-//   the list and frees it once no cursor stands on it any more.
+// The reference list service: a doubly linked list of element pointers, one
+// node per element. A cursor points to the node that CList_GetNext delivers
+// next (null past the end), and that node counts the cursors standing on it.
+// So any element can be removed while iterations are in progress: a node no
+// cursor stands on is unlinked and freed at once; the node a cursor stands on
+// stays in the chain as a tombstone (element gone), which that cursor's next
+// CList_GetNext steps over and frees once no cursor stands on it any more.
 // Tombstones are invisible to every operation. An iteration given up before
 // its end leaves its node counted; should that element be removed later, its
 // tombstone stays until the list is constructed again: a few bytes kept, never
@@ -36,11 +30,9 @@ struct Node {
     uint32_t cursors;  // cursors of unfinished iterations standing here
 };
 
-bool isTombstone(const Node* node) { return node->element == nullptr; }
-
 // The first node from `node` on (itself included) that holds an element.
 Node* firstLiveFrom(Node* node) {
-    while (node != nullptr && isTombstone(node)) {
+    while (node != nullptr && node->element == nullptr) {
         node = node->next;
     }
     return node;
@@ -48,18 +40,7 @@ Node* firstLiveFrom(Node* node) {
 
 Node* headOf(const CList* list) { return static_cast<Node*>(list->head); }
 
-Node* tailOf(const CList* list) { return static_cast<Node*>(list->tail); }
-
-Node* findNode(const CList* list, const void* element) {
-    for (Node* node = headOf(list); node != nullptr; node = node->next) {
-        if (!isTombstone(node) && node->element == element) {
-            return node;
-        }
-    }
-    return nullptr;
-}
-
-void unlink(CList* list, Node* node) {
+void unlinkAndFree(CList* list, Node* node) {
     if (node->previous != nullptr) {
         node->previous->next = node->next;
     } else {
@@ -70,15 +51,7 @@ void unlink(CList* list, Node* node) {
     } else {
         list->tail = node->previous;
     }
-}
-
-// A cursor leaves `node`; a tombstone that no cursor stands on any more goes.
-void leave(CList* list, Node* node) {
-    --node->cursors;
-    if (node->cursors == 0 && isTombstone(node)) {
-        unlink(list, node);
-        delete node;
-    }
+    delete node;
 }
 
 // A cursor comes to stand on `node` (null: past the end).
@@ -93,26 +66,22 @@ CListCursor standOn(Node* node) {
 
 extern "C" {
 
-// Makes the record an empty list. Nodes of a list that the record held before
-// are not freed: a zero-filled or uninitialised record cannot be told apart
-// from a live one.
+// Nodes of a list that the record held before are not freed: a zero-filled or
+// uninitialised record cannot be told apart from a live one.
 uint32_t CList_Construct(CList* list) {
     if (list == nullptr) {
         return result::ListBadArgument;
     }
-    list->head = nullptr;
-    list->tail = nullptr;
-    list->count = 0;
+    *list = CList{nullptr, nullptr, 0};
     return result::Success;
 }
 
-// Appends the pointer; a null element is refused, because CList_GetNext reports
-// "nothing delivered" as a null element.
+// A null element is refused: CList_GetNext reports "nothing delivered" as one.
 uint32_t CList_PushTail(CList* list, void* element) {
     if (list == nullptr || element == nullptr) {
         return result::ListBadArgument;
     }
-    Node* node = new (std::nothrow) Node{tailOf(list), nullptr, element, 0};
+    Node* node = new (std::nothrow) Node{static_cast<Node*>(list->tail), nullptr, element, 0};
     if (node == nullptr) {
         return result::ListOutOfMemory;
     }
@@ -126,32 +95,32 @@ uint32_t CList_PushTail(CList* list, void* element) {
     return result::Success;
 }
 
-// Removes the first occurrence of the pointer; ElementNotInList when it is not
-// an element (a null pointer never is). A node that a cursor stands on becomes
-// a tombstone, so that cursor's iteration goes on with the next element.
+// Removes the first occurrence of the pointer (a null pointer is never an
+// element). A node that a cursor stands on becomes a tombstone, so that
+// cursor's iteration goes on with the next element.
 uint32_t CList_Remove(CList* list, void* element) {
     if (list == nullptr) {
         return result::ListBadArgument;
     }
-    Node* node = element != nullptr ? findNode(list, element) : nullptr;
+    Node* node = element != nullptr ? headOf(list) : nullptr;
+    while (node != nullptr && node->element != element) {
+        node = node->next;
+    }
     if (node == nullptr) {
         return result::ElementNotInList;
     }
     --list->count;
     if (node->cursors > 0) {
         node->element = nullptr;
-        return result::Success;
+    } else {
+        unlinkAndFree(list, node);
     }
-    unlink(list, node);
-    delete node;
     return result::Success;
 }
 
-// Non-zero when the list is empty (a null list counts as empty).
+// A null list counts as empty.
 uint32_t CList_IsEmpty(CList* list) { return (list == nullptr || list->count == 0) ? 1u : 0u; }
 
-// Puts the cursor on the first element; EndOfList (4098) when there is nothing
-// to iterate.
 uint32_t CList_StartIterationFromHead(CList* list, CListCursor* cursor) {
     if (list == nullptr || cursor == nullptr) {
         return result::ListBadArgument;
@@ -160,10 +129,9 @@ uint32_t CList_StartIterationFromHead(CList* list, CListCursor* cursor) {
     return *cursor == nullptr ? result::EndOfList : result::Success;
 }
 
-// Delivers the element at the cursor and moves the cursor past it. Returns
-// EndOfList (4098) together with the last element, and EndOfList with a null
-// element when nothing is left to deliver: the cursor is already past the end,
-// or every element after the last one delivered was removed meanwhile.
+// EndOfList with a null element when nothing is left to deliver: the cursor is
+// already past the end, or every element after the last one delivered was
+// removed meanwhile.
 uint32_t CList_GetNext(CList* list, void** element, CListCursor* cursor) {
     if (element != nullptr) {
         *element = nullptr;
@@ -176,7 +144,10 @@ uint32_t CList_GetNext(CList* list, void** element, CListCursor* cursor) {
         return result::EndOfList;
     }
     Node* const delivered = firstLiveFrom(standing);
-    leave(list, standing);
+    // The cursor leaves its node; a tombstone no cursor stands on any more goes.
+    if (--standing->cursors == 0 && standing->element == nullptr) {
+        unlinkAndFree(list, standing);
+    }
     if (delivered == nullptr) {
         *cursor = nullptr;
         return result::EndOfList;
