@@ -8,7 +8,9 @@
 // Until then the old callbacks stay, so phases run after the shut-down still
 // reach the module, which refuses them while it is not initialised.
 
-#include <mutex>
+#include <algorithm>
+#include <iterator>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,12 +24,6 @@ namespace {
 
 namespace result = platform_host::host_result;
 
-struct Module {
-    uint32_t id;
-    std::string name;
-    bool shutDown;
-};
-
 struct Callback {
     uint32_t moduleId;
     std::string name;
@@ -35,17 +31,12 @@ struct Callback {
     // the phase runs, so a module may fill them in after registering.
     SPhaseCallbackContext* record;
     std::vector<uint32_t> phases;
-    // The three values the platform interface carries for the manager's own
-    // use; kept for diagnosis, they do not change how phases run.
-    uint32_t param1;
-    uint32_t param2;
-    uint32_t param3;
 };
 
 struct Registry {
     zyn_support::GuardedMutex mutex;
-    std::vector<Module> modules ZYN_GUARDED_BY(mutex);
-    std::vector<Callback> callbacks ZYN_GUARDED_BY(mutex);  // in registration order
+    std::map<uint32_t, bool> shutDownByModule ZYN_GUARDED_BY(mutex);  // every registered module
+    std::vector<Callback> callbacks ZYN_GUARDED_BY(mutex);            // in registration order
 };
 
 // Modules register from their libraries' static constructors, possibly before
@@ -56,45 +47,8 @@ Registry& registry() {
     return *instance;
 }
 
-Module* findModule(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
-    for (Module& module : reg.modules) {
-        if (module.id == moduleId) {
-            return &module;
-        }
-    }
-    return nullptr;
-}
-
-bool isKnownModule(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
-    return findModule(reg, moduleId) != nullptr;
-}
-
-void forgetCallbacksOf(Registry& reg, uint32_t moduleId) ZYN_REQUIRES(reg.mutex) {
-    std::vector<Callback> kept;
-    for (Callback& callback : reg.callbacks) {
-        if (callback.moduleId != moduleId) {
-            kept.push_back(std::move(callback));
-        }
-    }
-    reg.callbacks = std::move(kept);
-}
-
-bool isShutdownPhase(uint32_t phase) {
-    for (uint32_t shutdownPhase : platform_host::shutdownPhases()) {
-        if (shutdownPhase == phase) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool subscribes(const Callback& callback, uint32_t phase) {
-    for (uint32_t subscribed : callback.phases) {
-        if (subscribed == phase) {
-            return true;
-        }
-    }
-    return false;
+bool contains(const std::vector<uint32_t>& phases, uint32_t phase) {
+    return std::find(phases.begin(), phases.end(), phase) != phases.end();
 }
 
 // The callbacks of `phase`, copied so that they can be called without the
@@ -102,26 +56,15 @@ bool subscribes(const Callback& callback, uint32_t phase) {
 std::vector<Callback> beginPhase(uint32_t phase) {
     Registry& reg = registry();
     const zyn_support::GuardedLock lock(reg.mutex);
-    if (isShutdownPhase(phase)) {
-        for (Module& module : reg.modules) {
-            module.shutDown = true;
+    if (contains(platform_host::shutdownPhases(), phase)) {
+        for (auto& module : reg.shutDownByModule) {
+            module.second = true;
         }
     }
     std::vector<Callback> subscribers;
-    for (const Callback& callback : reg.callbacks) {
-        if (subscribes(callback, phase)) {
-            subscribers.push_back(callback);
-        }
-    }
+    std::copy_if(reg.callbacks.begin(), reg.callbacks.end(), std::back_inserter(subscribers),
+                 [phase](const Callback& callback) { return contains(callback.phases, phase); });
     return subscribers;
-}
-
-uint32_t call(const Callback& callback, uint32_t phase) {
-    const PhaseCallback function = callback.record->callback;
-    if (function == nullptr) {
-        return result::CallbackMissing;
-    }
-    return function(callback.record->context, phase);
 }
 
 }  // namespace
@@ -132,39 +75,40 @@ extern "C" uint32_t CModuleManager_RegisterModule(uint32_t moduleId, const char*
     }
     Registry& reg = registry();
     const zyn_support::GuardedLock lock(reg.mutex);
-    Module* const known = findModule(reg, moduleId);
-    if (known == nullptr) {
-        reg.modules.push_back(Module{moduleId, moduleName, false});
+    const auto [module, isNew] = reg.shutDownByModule.emplace(moduleId, false);
+    if (isNew) {
         return result::Success;
     }
-    if (!known->shutDown) {
+    if (!module->second) {
         return result::ModuleAlreadyRegistered;
     }
     // A new life of a module that was shut down.
-    forgetCallbacksOf(reg, moduleId);
-    known->name = moduleName;
-    known->shutDown = false;
+    module->second = false;
+    reg.callbacks.erase(std::remove_if(reg.callbacks.begin(), reg.callbacks.end(),
+                                       [moduleId](const Callback& callback) { return callback.moduleId == moduleId; }),
+                        reg.callbacks.end());
     return result::Success;
 }
 
-extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const char* callbackName, uint32_t param1,
-                                                    SPhaseCallbackContext* callbackContext, uint32_t param2,
-                                                    uint32_t param3, const uint32_t* phases, uint32_t phaseCount) {
+// The three parameters the platform interface carries for the manager's own
+// use do not change how this manager runs phases.
+extern "C" uint32_t CModuleManager_RegisterCallback(uint32_t moduleId, const char* callbackName, uint32_t /*param1*/,
+                                                    SPhaseCallbackContext* callbackContext, uint32_t /*param2*/,
+                                                    uint32_t /*param3*/, const uint32_t* phases, uint32_t phaseCount) {
     if (callbackName == nullptr || callbackContext == nullptr || callbackContext->callback == nullptr ||
         (phases == nullptr && phaseCount != 0)) {
         return result::ModuleManagerBadArgument;
     }
     Registry& reg = registry();
     const zyn_support::GuardedLock lock(reg.mutex);
-    if (!isKnownModule(reg, moduleId)) {
+    if (reg.shutDownByModule.count(moduleId) == 0) {
         return result::UnknownModule;
     }
     std::vector<uint32_t> subscribed;
     if (phaseCount != 0) {
         subscribed.assign(phases, phases + phaseCount);
     }
-    reg.callbacks.push_back(
-        Callback{moduleId, callbackName, callbackContext, std::move(subscribed), param1, param2, param3});
+    reg.callbacks.push_back(Callback{moduleId, callbackName, callbackContext, std::move(subscribed)});
     return result::Success;
 }
 
@@ -185,8 +129,10 @@ std::vector<PhaseCallResult> runPhase(uint32_t phase) {
     // interfaces. What it registers takes part from the next phase on.
     std::vector<PhaseCallResult> results;
     for (const Callback& callback : beginPhase(phase)) {
-        const uint32_t callResult = call(callback, phase);
-        results.push_back(PhaseCallResult{callback.moduleId, callback.name, phase, callResult});
+        const PhaseCallback function = callback.record->callback;
+        const uint32_t called =
+            function != nullptr ? function(callback.record->context, phase) : result::CallbackMissing;
+        results.push_back(PhaseCallResult{callback.moduleId, callback.name, phase, called});
     }
     return results;
 }
@@ -194,7 +140,7 @@ std::vector<PhaseCallResult> runPhase(uint32_t phase) {
 std::vector<PhaseCallResult> runPhases(const std::vector<uint32_t>& phases) {
     std::vector<PhaseCallResult> results;
     for (uint32_t phase : phases) {
-        std::vector<PhaseCallResult> phaseResults = runPhase(phase);
+        const std::vector<PhaseCallResult> phaseResults = runPhase(phase);
         results.insert(results.end(), phaseResults.begin(), phaseResults.end());
     }
     return results;
@@ -207,13 +153,13 @@ std::vector<PhaseCallResult> runShutdown() { return runPhases(shutdownPhases());
 bool isModuleRegistered(uint32_t moduleId) {
     Registry& reg = registry();
     const zyn_support::GuardedLock lock(reg.mutex);
-    return isKnownModule(reg, moduleId);
+    return reg.shutDownByModule.count(moduleId) != 0;
 }
 
 void resetModuleManager() {
     Registry& reg = registry();
     const zyn_support::GuardedLock lock(reg.mutex);
-    reg.modules.clear();
+    reg.shutDownByModule.clear();
     reg.callbacks.clear();
 }
 
