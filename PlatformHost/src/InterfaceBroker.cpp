@@ -5,7 +5,6 @@
 #include "ZynSupport/GuardedMutex.h"
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "PlatformHost/HostResultCodes.h"
@@ -47,20 +46,13 @@ uint32_t InterfaceBroker::registerInterface(const std::string& name, IInterface*
 }
 
 uint32_t InterfaceBroker::unregisterInterface(const std::string& name, IInterface** removed) {
-    IInterface* found = nullptr;
-    {
-        Registry& reg = registry();
-        const zyn_support::GuardedLock lock(reg.mutex);
-        const auto entry = reg.interfaces.find(name);
-        if (entry != reg.interfaces.end()) {
-            found = entry->second;
-            reg.interfaces.erase(entry);
-        }
-    }
+    Registry& reg = registry();
+    const zyn_support::GuardedLock lock(reg.mutex);
+    const auto entry = reg.interfaces.extract(name);
     if (removed != nullptr) {
-        *removed = found;
+        *removed = entry ? entry.mapped() : nullptr;
     }
-    return found != nullptr ? result::Success : result::InterfaceNotRegistered;
+    return entry ? result::Success : result::InterfaceNotRegistered;
 }
 
 IInterface* InterfaceBroker::getInterface(const std::string& name) {
