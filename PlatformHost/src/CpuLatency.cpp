@@ -1,14 +1,10 @@
-// The CPU wake-up latency request: its setting, its holders and the device.
-//
-// The holders are the kernel ids of real-time threads. The host never asks a
-// thread anything: it looks for the thread's /proc entry. (A later thread of
-// this process given the same id, once the kernel's ids wrap around, would
-// extend the hold to its own life.) All state is constant-initialised and
-// trivially destructible, so that the watcher thread still finds it usable
-// during process exit (after static destructors ran).
+// The CPU wake-up latency request: its setting, its holders (the kernel ids of
+// real-time threads; a later thread given the same id, once the kernel's ids
+// wrap around, would extend the hold to its own life) and the device. All
+// state is constant-initialised and trivially destructible, so that the
+// watcher thread still finds it usable during process exit.
 
 #include "CpuLatency.h"
-#include "ZynSupport/GuardedMutex.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -22,21 +18,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <mutex>
 
-#include "HostTrace.h"
+#include "KivTrace.h"
 #include "PlatformHost/CpuLatencyHost.h"
+#include "ZynSupport/GuardedMutex.h"
 
 namespace platform_host {
-namespace detail {
 namespace {
 
 constexpr const char* kEnvironmentVariable = "ZYN_CPU_LATENCY_US";
 constexpr const char* kDefaultDevice = "/dev/cpu_dma_latency";
-constexpr size_t kPathCapacity = 256;
-constexpr size_t kRefusalCapacity = 256;
 constexpr uint32_t kMaxHolders = 64;  // far more real-time threads than a process runs
-constexpr time_t kWatchIntervalSeconds = 1;
 
 zyn_support::GuardedMutex stateMutex;
 CpuLatencyRequest request ZYN_GUARDED_BY(stateMutex);
@@ -45,24 +37,36 @@ bool processExiting = false;  // no new opening after exit began
 uint32_t holders ZYN_GUARDED_BY(stateMutex) = 0;
 pid_t holderIds[kMaxHolders] ZYN_GUARDED_BY(stateMutex);  // the first `holders` are running
 bool watcherRunning ZYN_GUARDED_BY(stateMutex) = false;
-int deviceFd = -1;                        // open while held
-bool refusalTraced = false;               // one warning per process
-char devicePath[kPathCapacity] = "";      // empty: the default device
-char lastRefusal[kRefusalCapacity] = "";  // empty: not refused
+int deviceFd = -1;           // open while held
+bool refusalTraced = false;  // one warning per process
+char devicePath[256] = "";   // empty: the default device
+char lastRefusal[256] = "";  // empty: not refused
 
 const char* currentDevicePath() { return devicePath[0] != '\0' ? devicePath : kDefaultDevice; }
 
-void copyText(char* destination, size_t capacity, const std::string& text) {
-    std::snprintf(destination, capacity, "%s", text.c_str());
+/// The host's own trace object. Never destroyed, so that the watcher may still
+/// trace during process exit; at level 3, warnings are written unless the
+/// platform lowers it.
+KivTrace& hostTrace() {
+    static KivTrace* const trace = new KivTrace("ZYN.HOST", KIV_TRACE_NOTICE, KIV_TRACE_HDR_FUNCTION);
+    return *trace;
+}
+
+/// Every trace site of the host: the level is tested before the text is
+/// built, and errno is left as it was.
+template <typename BuildText>
+void traceHost(KivTraceLevel level, const KivTraceHeader& header, BuildText&& build) {
+    if (hostTrace().isEnabled(level)) {
+        const int savedErrno = errno;
+        hostTrace().logMsg(level, header, build());
+        errno = savedErrno;
+    }
 }
 
 /// Reads ZYN_CPU_LATENCY_US once, before the first use of the setting.
 void configureFromEnvironment() ZYN_REQUIRES(stateMutex) {
-    if (configured) {
-        return;
-    }
+    const char* text = configured ? nullptr : std::getenv(kEnvironmentVariable);
     configured = true;
-    const char* text = std::getenv(kEnvironmentVariable);
     if (text == nullptr) {
         return;
     }
@@ -70,10 +74,10 @@ void configureFromEnvironment() ZYN_REQUIRES(stateMutex) {
     CpuLatencyRequest fromEnvironment;
     if (parseCpuLatencyRequest(text, fromEnvironment, error)) {
         request = fromEnvironment;
-        return;
+    } else {
+        std::fprintf(stderr, "%s: %s; refused, the request stays at %u us\n", kEnvironmentVariable, error.c_str(),
+                     request.microseconds);
     }
-    std::fprintf(stderr, "%s: %s; refused, the request stays at %u us\n", kEnvironmentVariable, error.c_str(),
-                 request.microseconds);
 }
 
 void closeDevice() {
@@ -86,51 +90,45 @@ void closeDevice() {
 void refuse(const char* what, int error) ZYN_REQUIRES(stateMutex) {
     const std::string refusal =
         std::string("cannot ") + what + " " + currentDevicePath() + " (" + std::strerror(error) + ")";
-    copyText(lastRefusal, kRefusalCapacity, refusal);
+    std::snprintf(lastRefusal, sizeof lastRefusal, "%s", refusal.c_str());
     if (refusalTraced) {
         return;
     }
     refusalTraced = true;
     // Read here, under the lock: the message is built in a function of its own.
-    const auto microseconds = request.microseconds;
-    ZYN_HOST_TRACE(KIV_TRACE_WARNING, "platform_host::holdCpuLatency",
-                   "CPU wake-up latency request of " << microseconds << " us refused: " << refusal
-                                                     << "; ticks may wake up late from deep idle states. Grant it by "
-                                                        "running as root or giving the process write access to "
-                                                     << currentDevicePath() << " (e.g. a udev rule), or set "
-                                                     << kEnvironmentVariable << "=off to make no request");
+    const uint32_t microseconds = request.microseconds;
+    static const KivTraceHeader header{__FILE__, __LINE__, "platform_host::holdCpuLatency"};
+    traceHost(KIV_TRACE_WARNING, header, [&] {
+        return "CPU wake-up latency request of " + std::to_string(microseconds) + " us refused: " + refusal +
+               "; ticks may wake up late from deep idle states. Grant it by running as root or giving the process "
+               "write access to " +
+               currentDevicePath() + " (e.g. a udev rule), or set " + kEnvironmentVariable + "=off to make no request";
+    });
 }
 
-/// Writes the request's value to the open device (a new write replaces the
-/// previous request).
-bool writeValue() ZYN_REQUIRES(stateMutex) {
-    const auto value = static_cast<int32_t>(request.microseconds);
-    if (::write(deviceFd, &value, sizeof value) != static_cast<ssize_t>(sizeof value)) {
-        refuse("write to", errno);
-        closeDevice();
-        return false;
-    }
-    return true;
-}
-
-/// Makes the device match the setting while there are holders.
+/// Makes the device match the setting while there are holders; writing a new
+/// value replaces the previous request.
 void applyWhileHeld() ZYN_REQUIRES(stateMutex) {
     if (holders == 0 || !request.enabled || processExiting) {
         closeDevice();
         return;
     }
+    // Non-blocking: a FIFO standing in for the device must not block the
+    // thread that starts an oscillator.
     if (deviceFd < 0) {
-        // Non-blocking: a FIFO standing in for the device must not block the
-        // thread that starts an oscillator.
         deviceFd = ::open(currentDevicePath(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
         if (deviceFd < 0) {
             refuse("open", errno);
             return;
         }
     }
-    if (writeValue()) {
-        lastRefusal[0] = '\0';
+    const auto value = static_cast<int32_t>(request.microseconds);
+    if (::write(deviceFd, &value, sizeof value) != static_cast<ssize_t>(sizeof value)) {
+        refuse("write to", errno);
+        closeDevice();
+        return;
     }
+    lastRefusal[0] = '\0';
 }
 
 /// Releases the request when the process exits (or the library is unloaded),
@@ -161,7 +159,7 @@ void forgetEndedHolders() ZYN_REQUIRES(stateMutex) {
 void* watchHolders(void* /*unused*/) {
     ::pthread_setname_np(::pthread_self(), "zyn-cpu-latency");
     for (;;) {
-        const timespec interval{kWatchIntervalSeconds, 0};
+        const timespec interval{1, 0};
         ::nanosleep(&interval, nullptr);
         const zyn_support::GuardedLock lock(stateMutex);
         forgetEndedHolders();
@@ -197,7 +195,7 @@ void startWatcher() ZYN_REQUIRES(stateMutex) {
 
 }  // namespace
 
-bool holdCpuLatencyWhileRunning(pid_t tid) {
+bool detail::holdCpuLatencyWhileRunning(pid_t tid) {
     const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     forgetEndedHolders();
@@ -215,20 +213,15 @@ bool holdCpuLatencyWhileRunning(pid_t tid) {
     return true;
 }
 
-}  // namespace detail
-
 bool parseCpuLatencyRequest(const std::string& text, CpuLatencyRequest& parsed, std::string& error) {
     if (text == "off") {
         parsed = CpuLatencyRequest{false, 0};
         return true;
     }
-    uint64_t value = 0;
-    bool valid = !text.empty() && text.size() <= 10;
-    for (const char c : text) {
-        valid = valid && c >= '0' && c <= '9';
-        value = valid ? value * 10 + static_cast<uint64_t>(c - '0') : value;
-    }
-    if (!valid || value > kMaxCpuLatencyUs) {
+    // At most ten digits: the value cannot overflow before the range check.
+    const bool digits = !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
+    const uint64_t value = digits ? std::stoull(text) : 0;
+    if (!digits || value > kMaxCpuLatencyUs) {
         error = "invalid value '" + text + "'; expected 'off' or microseconds from 0 to " +
                 std::to_string(kMaxCpuLatencyUs);
         return false;
@@ -238,7 +231,6 @@ bool parseCpuLatencyRequest(const std::string& text, CpuLatencyRequest& parsed, 
 }
 
 void setCpuLatencyRequest(const CpuLatencyRequest& newRequest) {
-    using namespace detail;
     const zyn_support::GuardedLock lock(stateMutex);
     configured = true;
     const bool changed = newRequest.enabled != request.enabled || newRequest.microseconds != request.microseconds;
@@ -249,30 +241,21 @@ void setCpuLatencyRequest(const CpuLatencyRequest& newRequest) {
 }
 
 CpuLatencyRequest cpuLatencyRequest() {
-    using namespace detail;
     const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     return request;
 }
 
 CpuLatencyState cpuLatencyState() {
-    using namespace detail;
     const zyn_support::GuardedLock lock(stateMutex);
     configureFromEnvironment();
     forgetEndedHolders();
-    CpuLatencyState state;
-    state.request = request;
-    state.holders = holders;
-    state.held = deviceFd >= 0;
-    state.refusal = lastRefusal;
-    state.devicePath = currentDevicePath();
-    return state;
+    return CpuLatencyState{request, holders, deviceFd >= 0, lastRefusal, currentDevicePath()};
 }
 
 void setCpuLatencyDeviceForTesting(const std::string& path) {
-    using namespace detail;
     const zyn_support::GuardedLock lock(stateMutex);
-    copyText(devicePath, kPathCapacity, path);
+    std::snprintf(devicePath, sizeof devicePath, "%s", path.c_str());
     refusalTraced = false;
 }
 

@@ -20,8 +20,6 @@ namespace os_extension::thread_utilities {
 
 namespace {
 
-bool isRealTimePolicy(int policy) { return policy == SCHED_FIFO || policy == SCHED_RR; }
-
 /// The kernel's id of `thread`, or 0 when it has ended. The CPU-time clock
 /// id of a thread encodes it as the kernel defines (~tid << 3 | clock type).
 pid_t kernelIdOf(std::thread& thread) {
@@ -35,15 +33,14 @@ pid_t kernelIdOf(std::thread& thread) {
 /// Sets the timer slack of the thread to 1 ns, the minimum (0 would restore
 /// the default). Linux lists the file under /proc/<tid> only, and lets a
 /// process write it for another of its threads only with CAP_SYS_NICE.
-bool lowerTimerSlack(pid_t tid) {
+void lowerTimerSlack(pid_t tid) {
     char path[48];
     std::snprintf(path, sizeof path, "/proc/%d/timerslack_ns", static_cast<int>(tid));
     const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-    const bool lowered = fd >= 0 && ::write(fd, "1", 1) == 1;
     if (fd >= 0) {
+        [[maybe_unused]] const ssize_t written = ::write(fd, "1", 1);  // refused: the slack stays as it was
         ::close(fd);
     }
-    return lowered;
 }
 
 }  // namespace
@@ -55,8 +52,7 @@ bool lowerTimerSlack(pid_t tid) {
 // minimum instead where the process may (CAP_SYS_NICE), so that its sleeps
 // stay precise (to within the kernel's wake-up latency) even without the
 // priority. A thread asked to run with a real-time policy, granted or not,
-// holds the CPU wake-up latency request until it ends (see
-// PlatformHost/CpuLatencyHost.h).
+// holds the CPU wake-up latency request until it ends.
 int setScheduling(std::thread& thread, int policy, int priority) {
     if (!thread.joinable()) {
         return ESRCH;
@@ -64,7 +60,7 @@ int setScheduling(std::thread& thread, int policy, int priority) {
     sched_param parameters{};
     parameters.sched_priority = priority;
     const int refusal = ::pthread_setschedparam(thread.native_handle(), policy, &parameters);
-    if (isRealTimePolicy(policy)) {
+    if (policy == SCHED_FIFO || policy == SCHED_RR) {
         const pid_t tid = kernelIdOf(thread);
         if (refusal != 0) {
             lowerTimerSlack(tid);
