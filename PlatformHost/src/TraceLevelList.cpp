@@ -1,47 +1,31 @@
 #include "TraceLevelList.h"
 
+#include <algorithm>
+
 namespace platform_host::detail {
 
 namespace {
 
 std::string trimmed(const std::string& text) {
     const auto first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) {
-        return {};
-    }
-    const auto last = text.find_last_not_of(" \t");
-    return text.substr(first, last - first + 1);
+    return first == std::string::npos ? std::string() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-bool parseLevel(const std::string& text, uint32_t& level) {
-    if (text.empty() || text.size() > 2) {
-        return false;
-    }
-    uint32_t value = 0;
-    for (char digit : text) {
-        if (digit < '0' || digit > '9') {
-            return false;
-        }
-        value = value * 10 + static_cast<uint32_t>(digit - '0');
-    }
-    if (value > kMaxTraceLevel) {
-        return false;
-    }
-    level = value;
-    return true;
-}
-
+// NAME:LEVEL, the last ':' separating the two; LEVEL has one or two digits.
 bool parseEntry(const std::string& entry, TraceLevelList& levels) {
     const auto colon = entry.rfind(':');
     if (colon == std::string::npos) {
         return false;
     }
     const std::string name = trimmed(entry.substr(0, colon));
-    uint32_t level = 0;
-    if (name.empty() || !parseLevel(trimmed(entry.substr(colon + 1)), level)) {
+    const std::string level = trimmed(entry.substr(colon + 1));
+    const bool isNumber =
+        !level.empty() && level.size() <= 2 && level.find_first_not_of("0123456789") == std::string::npos;
+    const auto value = static_cast<uint32_t>(isNumber ? std::stoul(level) : kMaxTraceLevel + 1);
+    if (name.empty() || value > kMaxTraceLevel) {
         return false;
     }
-    levels.emplace_back(name, level);
+    levels.emplace_back(name, value);
     return true;
 }
 
@@ -52,18 +36,16 @@ bool parseTraceLevelList(const std::string& text, TraceLevelList& levels) {
     if (trimmed(text).empty()) {
         return true;
     }
-    std::string::size_type begin = 0;
-    while (true) {
-        const auto comma = text.find(',', begin);
-        const auto end = comma == std::string::npos ? text.size() : comma;
+    for (std::string::size_type begin = 0;;) {
+        const auto end = std::min(text.find(',', begin), text.size());
         if (!parseEntry(text.substr(begin, end - begin), levels)) {
             levels.clear();
             return false;
         }
-        if (comma == std::string::npos) {
+        if (end == text.size()) {
             return true;
         }
-        begin = comma + 1;
+        begin = end + 1;
     }
 }
 
