@@ -63,18 +63,13 @@ void traceHost(KivTraceLevel level, const KivTraceHeader& header, BuildText&& bu
     }
 }
 
-/// Reads ZYN_CPU_LATENCY_US once, before the first use of the setting.
+/// Reads ZYN_CPU_LATENCY_US once, before the first use of the setting; an
+/// invalid value leaves the request as it was.
 void configureFromEnvironment() ZYN_REQUIRES(stateMutex) {
     const char* text = configured ? nullptr : std::getenv(kEnvironmentVariable);
     configured = true;
-    if (text == nullptr) {
-        return;
-    }
     std::string error;
-    CpuLatencyRequest fromEnvironment;
-    if (parseCpuLatencyRequest(text, fromEnvironment, error)) {
-        request = fromEnvironment;
-    } else {
+    if (text != nullptr && !parseCpuLatencyRequest(text, request, error)) {
         std::fprintf(stderr, "%s: %s; refused, the request stays at %u us\n", kEnvironmentVariable, error.c_str(),
                      request.microseconds);
     }

@@ -98,10 +98,9 @@ bool isEnabledIn(const void* impl, KivTraceLevel level) {
     return state != nullptr && level != 0 && level <= state->level.load(std::memory_order_relaxed);
 }
 
-// Formats and writes one record if its level is enabled: to the sink, or with its newline to stderr
-// in a single write, so lines never interleave. Tracing must never fail the
-// traced code: a record that cannot be built (out of memory) or that the sink
-// throws on is dropped, and errno is what it was before.
+// Formats and writes one record if its level is enabled, one line at a time.
+// Tracing must never fail the traced code: a record that cannot be built (out
+// of memory) or that the sink throws on is dropped, and errno is kept.
 void writeRecord(const void* impl, KivTraceLevel level, const KivTraceHeader& header, const std::string* text,
                  bool entry) noexcept {
     if (!isEnabledIn(impl, level)) {

@@ -1,12 +1,9 @@
 // The reference module manager: modules, their phase callbacks and the phases
 // each callback subscribes to; runs phases on request of the host.
 //
-// A module id is registered once per life of the module. Once a shut-down
-// phase has begun, every module registered at that moment is shut down, and
-// its id may be registered again: the new registration starts a new life, and
-// the callbacks of the old one are forgotten (the module registers them again).
-// Until then the old callbacks stay, so phases run after the shut-down still
-// reach the module, which refuses them while it is not initialised.
+// A module shut down keeps its callbacks, so phases run after the shut-down
+// still reach it (it refuses them while not initialised), until it registers
+// its id again: that starts a new life, in which the old callbacks are gone.
 
 #include <algorithm>
 #include <iterator>

@@ -11,7 +11,7 @@ std::string trimmed(const std::string& text) {
     return first == std::string::npos ? std::string() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// NAME:LEVEL, the last ':' separating the two; LEVEL has one or two digits.
+// The last ':' separates the name from the level (one or two digits).
 bool parseEntry(const std::string& entry, TraceLevelList& levels) {
     const auto colon = entry.rfind(':');
     if (colon == std::string::npos) {

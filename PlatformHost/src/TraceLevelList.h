@@ -14,11 +14,10 @@ constexpr uint32_t kMaxTraceLevel = 7;
 
 using TraceLevelList = std::vector<std::pair<std::string, uint32_t>>;
 
-/// Parses a comma-separated list of MODULE:LEVEL entries (spaces around names
-/// and levels are ignored, LEVEL is 0 to 7, the last ':' separates the two).
-/// An empty or all-blank text is a valid empty list. Returns false, with
-/// `levels` left empty, when any entry is malformed: the whole value is then
-/// ignored rather than half applied.
+/// Parses comma-separated MODULE:LEVEL entries (blanks around either ignored,
+/// LEVEL 0 to 7); an all-blank text is an empty list. Returns false, with
+/// `levels` empty, when any entry is malformed: the whole value is ignored
+/// rather than half applied.
 bool parseTraceLevelList(const std::string& text, TraceLevelList& levels);
 
 }  // namespace platform_host::detail
