@@ -65,48 +65,17 @@ extern ZYN_TS_INTERNAL zyn_ts::HandlerSlot fastHandlerSlots[zyn_ts::kHandlerSlot
 
 extern ZYN_TS_INTERNAL zyn_ts::DispatchStatistics fastDispatchStatistics;
 
+// The operations behind the slots of ITickSchedulerFast, one each, with the
+// results and contexts documented there; not exported by name.
 extern "C" {
-
-/// Creates an enabled handler (no group) named with the first 31 characters of
-/// `name`, appends it to the list under `tickMutex` and stores it in
-/// `*outHandle`. Must not be called from a tick function.
-/// Results: TickResult::Success; TickResult::NullArgument (nothing
-/// allocated); TickResult::MutexFailure when the mutex could not be locked
-/// (nothing registered) or unlocked (the handler is registered and called,
-/// but `*outHandle` is not written).
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RegisterTickHandler(STickHandler** outHandle, const ITickReceiver* receiver,
                                                                 const char* name);
-
-/// Removes `*handle` from the list under `tickMutex`, frees it and sets
-/// `*handle` to null. Must not be called from a tick function.
-/// Results: TickResult::Success; TickResult::NullArgument for a null
-/// `handle`; TickResult::MutexFailure (a removal already done stands);
-/// TickResult::ListRemoveFailed when the list refused the removal (record
-/// and `*handle` unchanged), which is also what a second unregister through
-/// the same variable gives.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandler(STickHandler** handle);
-
-/// The same without taking `tickMutex`: only for a tick function, which runs
-/// with the mutex held. The dispatch carries on with the next handler.
-/// Results: Success, NullArgument, ListRemoveFailed.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_UnregisterTickHandlerFromOnTick(STickHandler** handle);
-
-/// Sets `enabled` to 1 / 0 without a lock; seen by the dispatch at the latest
-/// on the next tick. Results: TickResult::Success; TickResult::NullArgument
-/// for a null `handle`.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickHandler(STickHandler* handle);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickHandler(STickHandler* handle);
-
-/// Adds the handler to / removes it from group 0 or 1 (atomic, no lock).
-/// Results: TickResult::Success; TickResult::NullArgument for a null
-/// `handle` (AddGroup traces it, RemoveGroup does not);
-/// TickResult::GroupIdOutOfBounds for a group id above 1.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_AddGroup(STickHandler* handle, uint32_t groupId);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_RemoveGroup(STickHandler* handle, uint32_t groupId);
-
-/// Enables / disables group 0 or 1 module-wide (atomic, no lock).
-/// Results: TickResult::Success; TickResult::GroupIdOutOfBounds for a group
-/// id above 1.
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_EnableTickGroup(uint32_t groupId);
 ZYN_TS_INTERNAL uint32_t CTickSchedulerFast_DisableTickGroup(uint32_t groupId);
 
