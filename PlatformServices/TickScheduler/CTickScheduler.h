@@ -44,15 +44,17 @@ extern "C" {
 /// TickResult::ModuleRegistrationFailed (32775) for the module,
 /// TickResult::CallbackRegistrationFailed (32776) for the callback,
 /// TickResult::Failure (32768) for the interface object.
-/// Context: one thread, once, before the phases run; takes no lock and does
-/// not wait.
+/// Context: one thread, once, before the phases run; tick function: not
+/// allowed (no tick runs before the phases); does not wait for a running pass
+/// (takes no lock).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Initialize(const ETickPriority* priority);
 
 /// Stops and joins the oscillator, marks the module uninitialised (under the
 /// tick lock), withdraws "ITickScheduler" and empties the handler list
-/// without freeing the records. Must not be called from a tick function.
-/// Context: the thread that runs the phases, never a tick function of this
-/// scheduler; waits for the oscillator thread to end, then for the tick lock.
+/// without freeing the records.
+/// Context: the thread that runs the phases; tick function: not allowed (from
+/// one of this scheduler's it would join its own thread); waits for a running
+/// pass (it waits for the oscillator thread to end, then for the tick lock).
 ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
 
 /// Creates a handler: enabled, priority 5, counter 0, no group, named with the
@@ -61,7 +63,9 @@ ZYN_TS_EXPORT void CTickScheduler_Uninitialize(void);
 /// state of the module; the handler is due on the next pass.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) when
 /// `tickHandler`, `pITickReceiver` or `pszName` is null.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHandler,
                                                           const ITickReceiver* pITickReceiver, uint32_t tickInterval,
                                                           const char* pszName);
@@ -71,68 +75,88 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_RegisterTickHandler(STickHandler** tickHan
 /// and `*handle` is cleared all the same.
 /// Results: TickResult::Success (0), also for a null `*handle` or a handle
 /// not in the list; TickResult::NullArgument (32770) when `handle` is null.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_UnregisterTickHandler(STickHandler** handle);
 
 /// Freezes the oscillator under the tick lock: once it returns, no handler
 /// runs until CTickScheduler_Unfreeze. Always TickResult::Success (0).
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Freeze(void);
 
 /// Unfreezes the oscillator under the tick lock; ticks resume on the same
 /// grid. Always TickResult::Success (0).
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_Unfreeze(void);
 
 /// Writes `offset` into the handler's phase counter (no lock): with interval
 /// n and offset o, the handler is next called after n - o ticks.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
 /// handler; TickResult::OutOfRange (32771) offset not below the interval.
-/// Context: any thread, tick functions included; takes no lock and does not
-/// wait.
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass (takes no lock).
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetStartOffset(STickHandler* handler, uint32_t offset);
 
 /// Moves the handler in front of the first handler of higher priority (or to
 /// the end) under the tick lock. An unchanged priority returns at once.
 /// Results: TickResult::Success (0); TickResult::Failure (32768) handler not
 /// registered; TickResult::NullArgument (32770) null handler.
-/// Context: any thread; takes the tick lock (see Locking above). An
-/// unchanged priority returns before the lock.
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above). An unchanged priority
+/// returns before the lock.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetTickPriority(STickHandler* handler, int32_t priority);
 
 /// Enables the handler under the tick lock; it keeps its phase.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
 /// handler.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickHandler(STickHandler* handler);
 
 /// Disables the handler under the tick lock; its counter keeps running.
 /// Results: as CTickScheduler_EnableTickHandler.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickHandler(STickHandler* handler);
 
 /// Adds the handler to group 0 or 1 under the tick lock.
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) null
 /// handler; TickResult::GroupIdOutOfBounds (32782) group id above 1.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_AddGroup(STickHandler* handler, uint32_t groupId);
 
 /// Removes the handler from group 0 or 1 under the tick lock.
 /// Results: as CTickScheduler_AddGroup.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_RemoveGroup(STickHandler* handler, uint32_t groupId);
 
 /// Enables group 0 or 1 under the tick lock.
 /// Results: TickResult::Success (0); TickResult::GroupIdOutOfBounds (32782)
 /// group id above 1.
-/// Context: any thread; takes the tick lock (see Locking above).
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableTickGroup(uint32_t groupId);
 
 /// Disables group 0 or 1 under the tick lock: its members are skipped (their
 /// counters keep running). A bad id is refused before the lock is taken.
 /// Results: as CTickScheduler_EnableTickGroup.
-/// Context: any thread; takes the tick lock (see Locking above). A bad id
-/// returns before the lock.
+/// Context: any thread; tick function: allowed; waits for a running pass,
+/// except in this scheduler's own tick function, where it waits only for a
+/// client that holds the tick lock (see Locking above). A bad id returns
+/// before the lock.
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId);
 }
 
@@ -140,8 +164,9 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId);
 /// on another thread, waits until it has ended. On the tick thread itself
 /// (from inside a tick function) it returns at once. The caller holds the
 /// mutex until the returned lock is released or destroyed.
-/// Context: any thread. From a client thread (and from the fast scheduler's
-/// tick functions) it waits for a running pass; from this scheduler's own
-/// tick function it waits only for a client that holds the lock, and the
-/// lock must be released before the tick function returns.
+/// Context: any thread; tick function: allowed (in one of this scheduler's,
+/// the lock must be released before the tick function returns); waits for a
+/// running pass from a client thread and from the fast scheduler's tick
+/// functions, but in this scheduler's own tick function only for a client
+/// that holds the lock.
 ZYN_TS_EXPORT std::unique_lock<std::mutex> CTickScheduler_WaitForTickAndLock();

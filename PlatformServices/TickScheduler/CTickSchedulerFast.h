@@ -24,13 +24,15 @@ extern "C" {
 /// TickResult::CallbackRegistrationFailed (32776), TickResult::Failure
 /// (32768) for the interface object; TickResult::MutexFailure (32778) the
 /// mutex could not be initialised. Earlier registrations are not undone.
-/// Context: one thread, once, before the phases run; takes no lock and does
-/// not wait.
+/// Context: one thread, once, before the phases run; tick function: not
+/// allowed (no tick runs before the phases); does not wait for a running pass
+/// (takes no lock).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_Initialize(void);
 
 /// Stops the oscillator, withdraws "ITickSchedulerFast" and marks the module
 /// uninitialised. Handlers and their records are left as they are.
-/// Context: the thread that runs the phases, never a fast tick function;
-/// waits for the oscillator thread to end.
+/// Context: the thread that runs the phases; tick function: not allowed (from
+/// a fast one it would join its own thread); waits for a running fast pass (it
+/// waits for the oscillator thread to end).
 ZYN_TS_EXPORT void CTickSchedulerFast_Uninitialize(void);
 }

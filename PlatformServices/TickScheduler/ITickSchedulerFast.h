@@ -32,52 +32,60 @@
 class ZYN_TS_EXPORT ITickSchedulerFast : public virtual IInterface {
 public:
     /// Every slot null; CTickSchedulerFast_Initialize fills them.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass.
     ITickSchedulerFast();
+    /// Releases nothing: the slots only point to the library's functions.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass.
     ~ITickSchedulerFast() override;
 
     /// Creates an enabled handler at the tail of the list; `*outHandle`
     /// receives it. Success, NullArgument, MutexFailure.
-    /// Context: any thread but a fast tick function (the dispatch holds the
-    /// mutex this takes, so it would wait for itself); waits for a running
-    /// fast pass.
+    /// Context: any thread but the fast oscillator thread; tick function:
+    /// allowed from the other scheduler's only (a fast pass holds the mutex
+    /// this takes, so a fast tick function would wait for itself); waits for a
+    /// running fast pass.
     uint32_t (*RegisterTickHandler)(STickHandler** outHandle, const ITickReceiver* receiver,
                                     const char* name) = nullptr;
     /// Removes and frees `*handle` under the mutex, then clears it.
     /// Success, NullArgument, MutexFailure, ListRemoveFailed.
-    /// Context: any thread but a fast tick function (the dispatch holds the
-    /// mutex this takes, so it would wait for itself); waits for a running
-    /// fast pass.
+    /// Context: any thread but the fast oscillator thread; tick function:
+    /// allowed from the other scheduler's only (a fast pass holds the mutex
+    /// this takes, so a fast tick function would wait for itself); waits for a
+    /// running fast pass.
     uint32_t (*UnregisterTickHandler)(STickHandler** handle) = nullptr;
     /// The same without locking, for use from inside a tick function only.
     /// Success, NullArgument, ListRemoveFailed.
-    /// Context: a fast tick function only, on the pass that holds the mutex;
-    /// takes no lock and does not wait.
+    /// Context: the fast oscillator thread only, inside a fast tick function;
+    /// tick function: allowed from a fast one only, on the pass that holds the
+    /// mutex; does not wait for a running pass (takes no lock).
     uint32_t (*UnregisterTickHandlerFromOnTick)(STickHandler** handle) = nullptr;
     /// Sets `enabled` to 1 (no lock). Success, NullArgument.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*EnableTickHandler)(STickHandler* handle) = nullptr;
     /// Sets `enabled` to 0 (no lock). Success, NullArgument.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*DisableTickHandler)(STickHandler* handle) = nullptr;
     /// Adds the handler to group 0 or 1. Success, NullArgument,
     /// GroupIdOutOfBounds.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*AddGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Removes the handler from group 0 or 1. Success, NullArgument,
     /// GroupIdOutOfBounds.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*RemoveGroup)(STickHandler* handle, uint32_t groupId) = nullptr;
     /// Enables group 0 or 1. Success, GroupIdOutOfBounds.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*EnableTickGroup)(uint32_t groupId) = nullptr;
     /// Disables group 0 or 1: its members are skipped. Success,
     /// GroupIdOutOfBounds.
-    /// Context: any thread, tick functions included; takes no lock and does
-    /// not wait.
+    /// Context: any thread; tick function: allowed; does not wait for a
+    /// running pass (takes no lock).
     uint32_t (*DisableTickGroup)(uint32_t groupId) = nullptr;
 };

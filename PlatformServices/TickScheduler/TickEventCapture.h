@@ -68,13 +68,16 @@ extern "C" {
 /// call (the only allocation). Events still in the ring from an earlier
 /// capture are dropped and the lost count starts again from 0.
 /// Results: TickResult::Success (0); TickResult::Failure (32768) the ring
-/// could not be allocated (capture stays off). Context: any thread; a tick
-/// function may call it only after a first start from a client thread (the
-/// first start allocates).
+/// could not be allocated (capture stays off).
+/// Context: any thread; tick function: allowed only after a first start from
+/// a client thread (the first start allocates); does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_StartEventCapture(void);
 
 /// Switches it off; the events already written stay readable.
-/// Result: TickResult::Success (0). Context: any thread; does not wait.
+/// Result: TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_StopEventCapture(void);
 
 /// Moves up to `capacity` of the oldest events into `events`, in the order
@@ -84,15 +87,25 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_StopEventCapture(void);
 /// Results: TickResult::Success (0), also when no event waits or capture
 /// has never been started (`*count` is 0); TickResult::NullArgument (32770)
 /// `count` is null, or `events` is null while `capacity` is not 0.
-/// Context: any thread; does not wait for a pass.
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass (readers on several threads take turns, see above).
 ZYN_TS_EXPORT uint32_t CTickScheduler_ReadEvents(STickEvent* events, uint32_t capacity, uint32_t* count,
                                                  uint64_t* lost);
 
-/// The same three for CTickSchedulerFast, with the same results and context.
+/// The same three for CTickSchedulerFast, with the same results and context
+/// (a fast tick function may call them: none takes the fast scheduler's
+/// mutex). This one switches its capture on.
+/// Context: any thread; tick function: allowed only after a first start from
+/// a client thread (the first start allocates); does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_StartEventCapture(void);
 /// Fast scheduler: switches the capture off.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_StopEventCapture(void);
 /// Fast scheduler: moves the oldest events out.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass (readers on several threads take turns, see above).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_ReadEvents(STickEvent* events, uint32_t capacity, uint32_t* count,
                                                      uint64_t* lost);
 }

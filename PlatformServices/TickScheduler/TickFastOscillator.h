@@ -31,9 +31,10 @@ extern "C" {
 /// receiver) are the module's: calling initialize() or registerOnTick() on it
 /// changes what the module's handlers see and is not meant for clients.
 ///
-/// Context: any thread; takes no lock, does not wait and writes no trace.
-/// start() and stop() on the returned oscillator are not serialised with the
-/// module's phases: call them from the thread that runs the phases, and
-/// never stop() from a fast tick function (it would join its own thread).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass (takes no lock and writes no trace). start() and stop() on the
+/// returned oscillator are not serialised with the module's phases: call them
+/// from the thread that runs the phases, and never stop() from a fast tick
+/// function (it would join its own thread).
 ZYN_TS_EXPORT TickOscillator* CTickSchedulerFast_GetTickOscillator(void);
 }

@@ -60,12 +60,15 @@ extern "C" {
 /// Results: TickResult::Success (0); TickResult::GridNotRunning (4098) not
 /// running; TickResult::NullArgument (32770) when
 /// `grid` is null or `grid->size` is smaller than sizeof(STickGrid) (nothing
-/// written). Wait-free, takes no lock: safe from any thread, including a
-/// tick function.
+/// written).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass (wait-free, takes no lock).
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetTickGrid(STickGrid* grid);
 
 /// The same for CTickSchedulerFast's 1 ms oscillator, which the module
 /// configures but never starts itself: without an owner that starts it the
 /// result is TickResult::GridNotRunning (4098) with running = 0.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass (wait-free, takes no lock).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetTickGrid(STickGrid* grid);
 }

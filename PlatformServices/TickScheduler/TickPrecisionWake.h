@@ -107,6 +107,8 @@ extern "C" {
 
 /// CTickScheduler's 6 ms oscillator: plain sleep (the default).
 /// Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetWakeLeadOff(void);
 
 /// Sleep to each grid point minus `leadNs`, then spin to it.
@@ -114,42 +116,60 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_SetWakeLeadOff(void);
 /// `leadNs` is below 1000 (1 us) or above half the scheduler's period
 /// (3000000 for CTickScheduler, 500000 for CTickSchedulerFast): nothing
 /// changed.
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetWakeLeadFixed(int64_t leadNs);
 
 /// The adaptive lead (see above). Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_SetWakeLeadAdaptive(void);
 
 /// Copies the setting and the figures since the last reset into
 /// `*figures`. Results: TickResult::Success (0); TickResult::NullArgument
 /// (32770) when `figures` is null or `figures->size` is smaller than
 /// sizeof(STickPrecisionWake) (nothing written).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetPrecisionWake(STickPrecisionWake* figures);
 
 /// Asks the oscillator thread to drop its figures (counts, spin and the
 /// three distributions, not the adaptive lead's history) at its next
 /// iteration. Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass (the oscillator thread applies the reset at its next iteration).
 ZYN_TS_EXPORT uint32_t CTickScheduler_ResetPrecisionWake(void);
 
 /// CTickSchedulerFast's 1 ms oscillator: plain sleep (the default).
 /// Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadOff(void);
 
 /// CTickSchedulerFast's 1 ms oscillator: sleep to each grid point minus
 /// `leadNs`, then spin to it. Results: TickResult::Success (0);
 /// TickResult::OutOfRange (32771) when `leadNs` is below 1000 or above
 /// 500000 (half the 1 ms period): nothing changed.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadFixed(int64_t leadNs);
 
 /// CTickSchedulerFast's 1 ms oscillator: the adaptive lead (ceiling 100 us).
 /// Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_SetWakeLeadAdaptive(void);
 
 /// CTickSchedulerFast's setting and figures, as
 /// CTickScheduler_GetPrecisionWake. Results: TickResult::Success (0);
 /// TickResult::NullArgument (32770).
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetPrecisionWake(STickPrecisionWake* figures);
 
 /// CTickSchedulerFast's figures dropped at its oscillator's next iteration.
 /// Always TickResult::Success (0).
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass (the oscillator thread applies the reset).
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_ResetPrecisionWake(void);
 }

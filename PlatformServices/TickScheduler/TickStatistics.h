@@ -77,18 +77,23 @@ extern "C" {
 
 /// Switches CTickScheduler's statistics on: calls timed from now on count. A
 /// handler budget of 0 means the tick period (6 ms). Counts gathered earlier
-/// are kept (see CTickScheduler_ResetStatistics). Context: any thread; does
-/// not wait for a running pass. Result: TickResult::Success (0).
+/// are kept (see CTickScheduler_ResetStatistics). Result:
+/// TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_EnableStatistics(uint64_t handlerBudgetNs);
 
-/// Switches them off; the counts stay readable. Context: any thread; does not
-/// wait. Result: TickResult::Success (0).
+/// Switches them off; the counts stay readable. Result: TickResult::Success
+/// (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_DisableStatistics(void);
 
 /// Clears every count of the scheduler and of its handlers at once (the
 /// figures read as zero from now on); whether the statistics are on and the
-/// budget stay as they are. Context: any thread; does not wait.
-/// Result: TickResult::Success (0).
+/// budget stay as they are. Result: TickResult::Success (0).
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_ResetStatistics(void);
 
 /// Copies the timing of `handler` into `*statistics`.
@@ -99,7 +104,9 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_ResetStatistics(void);
 /// the table had no room for it at its registration (or, while handlers without
 /// figures exist, it is not registered). Read while a pass runs, two figures
 /// may come from consecutive calls, but minimum <= maximum <= total always
-/// holds. Context: any thread; does not wait.
+/// holds.
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetHandlerStatistics(const STickHandler* handler,
                                                            STickHandlerStatistics* statistics);
 
@@ -107,22 +114,33 @@ ZYN_TS_EXPORT uint32_t CTickScheduler_GetHandlerStatistics(const STickHandler* h
 /// Results: TickResult::Success (0); TickResult::NullArgument (32770) a null
 /// pointer or a size below sizeof(STickSchedulerStatistics). Overruns never
 /// exceed passes; the longest pass's culprit is empty while unknown.
-/// Context: any thread; does not wait.
+/// Context: any thread; tick function: allowed; does not wait for a running
+/// pass.
 ZYN_TS_EXPORT uint32_t CTickScheduler_GetSchedulerStatistics(STickSchedulerStatistics* statistics);
 
 /// The same five for CTickSchedulerFast (period 1 ms), with the same results
 /// and context: they never take the fast scheduler's mutex, so a fast tick
 /// function may call them during the pass that holds it. This one switches
 /// its statistics on.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_EnableStatistics(uint64_t handlerBudgetNs);
 /// Fast scheduler: switches the statistics off (counts stay readable).
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_DisableStatistics(void);
 /// Fast scheduler: clears every count.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_ResetStatistics(void);
 /// Fast scheduler: copies one handler's timing; TickResult::UnknownHandler
 /// (32781) for a handler it does not hold.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetHandlerStatistics(const STickHandler* handler,
                                                                STickHandlerStatistics* statistics);
 /// Fast scheduler: copies its pass timing.
+/// Context: any thread; tick function: allowed, a fast one too; does not wait
+/// for a running pass.
 ZYN_TS_EXPORT uint32_t CTickSchedulerFast_GetSchedulerStatistics(STickSchedulerStatistics* statistics);
 }
