@@ -5,10 +5,12 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "FastSchedulerFixture.h"
 #include "ITickSchedulerFast.h"
+#include "InterfaceSlotChecks.h"
 #include "TickModuleIdentity.h"
 
 namespace fast_test {
@@ -17,6 +19,23 @@ namespace {
 namespace Phase = TickModule::Phase;
 constexpr uint32_t kModuleId = TickModule::FastSchedulerModuleId;
 constexpr const char* kPhaseCallback = "CTickSchedulerFast_OnPhaseActivation";
+
+/// The nine slots of ITickSchedulerFast and the operations they point to.
+struct FastSlots {
+    template <class Object>
+    static auto of(Object& o) {
+        return std::tie(o.RegisterTickHandler, o.UnregisterTickHandler, o.UnregisterTickHandlerFromOnTick,
+                        o.EnableTickHandler, o.DisableTickHandler, o.AddGroup, o.RemoveGroup, o.EnableTickGroup,
+                        o.DisableTickGroup);
+    }
+    static auto operations() {
+        return std::make_tuple(&CTickSchedulerFast_RegisterTickHandler, &CTickSchedulerFast_UnregisterTickHandler,
+                               &CTickSchedulerFast_UnregisterTickHandlerFromOnTick,
+                               &CTickSchedulerFast_EnableTickHandler, &CTickSchedulerFast_DisableTickHandler,
+                               &CTickSchedulerFast_AddGroup, &CTickSchedulerFast_RemoveGroup,
+                               &CTickSchedulerFast_EnableTickGroup, &CTickSchedulerFast_DisableTickGroup);
+    }
+};
 
 /// The module uninitialised, with the double's records cleared.
 class FastLifecycle : public FastSchedulerTest {
@@ -97,80 +116,18 @@ TEST_F(FastLifecycle, InterfaceSlotsReachTheFastOperationsInOrder) {
     ITickSchedulerFast* const iface = registeredInterface();
     ASSERT_NE(iface, nullptr);
 
-    EXPECT_EQ(iface->RegisterTickHandler, &CTickSchedulerFast_RegisterTickHandler);
-    EXPECT_EQ(iface->UnregisterTickHandler, &CTickSchedulerFast_UnregisterTickHandler);
-    EXPECT_EQ(iface->UnregisterTickHandlerFromOnTick, &CTickSchedulerFast_UnregisterTickHandlerFromOnTick);
-    EXPECT_EQ(iface->EnableTickHandler, &CTickSchedulerFast_EnableTickHandler);
-    EXPECT_EQ(iface->DisableTickHandler, &CTickSchedulerFast_DisableTickHandler);
-    EXPECT_EQ(iface->AddGroup, &CTickSchedulerFast_AddGroup);
-    EXPECT_EQ(iface->RemoveGroup, &CTickSchedulerFast_RemoveGroup);
-    EXPECT_EQ(iface->EnableTickGroup, &CTickSchedulerFast_EnableTickGroup);
-    EXPECT_EQ(iface->DisableTickGroup, &CTickSchedulerFast_DisableTickGroup);
+    EXPECT_EQ(FastSlots::of(*iface), FastSlots::operations());
     EXPECT_TRUE(iface->name.empty());
 }
 
-/// Whether every one of the nine slots points to its operation.
-bool allSlotsFilled(const ITickSchedulerFast& object) {
-    return object.RegisterTickHandler == &CTickSchedulerFast_RegisterTickHandler &&
-           object.UnregisterTickHandler == &CTickSchedulerFast_UnregisterTickHandler &&
-           object.UnregisterTickHandlerFromOnTick == &CTickSchedulerFast_UnregisterTickHandlerFromOnTick &&
-           object.EnableTickHandler == &CTickSchedulerFast_EnableTickHandler &&
-           object.DisableTickHandler == &CTickSchedulerFast_DisableTickHandler &&
-           object.AddGroup == &CTickSchedulerFast_AddGroup && object.RemoveGroup == &CTickSchedulerFast_RemoveGroup &&
-           object.EnableTickGroup == &CTickSchedulerFast_EnableTickGroup &&
-           object.DisableTickGroup == &CTickSchedulerFast_DisableTickGroup;
-}
-
-/// Every slot cleared, as a client (or a stray write) might leave them.
-void clearAllSlots(ITickSchedulerFast& object) {
-    object.RegisterTickHandler = nullptr;
-    object.UnregisterTickHandler = nullptr;
-    object.UnregisterTickHandlerFromOnTick = nullptr;
-    object.EnableTickHandler = nullptr;
-    object.DisableTickHandler = nullptr;
-    object.AddGroup = nullptr;
-    object.RemoveGroup = nullptr;
-    object.EnableTickGroup = nullptr;
-    object.DisableTickGroup = nullptr;
-}
-
 TEST_F(FastLifecycle, EveryInitializePastTheModuleManagerFillsAllSlotsBeforeTheBrokerIsAsked) {
-    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    ITickSchedulerFast* const object = registeredInterface();
-    ASSERT_NE(object, nullptr);
-    std::vector<bool> filledWhenAsked;
-    platform_double::observeInterfaceRegistrations([&](const std::string& /*name*/, IInterface* iface) {
-        filledWhenAsked.push_back(allSlotsFilled(*dynamic_cast<ITickSchedulerFast*>(iface)));
-    });
-
-    for (const uint32_t brokerAnswer : {32768u, 0u}) {
-        CTickSchedulerFast_Uninitialize();
-        clearAllSlots(*object);
-        platform_double::scriptRegisterInterfaceResult(brokerAnswer);
-        EXPECT_EQ(CTickSchedulerFast_Initialize(), brokerAnswer == 0 ? TickResult::Success : TickResult::Failure);
-        EXPECT_TRUE(allSlotsFilled(*object)) << "broker answer " << brokerAnswer;
-    }
-    EXPECT_EQ(filledWhenAsked, (std::vector<bool>{true, true}));
+    test_support::expectEveryInitializePastTheModuleManagerFillsAllSlotsFirst<FastSlots>(
+        &CTickSchedulerFast_Initialize, &CTickSchedulerFast_Uninitialize, &registeredInterface);
 }
 
 TEST_F(FastLifecycle, InitializeStoppedAtTheModuleManagerLeavesTheSlotsAsTheyAre) {
-    ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    ITickSchedulerFast* const object = registeredInterface();
-    ASSERT_NE(object, nullptr);
-    CTickSchedulerFast_Uninitialize();
-    clearAllSlots(*object);
-
-    platform_double::scriptRegisterModuleResult(32775);
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::ModuleRegistrationFailed);
-    EXPECT_EQ(object->RegisterTickHandler, nullptr);
-    platform_double::scriptRegisterModuleResult(0);
-    platform_double::scriptRegisterCallbackResult(32776);
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::CallbackRegistrationFailed);
-    EXPECT_EQ(object->RegisterTickHandler, nullptr);
-    EXPECT_EQ(object->DisableTickGroup, nullptr);
-    platform_double::scriptRegisterCallbackResult(0);
-    EXPECT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
-    EXPECT_TRUE(allSlotsFilled(*object));
+    test_support::expectInitializeStoppedAtTheModuleManagerLeavesTheSlots<FastSlots>(
+        &CTickSchedulerFast_Initialize, &CTickSchedulerFast_Uninitialize, &registeredInterface);
 }
 
 TEST_F(FastLifecycle, TheSameInterfaceObjectIsRegisteredEveryTime) {

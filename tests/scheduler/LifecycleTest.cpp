@@ -2,9 +2,11 @@
 // registrations, the phase callback, the start-up listing and Uninitialize.
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ITickScheduler.h"
+#include "InterfaceSlotChecks.h"
 #include "SchedulerFixture.h"
 
 namespace scheduler_test {
@@ -16,6 +18,23 @@ constexpr const char* kStartTick = "CTickScheduler_PhaseModuleStartTick";
 constexpr const char* kHeading = "Starting TickScheduler with TickHandlers in the following order";
 constexpr uint32_t kModuleId = TickModule::SchedulerModuleId;
 namespace Phase = TickModule::Phase;
+
+/// The twelve slots of ITickScheduler and the operations they point to.
+struct SchedulerSlots {
+    template <class Object>
+    static auto of(Object& o) {
+        return std::tie(o.RegisterTickHandler, o.UnregisterTickHandler, o.Freeze, o.Unfreeze, o.SetStartOffset,
+                        o.SetTickPriority, o.EnableTickHandler, o.DisableTickHandler, o.AddGroup, o.RemoveGroup,
+                        o.EnableTickGroup, o.DisableTickGroup);
+    }
+    static auto operations() {
+        return std::make_tuple(
+            &CTickScheduler_RegisterTickHandler, &CTickScheduler_UnregisterTickHandler, &CTickScheduler_Freeze,
+            &CTickScheduler_Unfreeze, &CTickScheduler_SetStartOffset, &CTickScheduler_SetTickPriority,
+            &CTickScheduler_EnableTickHandler, &CTickScheduler_DisableTickHandler, &CTickScheduler_AddGroup,
+            &CTickScheduler_RemoveGroup, &CTickScheduler_EnableTickGroup, &CTickScheduler_DisableTickGroup);
+    }
+};
 
 class LifecycleTest : public SchedulerTest {
 protected:
@@ -66,18 +85,7 @@ TEST_F(LifecycleTest, PublishedObjectIsTheInterfacePartOfAnITickSchedulerWithIts
     EXPECT_TRUE(published->name.empty());
     auto* object = dynamic_cast<ITickScheduler*>(published);
     ASSERT_NE(object, nullptr);
-    EXPECT_EQ(object->RegisterTickHandler, &CTickScheduler_RegisterTickHandler);
-    EXPECT_EQ(object->UnregisterTickHandler, &CTickScheduler_UnregisterTickHandler);
-    EXPECT_EQ(object->Freeze, &CTickScheduler_Freeze);
-    EXPECT_EQ(object->Unfreeze, &CTickScheduler_Unfreeze);
-    EXPECT_EQ(object->SetStartOffset, &CTickScheduler_SetStartOffset);
-    EXPECT_EQ(object->SetTickPriority, &CTickScheduler_SetTickPriority);
-    EXPECT_EQ(object->EnableTickHandler, &CTickScheduler_EnableTickHandler);
-    EXPECT_EQ(object->DisableTickHandler, &CTickScheduler_DisableTickHandler);
-    EXPECT_EQ(object->AddGroup, &CTickScheduler_AddGroup);
-    EXPECT_EQ(object->RemoveGroup, &CTickScheduler_RemoveGroup);
-    EXPECT_EQ(object->EnableTickGroup, &CTickScheduler_EnableTickGroup);
-    EXPECT_EQ(object->DisableTickGroup, &CTickScheduler_DisableTickGroup);
+    EXPECT_EQ(SchedulerSlots::of(*object), SchedulerSlots::operations());
 }
 
 TEST_F(LifecycleTest, InitializeTwiceAnswersAlreadyInitializedAndKeepsThePriority) {
@@ -172,77 +180,18 @@ TEST_F(LifecycleTest, InitializeAfterUninitializeRegistersTheSameObjectAgain) {
     EXPECT_EQ(tickScheduler.tickPriority, TICK_PRIORITY_LOWEST);
 }
 
-/// Whether every one of the twelve slots points to its operation.
-bool allSlotsFilled(const ITickScheduler& object) {
-    return object.RegisterTickHandler == &CTickScheduler_RegisterTickHandler &&
-           object.UnregisterTickHandler == &CTickScheduler_UnregisterTickHandler &&
-           object.Freeze == &CTickScheduler_Freeze && object.Unfreeze == &CTickScheduler_Unfreeze &&
-           object.SetStartOffset == &CTickScheduler_SetStartOffset &&
-           object.SetTickPriority == &CTickScheduler_SetTickPriority &&
-           object.EnableTickHandler == &CTickScheduler_EnableTickHandler &&
-           object.DisableTickHandler == &CTickScheduler_DisableTickHandler &&
-           object.AddGroup == &CTickScheduler_AddGroup && object.RemoveGroup == &CTickScheduler_RemoveGroup &&
-           object.EnableTickGroup == &CTickScheduler_EnableTickGroup &&
-           object.DisableTickGroup == &CTickScheduler_DisableTickGroup;
-}
-
-/// Every slot cleared, as a client (or a stray write) might leave them.
-void clearAllSlots(ITickScheduler& object) {
-    object.RegisterTickHandler = nullptr;
-    object.UnregisterTickHandler = nullptr;
-    object.Freeze = nullptr;
-    object.Unfreeze = nullptr;
-    object.SetStartOffset = nullptr;
-    object.SetTickPriority = nullptr;
-    object.EnableTickHandler = nullptr;
-    object.DisableTickHandler = nullptr;
-    object.AddGroup = nullptr;
-    object.RemoveGroup = nullptr;
-    object.EnableTickGroup = nullptr;
-    object.DisableTickGroup = nullptr;
-}
-
 ITickScheduler* publishedObject() {
     return dynamic_cast<ITickScheduler*>(InterfaceBroker::getInstance()->getInterface("ITickScheduler"));
 }
 
 TEST_F(LifecycleTest, EveryInitializePastTheModuleManagerFillsAllSlotsBeforeTheBrokerIsAsked) {
-    ASSERT_EQ(initialize(), TickResult::Success);
-    ITickScheduler* const object = publishedObject();
-    ASSERT_NE(object, nullptr);
-    std::vector<bool> filledWhenAsked;
-    platform_double::observeInterfaceRegistrations([&](const std::string& /*name*/, IInterface* iface) {
-        filledWhenAsked.push_back(allSlotsFilled(*dynamic_cast<ITickScheduler*>(iface)));
-    });
-
-    for (const uint32_t brokerAnswer : {32768u, 0u}) {
-        CTickScheduler_Uninitialize();
-        clearAllSlots(*object);
-        platform_double::scriptRegisterInterfaceResult(brokerAnswer);
-        EXPECT_EQ(initialize(), brokerAnswer == 0 ? TickResult::Success : TickResult::Failure);
-        EXPECT_TRUE(allSlotsFilled(*object)) << "broker answer " << brokerAnswer;
-    }
-    EXPECT_EQ(filledWhenAsked, (std::vector<bool>{true, true}));
+    test_support::expectEveryInitializePastTheModuleManagerFillsAllSlotsFirst<SchedulerSlots>(
+        [this] { return initialize(); }, &CTickScheduler_Uninitialize, &publishedObject);
 }
 
 TEST_F(LifecycleTest, InitializeStoppedAtTheModuleManagerLeavesTheSlotsAsTheyAre) {
-    ASSERT_EQ(initialize(), TickResult::Success);
-    ITickScheduler* const object = publishedObject();
-    ASSERT_NE(object, nullptr);
-    CTickScheduler_Uninitialize();
-    clearAllSlots(*object);
-
-    platform_double::scriptRegisterModuleResult(32775);
-    EXPECT_EQ(initialize(), TickResult::ModuleRegistrationFailed);
-    EXPECT_EQ(object->Freeze, nullptr);
-    platform_double::scriptRegisterModuleResult(0);
-    platform_double::scriptRegisterCallbackResult(32776);
-    EXPECT_EQ(initialize(), TickResult::CallbackRegistrationFailed);
-    EXPECT_EQ(object->Freeze, nullptr);
-    EXPECT_EQ(object->DisableTickGroup, nullptr);
-    platform_double::scriptRegisterCallbackResult(0);
-    EXPECT_EQ(initialize(), TickResult::Success);
-    EXPECT_TRUE(allSlotsFilled(*object));
+    test_support::expectInitializeStoppedAtTheModuleManagerLeavesTheSlots<SchedulerSlots>(
+        [this] { return initialize(); }, &CTickScheduler_Uninitialize, &publishedObject);
 }
 
 // ---- Phases -----------------------------------------------------------------------------
