@@ -6,16 +6,15 @@
 #include <memory>
 
 #include "PrecisionWake.h"
+#include "SizedRecords.h"
 #include "TickPrecisionWake.h"
 #include "TickResultCodes.h"
 
 namespace {
 
+/// The figures `get` reports; the query must succeed.
 STickPrecisionWake query(uint32_t (*get)(STickPrecisionWake*)) {
-    STickPrecisionWake figures{};
-    figures.size = sizeof(figures);
-    EXPECT_EQ(TickResult::Success, get(&figures));
-    return figures;
+    return sized_record::filledBy<STickPrecisionWake>(get);
 }
 
 TEST(PrecisionWakeSwitches, EachSchedulerIsOffUntilSwitchedAndReportsItsMode) {

@@ -11,12 +11,19 @@
 
 namespace sized_record {
 
+/// An empty `Record` sized as this build knows it.
+template <typename Record>
+Record sized() {
+    Record record{};
+    record.size = sizeof(record);
+    return record;
+}
+
 /// A `Record` sized as this build knows it, filled by `query(&record)`; the
 /// query must succeed.
 template <typename Record, typename Query>
 Record filledBy(Query query) {
-    Record record{};
-    record.size = sizeof(record);
+    Record record = sized<Record>();
     EXPECT_EQ(query(&record), TickResult::Success);
     return record;
 }
