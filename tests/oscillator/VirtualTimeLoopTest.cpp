@@ -5,12 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
-#include <thread>
 #include <vector>
 
-#include "BoundedWait.h"
+#include "ParkedOscillator.h"
 #include "PlatformDouble.h"
 #include "TickOscillator.h"
 #include "TickRecorder.h"
@@ -20,6 +18,7 @@
 namespace {
 
 using oscillator_test::TickRecorder;
+using virtual_clock::runTo;
 using virtual_clock::Sleep;
 using zyn_support::kNanosecondsPerMillisecond;
 using zyn_support::kNanosecondsPerSecond;
@@ -52,40 +51,9 @@ protected:
 
     /// Starts a new thread and records the instant it anchors its grid on:
     /// its first clock reading.
-    void restart() {
-        const size_t firstReading = virtual_clock::readings().size();
-        // No thread runs now: every sleep call so far has returned.
-        const size_t firstSleep = virtual_clock::sleeps().size();
-        virtual_clock::parkAtSleep(firstSleep);
-        ASSERT_EQ(0u, oscillator.start());
-        runTo(firstSleep);
-        const std::vector<int64_t> readings = virtual_clock::readings();
-        ASSERT_GT(readings.size(), firstReading);
-        origin = readings[firstReading];
-    }
+    void restart() { origin = virtual_clock::startParked(oscillator); }
 
-    /// Lets the loop run until it enters sleep call `index` and parks it.
-    static void runTo(size_t index) {
-        ASSERT_TRUE(virtual_clock::runUntilSleep(index)) << "the loop never reached sleep call " << index;
-    }
-
-    /// Stops the thread wherever it is parked.
-    void stop() {
-        if (!oscillator.isRunning()) {
-            oscillator.stop();
-            return;
-        }
-        std::thread stopper([this] { oscillator.stop(); });
-        const auto deadline = std::chrono::steady_clock::now() + test_support::kStuckAfter;
-        while (oscillator.isRunning()) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                test_support::abortAsStuck("stop() clearing the running flag");
-            }
-            std::this_thread::yield();
-        }
-        virtual_clock::releaseParked();
-        stopper.join();
-    }
+    void stop() { virtual_clock::stopParked(oscillator); }
 
     /// Every sleep call from `first` on asks for the first grid point of
     /// `gridOrigin` strictly after the instant of its call.

@@ -9,12 +9,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "AllocationCounter.h"
 #include "ITickReceiver.h"
 #include "OscillatorAttachment.h"
+#include "ParkedOscillator.h"
 #include "PlatformDouble.h"
 #include "TickOscillator.h"
 #include "TickPrecisionWake.h"
@@ -22,6 +22,7 @@
 
 namespace {
 
+using virtual_clock::runTo;
 using virtual_clock::Sleep;
 
 constexpr int64_t kUs = 1000;
@@ -96,31 +97,20 @@ public:
     int64_t start(ETickDelay delay) {
         EXPECT_EQ(0u, oscillator.initialize(delay, TICK_PRIORITY_HIGHEST));
         EXPECT_EQ(0u, oscillator.registerOnTick(recorder.receiver()));
-        const size_t firstReading = virtual_clock::readings().size();
-        const size_t firstSleep = virtual_clock::sleeps().size();
-        virtual_clock::parkAtSleep(firstSleep);
-        EXPECT_EQ(0u, oscillator.start());
-        runTo(firstSleep);
-        const std::vector<int64_t> readings = virtual_clock::readings();
-        EXPECT_GT(readings.size(), firstReading);
-        return readings.at(firstReading);
+        return virtual_clock::startParked(oscillator);
     }
 
-    static void runTo(size_t index) {
-        ASSERT_TRUE(virtual_clock::runUntilSleep(index)) << "the loop never reached sleep call " << index;
-    }
+    void stop() { virtual_clock::stopParked(oscillator); }
 
-    void stop() {
-        if (!oscillator.isRunning()) {
-            oscillator.stop();
-            return;
-        }
-        std::thread stopper([this] { oscillator.stop(); });
-        while (oscillator.isRunning()) {
-            std::this_thread::yield();
-        }
-        virtual_clock::releaseParked();
-        stopper.join();
+    /// Switches to the fixed `lead`, starts on the 6 ms grid, lets the thread
+    /// run until it enters sleep call `sleepCall` and stops it there. Returns
+    /// the grid origin.
+    int64_t runWithFixedLead(int64_t lead, size_t sleepCall) {
+        EXPECT_TRUE(wake().switchFixed(lead));
+        const int64_t origin = start(TICK_DELAY_6MS);
+        runTo(sleepCall);
+        stop();
+        return origin;
     }
 
     STickPrecisionWake figures() {
@@ -183,7 +173,7 @@ struct LoopRecord {
 
 LoopRecord recordRun(SimulatedOscillator& simulated, size_t sleeps) {
     const int64_t origin = simulated.start(TICK_DELAY_6MS);
-    SimulatedOscillator::runTo(sleeps);
+    runTo(sleeps);
     simulated.stop();
     LoopRecord record;
     for (const Sleep& sleep : virtual_clock::sleeps()) {
@@ -237,10 +227,7 @@ TEST_F(PrecisionWakeLoop, FixedLeadSleepsToTheLeadBeforeEachGridPointAndDelivers
     constexpr int64_t kLead = 50 * kUs;
     virtual_clock::setWakeUpPlan(lateBy([](size_t index) { return static_cast<int64_t>(index * 37 % 45) * kUs; }));
     SimulatedOscillator simulated(true);
-    ASSERT_TRUE(simulated.wake().switchFixed(kLead));
-    const int64_t origin = simulated.start(TICK_DELAY_6MS);
-    SimulatedOscillator::runTo(300);
-    simulated.stop();
+    const int64_t origin = simulated.runWithFixedLead(kLead, 300);
 
     const std::vector<Sleep> sleeps = virtual_clock::sleeps();
     const std::vector<int64_t> ticks = simulated.recorder.ticks();
@@ -272,10 +259,7 @@ TEST_F(PrecisionWakeLoop, WakeUpAfterTheGridPointDeliversAtOnceWithoutSpinning) 
     virtual_clock::setWakeUpPlan(
         lateBy([](size_t index) { return index == kLateSleep ? kLead + 30 * kUs : 10 * kUs; }));
     SimulatedOscillator simulated(true);
-    ASSERT_TRUE(simulated.wake().switchFixed(kLead));
-    simulated.start(TICK_DELAY_6MS);
-    SimulatedOscillator::runTo(10);
-    simulated.stop();
+    simulated.runWithFixedLead(kLead, 10);
 
     const std::vector<Sleep> sleeps = virtual_clock::sleeps();
     const std::vector<int64_t> ticks = simulated.recorder.ticks();
@@ -297,10 +281,7 @@ TEST_F(PrecisionWakeLoop, SignalBeforeTheLeadSleepsAgainAndTheTickComesOnItsGrid
     constexpr int64_t kLead = 50 * kUs;
     virtual_clock::interruptSleep(4, 1 * kMs);
     SimulatedOscillator simulated(true);
-    ASSERT_TRUE(simulated.wake().switchFixed(kLead));
-    const int64_t origin = simulated.start(TICK_DELAY_6MS);
-    SimulatedOscillator::runTo(8);
-    simulated.stop();
+    const int64_t origin = simulated.runWithFixedLead(kLead, 8);
 
     const std::vector<Sleep> sleeps = virtual_clock::sleeps();
     const std::vector<int64_t> ticks = simulated.recorder.ticks();
@@ -322,7 +303,7 @@ TEST_F(PrecisionWakeLoop, FrozenTheLoopSleepsToTheGridPointsThemselvesAndNeverSp
     virtual_clock::setWakeUpPlan(lateBy([](size_t) { return 5 * kUs; }));
     const int64_t origin = simulated.start(TICK_DELAY_6MS);
     EXPECT_EQ(0u, simulated.oscillator.freeze());
-    SimulatedOscillator::runTo(50);
+    runTo(50);
 
     const std::vector<Sleep> sleeps = virtual_clock::sleeps();
     for (size_t i = 1; i < sleeps.size(); ++i) {
@@ -334,7 +315,7 @@ TEST_F(PrecisionWakeLoop, FrozenTheLoopSleepsToTheGridPointsThemselvesAndNeverSp
     EXPECT_TRUE(simulated.recorder.ticks().empty());
 
     EXPECT_EQ(0u, simulated.oscillator.unfreeze());
-    SimulatedOscillator::runTo(60);
+    runTo(60);
     simulated.stop();
     const std::vector<int64_t> ticks = simulated.recorder.ticks();
     ASSERT_GE(ticks.size(), 8u);
@@ -356,7 +337,7 @@ std::vector<int64_t> leadsUnderAdaptiveWake(ETickDelay delay, std::function<int6
     SimulatedOscillator simulated(true, period);
     simulated.wake().switchAdaptive();
     const int64_t origin = simulated.start(delay);
-    SimulatedOscillator::runTo(sleepCount);
+    runTo(sleepCount);
     simulated.stop();
     figures = simulated.figures();
     std::vector<int64_t> leads;
@@ -417,12 +398,12 @@ TEST_F(PrecisionWakeLoop, NothingIsAllocatedOnTheTickPathWhileTheLeadAdaptsAndTh
     simulated.wake().switchAdaptive();
     simulated.recorder.countAllocationsBetween(10, 1400);
     simulated.start(TICK_DELAY_6MS);
-    SimulatedOscillator::runTo(600);
+    runTo(600);
     simulated.wake().requestReset();
     EXPECT_TRUE(simulated.wake().switchFixed(70 * kUs));
-    SimulatedOscillator::runTo(700);
+    runTo(700);
     simulated.wake().switchAdaptive();
-    SimulatedOscillator::runTo(1500);
+    runTo(1500);
     simulated.stop();
     EXPECT_EQ(0, simulated.recorder.allocationsCounted());
     EXPECT_LT(simulated.figures().ticks, 1000u) << "the reset dropped the figures before it";
