@@ -18,6 +18,7 @@
 #include "FakeCpuLatencyDevice.h"
 #include "PlatformHost/CpuLatencyHost.h"
 #include "PlatformHost/TraceHost.h"
+#include "ProbedOscillator.h"
 #include "SignalMask.h"
 #include "TickOscillator.h"
 
@@ -71,23 +72,19 @@ protected:
 };
 
 TEST_F(OscillatorLatencyRequestTest, RequestIsHeldWhileARealTimeOscillatorTicksAndLapsesOnItsOwnAfterItStops) {
-    TickProbe probe;
-    ITickReceiver receiver{&probe, &onTick};
-    TickOscillator oscillator;
-    ASSERT_EQ(oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL), 0u);
-    ASSERT_EQ(oscillator.registerOnTick(&receiver), 0u);
-    ASSERT_EQ(oscillator.start(), 0u);
+    ProbedOscillator<TickProbe> ticking(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL, &onTick);
+    ASSERT_EQ(ticking.oscillator.start(), 0u);
 
-    awaitTicks(probe, 3, "three ticks of the started oscillator");
+    awaitTicks(ticking.probe, 3, "three ticks of the started oscillator");
     EXPECT_TRUE(cpuLatencyState().held);
     EXPECT_EQ(cpuLatencyState().holders, 1u);
-    const int ticksSoFar = probe.ticks.load();
-    awaitTicks(probe, ticksSoFar + 3, "three more ticks");
+    const int ticksSoFar = ticking.probe.ticks.load();
+    awaitTicks(ticking.probe, ticksSoFar + 3, "three more ticks");
     EXPECT_TRUE(cpuLatencyState().held) << "held for as long as the oscillator ticks";
     EXPECT_EQ(openDescriptors(device), 1);
     EXPECT_EQ(valuesIn(device), std::vector<int32_t>{0});
 
-    ASSERT_EQ(oscillator.stop(), 0u);
+    ASSERT_EQ(ticking.oscillator.stop(), 0u);
     // Nothing asks the host about the ended thread: it notices on its own.
     awaitWithin([&] { return openDescriptors(device) == 0; }, "the device closing after the oscillator stopped");
     EXPECT_FALSE(cpuLatencyState().held);
@@ -106,53 +103,46 @@ TEST_F(OscillatorLatencyRequestTest, StartReturnsWhileTheNewThreadIsHeldBeforeIt
             letGo.wait();
         }
     });
-    TickProbe probe;
-    ITickReceiver receiver{&probe, &onTick};
-    TickOscillator oscillator;
-    ASSERT_EQ(oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL), 0u);
-    ASSERT_EQ(oscillator.registerOnTick(&receiver), 0u);
+    ProbedOscillator<TickProbe> ticking(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL, &onTick);
 
-    const uint32_t result = startBlockingEverySignal(oscillator).first;
+    const uint32_t result = startBlockingEverySignal(ticking.oscillator).first;
 
     // No ASSERT before the thread is let go: it must not stay held.
     EXPECT_EQ(result, 0u);
-    EXPECT_EQ(probe.ticks.load(), 0) << "the thread got past its first step";
+    EXPECT_EQ(ticking.probe.ticks.load(), 0) << "the thread got past its first step";
     EXPECT_TRUE(cpuLatencyState().held) << "the request is held from start() on, whether the thread ran or not";
     EXPECT_EQ(cpuLatencyState().holders, 1u);
     letGo.open();
 
-    awaitTicks(probe, 3, "three ticks after the oscillator thread was let go");
+    awaitTicks(ticking.probe, 3, "three ticks after the oscillator thread was let go");
     EXPECT_TRUE(threadWasHeld.load());
-    EXPECT_EQ(oscillator.stop(), 0u);
+    EXPECT_EQ(ticking.oscillator.stop(), 0u);
     platform_host::setTraceSink({});
     awaitRequestReleased();
 }
 
 TEST_F(OscillatorLatencyRequestTest, ThreadBlockingEverySignalIsSentNoneYetHoldsTheRequestAndGetsMinimalSlack) {
-    TickProbe probe;
-    ITickReceiver receiver{&probe, &onTick};
-    TickOscillator oscillator;
     // An unknown priority class maps to 0, which SCHED_RR refuses: the host
     // then lowers the thread's timer slack as well.
-    ASSERT_EQ(oscillator.initialize(TICK_DELAY_1MS, static_cast<ETickPriority>(9)), 0u);
-    ASSERT_EQ(oscillator.registerOnTick(&receiver), 0u);
+    ProbedOscillator<TickProbe> ticking(TICK_DELAY_1MS, static_cast<ETickPriority>(9), &onTick);
 
-    const auto [result, starterSlack] = startBlockingEverySignal(oscillator);
+    const auto [result, starterSlack] = startBlockingEverySignal(ticking.oscillator);
     ASSERT_EQ(result, 0u);
 
-    awaitTicks(probe, 20, "twenty ticks of the started oscillator");
+    awaitTicks(ticking.probe, 20, "twenty ticks of the started oscillator");
     EXPECT_TRUE(cpuLatencyState().held);
     EXPECT_EQ(cpuLatencyState().holders, 1u);
-    const int ticksSoFar = probe.ticks.load();
-    awaitTicks(probe, ticksSoFar + 20, "twenty more ticks");
-    ASSERT_EQ(oscillator.stop(), 0u);
+    const int ticksSoFar = ticking.probe.ticks.load();
+    awaitTicks(ticking.probe, ticksSoFar + 20, "twenty more ticks");
+    ASSERT_EQ(ticking.oscillator.stop(), 0u);
 
-    ASSERT_TRUE(probe.blocksEverySignal.load()) << "the tick thread did not inherit the blocked mask";
-    EXPECT_EQ(probe.mostPendingSignals.load(), 0) << "a signal was sent to the tick thread";
+    ASSERT_TRUE(ticking.probe.blocksEverySignal.load()) << "the tick thread did not inherit the blocked mask";
+    EXPECT_EQ(ticking.probe.mostPendingSignals.load(), 0) << "a signal was sent to the tick thread";
     if (processMaySetOtherThreadsTimerSlack()) {
-        EXPECT_EQ(probe.timerSlackNs.load(), 1);
+        EXPECT_EQ(ticking.probe.timerSlackNs.load(), 1);
     } else {
-        EXPECT_EQ(probe.timerSlackNs.load(), starterSlack) << "without CAP_SYS_NICE the slack stays as inherited";
+        EXPECT_EQ(ticking.probe.timerSlackNs.load(), starterSlack)
+            << "without CAP_SYS_NICE the slack stays as inherited";
     }
     awaitRequestReleased();
 }

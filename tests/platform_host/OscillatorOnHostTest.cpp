@@ -18,6 +18,7 @@
 
 #include "Capabilities.h"
 #include "PlatformHost/TraceHost.h"
+#include "ProbedOscillator.h"
 #include "TickOscillator.h"
 #include "TraceCapture.h"
 
@@ -77,20 +78,16 @@ protected:
 TEST_F(OscillatorOnHostTest, TicksArriveOnANamedThreadAndStartIsTraced) {
     TraceCapture capture;
     platform_host::setTraceLevel("ZYN.TS", 6);
-    TickProbe probe;
-    ITickReceiver receiver{&probe, &onTick};
-    TickOscillator oscillator;
-    ASSERT_EQ(oscillator.initialize(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL), 0u);
-    ASSERT_EQ(oscillator.registerOnTick(&receiver), 0u);
-    ASSERT_EQ(oscillator.start(), 0u);
+    ProbedOscillator<TickProbe> ticking(TICK_DELAY_6MS, TICK_PRIORITY_NORMAL, &onTick);
+    ASSERT_EQ(ticking.oscillator.start(), 0u);
 
-    const bool ticked = waitForTicks(probe, 5);
-    const pid_t tickThread = probe.threadId.load();
+    const bool ticked = waitForTicks(ticking.probe, 5);
+    const pid_t tickThread = ticking.probe.threadId.load();
     const std::string name = threadFile(tickThread, "comm");
     int policy = -1;
     sched_param parameters{};
-    ASSERT_EQ(pthread_getschedparam(oscillator.nativeHandle(), &policy, &parameters), 0);
-    oscillator.stop();
+    ASSERT_EQ(pthread_getschedparam(ticking.oscillator.nativeHandle(), &policy, &parameters), 0);
+    ticking.oscillator.stop();
 
     ASSERT_TRUE(ticked);
     EXPECT_NE(tickThread, static_cast<pid_t>(::syscall(SYS_gettid)));
@@ -99,7 +96,7 @@ TEST_F(OscillatorOnHostTest, TicksArriveOnANamedThreadAndStartIsTraced) {
         EXPECT_EQ(parameters.sched_priority, 79);
     } else if (processMaySetOtherThreadsTimerSlack()) {
         // Real-time refused on this machine: precise sleeps instead.
-        EXPECT_EQ(probe.timerSlackNs.load(), 1);
+        EXPECT_EQ(ticking.probe.timerSlackNs.load(), 1);
     }
     const std::vector<std::string> lines = capture.lines();
     EXPECT_TRUE(anyLineContains(lines, " ZYN.TS L6 -> start")) << lines.size() << " lines";
@@ -107,21 +104,17 @@ TEST_F(OscillatorOnHostTest, TicksArriveOnANamedThreadAndStartIsTraced) {
 }
 
 TEST_F(OscillatorOnHostTest, RefusedPriorityStillTicksWithMinimalTimerSlack) {
-    TickProbe probe;
-    ITickReceiver receiver{&probe, &onTick};
-    TickOscillator oscillator;
     // An unknown priority class maps to 0, which SCHED_RR refuses everywhere.
-    ASSERT_EQ(oscillator.initialize(TICK_DELAY_1MS, static_cast<ETickPriority>(9)), 0u);
-    ASSERT_EQ(oscillator.registerOnTick(&receiver), 0u);
-    ASSERT_EQ(oscillator.start(), 0u);
+    ProbedOscillator<TickProbe> ticking(TICK_DELAY_1MS, static_cast<ETickPriority>(9), &onTick);
+    ASSERT_EQ(ticking.oscillator.start(), 0u);
 
-    const bool ticked = waitForTicks(probe, 20);
-    const pid_t tickThread = probe.threadId.load();
+    const bool ticked = waitForTicks(ticking.probe, 20);
+    const pid_t tickThread = ticking.probe.threadId.load();
     int policy = -1;
     sched_param parameters{};
-    ASSERT_EQ(pthread_getschedparam(oscillator.nativeHandle(), &policy, &parameters), 0);
+    ASSERT_EQ(pthread_getschedparam(ticking.oscillator.nativeHandle(), &policy, &parameters), 0);
     const std::string name = threadFile(tickThread, "comm");
-    oscillator.stop();
+    ticking.oscillator.stop();
 
     ASSERT_TRUE(ticked);
     EXPECT_EQ(policy, SCHED_OTHER);
@@ -129,7 +122,7 @@ TEST_F(OscillatorOnHostTest, RefusedPriorityStillTicksWithMinimalTimerSlack) {
     if (!processMaySetOtherThreadsTimerSlack()) {
         GTEST_SKIP() << "without CAP_SYS_NICE the host may not set the tick thread's timer slack";
     }
-    EXPECT_EQ(probe.timerSlackNs.load(), 1);
+    EXPECT_EQ(ticking.probe.timerSlackNs.load(), 1);
 }
 
 }  // namespace
