@@ -164,9 +164,7 @@ TEST_F(FastStatistics, OnlyTheFirstCallsOwnReadingStandsBetweenTheTickAndTheCall
     first.action = [](TimedClient*) { readingsAtTheCall = ScriptedClock::readings(); };
     registerTimed({&first});
     ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
-    const uint64_t readingsBeforeTheTick = ScriptedClock::readings();
-    tick(1);
-    EXPECT_EQ(readingsAtTheCall - readingsBeforeTheTick, 1u);
+    EXPECT_EQ(ScriptedClock::readingsBefore(readingsAtTheCall, [] { tick(1); }), 1u);
     EXPECT_EQ(schedulerStatistics().passes, 1u);
 }
 

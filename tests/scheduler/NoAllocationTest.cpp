@@ -9,6 +9,7 @@
 
 #include "SchedulerFixture.h"
 #include "ScriptedClock.h"
+#include "SizedRecords.h"
 #include "TickStatistics.h"
 
 namespace {
@@ -171,10 +172,7 @@ TEST_F(NoAllocationTest, OverrunsLeftOutByTheRateLimitAllocateNothing) {
     tick();  // the one overrun message of this second
     const uint64_t counted = allocationsDuring([] { tick(100); });
     EXPECT_EQ(counted, 0u);
-    STickSchedulerStatistics figures{};
-    figures.size = sizeof(figures);
-    ASSERT_EQ(CTickScheduler_GetSchedulerStatistics(&figures), TickResult::Success);
-    EXPECT_EQ(figures.overruns, 101u);
+    EXPECT_EQ(sized_record::filledBy<STickSchedulerStatistics>(&CTickScheduler_GetSchedulerStatistics).overruns, 101u);
 }
 
 }  // namespace

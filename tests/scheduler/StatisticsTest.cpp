@@ -149,9 +149,7 @@ TEST_F(StatisticsTest, OnlyTheFirstCallsOwnReadingStandsBetweenTheTickAndTheCall
     probe.action = [&readingsAtTheCall] { readingsAtTheCall = ScriptedClock::readings(); };
     registerProbe(probe, 1);
     ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
-    const uint64_t readingsBeforeTheTick = ScriptedClock::readings();
-    tick(1);
-    EXPECT_EQ(readingsAtTheCall - readingsBeforeTheTick, 1u);
+    EXPECT_EQ(ScriptedClock::readingsBefore(readingsAtTheCall, [] { tick(1); }), 1u);
     EXPECT_EQ(schedulerStatistics().passes, 1u);
 }
 

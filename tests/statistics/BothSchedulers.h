@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <thread>
 
@@ -16,7 +17,9 @@
 #include "FastSchedulerFixture.h"
 #include "ModuleState.h"
 #include "PlatformDouble.h"
+#include "SizedRecords.h"
 #include "StatisticsLoadState.h"
+#include "TickEventCapture.h"
 #include "TickResultCodes.h"
 #include "TickStatistics.h"
 
@@ -74,6 +77,52 @@ inline uint32_t registerWithFastScheduler(ActionHandler& handler, const char* na
     const ITickReceiver receiver = handler.receiver();
     return CTickSchedulerFast_RegisterTickHandler(&handler.handle, &receiver, name);
 }
+
+/// The entry points of one scheduler that these tests call, so that a test
+/// runs the same way on either.
+struct SchedulerEntryPoints {
+    const char* name;
+    uint32_t (*registerHandler)(ActionHandler&, const char*);
+    void (*onTick)(void*);
+    void (*uninitialize)();
+    uint32_t (*enableStatistics)(uint64_t);
+    uint32_t (*disableStatistics)();
+    uint32_t (*resetStatistics)();
+    uint32_t (*getHandlerStatistics)(const STickHandler*, STickHandlerStatistics*);
+    uint32_t (*getSchedulerStatistics)(STickSchedulerStatistics*);
+    uint32_t (*startEventCapture)();
+    uint32_t (*stopEventCapture)();
+    uint32_t (*readEvents)(STickEvent*, uint32_t, uint32_t*, uint64_t*);
+};
+
+/// How a test parameterised by the scheduler names it.
+inline void PrintTo(const SchedulerEntryPoints& scheduler, std::ostream* out) { *out << scheduler.name; }
+
+inline const SchedulerEntryPoints kScheduler{"CTickScheduler",
+                                             &registerWithScheduler,
+                                             &CTickScheduler_OnTick,
+                                             &CTickScheduler_Uninitialize,
+                                             &CTickScheduler_EnableStatistics,
+                                             &CTickScheduler_DisableStatistics,
+                                             &CTickScheduler_ResetStatistics,
+                                             &CTickScheduler_GetHandlerStatistics,
+                                             &CTickScheduler_GetSchedulerStatistics,
+                                             &CTickScheduler_StartEventCapture,
+                                             &CTickScheduler_StopEventCapture,
+                                             &CTickScheduler_ReadEvents};
+
+inline const SchedulerEntryPoints kFast{"CTickSchedulerFast",
+                                        &registerWithFastScheduler,
+                                        &CTickSchedulerFast_OnTick,
+                                        &CTickSchedulerFast_Uninitialize,
+                                        &CTickSchedulerFast_EnableStatistics,
+                                        &CTickSchedulerFast_DisableStatistics,
+                                        &CTickSchedulerFast_ResetStatistics,
+                                        &CTickSchedulerFast_GetHandlerStatistics,
+                                        &CTickSchedulerFast_GetSchedulerStatistics,
+                                        &CTickSchedulerFast_StartEventCapture,
+                                        &CTickSchedulerFast_StopEventCapture,
+                                        &CTickSchedulerFast_ReadEvents};
 
 /// Runs `passes` ticks of one scheduler on a thread of its own, as its
 /// oscillator would, and joins it; a pass that never returns ends the test

@@ -16,43 +16,16 @@
 namespace statistics_test {
 namespace {
 
-using test_support::AllocationFailureScope;
-using test_support::AllocationScope;
 using test_support::ScriptedClock;
 constexpr int64_t kMs = ScriptedClock::kMs;
 
-/// The entry points of one scheduler, so that every test runs on both.
-struct Scheduler {
-    const char* name;
-    void (*onTick)(void*);
-    uint32_t (*start)();
-    uint32_t (*stop)();
-    uint32_t (*read)(STickEvent*, uint32_t, uint32_t*, uint64_t*);
-    uint32_t (*getSchedulerStatistics)(STickSchedulerStatistics*);
-    uint32_t (*registerHandler)(ActionHandler&, const char*);
-};
-
-const Scheduler kScheduler{"CTickScheduler",
-                           &CTickScheduler_OnTick,
-                           &CTickScheduler_StartEventCapture,
-                           &CTickScheduler_StopEventCapture,
-                           &CTickScheduler_ReadEvents,
-                           &CTickScheduler_GetSchedulerStatistics,
-                           &registerWithScheduler};
-const Scheduler kFast{"CTickSchedulerFast",
-                      &CTickSchedulerFast_OnTick,
-                      &CTickSchedulerFast_StartEventCapture,
-                      &CTickSchedulerFast_StopEventCapture,
-                      &CTickSchedulerFast_ReadEvents,
-                      &CTickSchedulerFast_GetSchedulerStatistics,
-                      &registerWithFastScheduler};
-
-void PrintTo(const Scheduler& scheduler, std::ostream* out) { *out << scheduler.name; }
+using Scheduler = SchedulerEntryPoints;
 
 std::vector<STickEvent> readAll(const Scheduler& scheduler, uint64_t* lost = nullptr) {
     std::vector<STickEvent> events(TICK_EVENT_CAPACITY + 1);
     uint32_t count = 0;
-    EXPECT_EQ(scheduler.read(events.data(), static_cast<uint32_t>(events.size()), &count, lost), TickResult::Success);
+    EXPECT_EQ(scheduler.readEvents(events.data(), static_cast<uint32_t>(events.size()), &count, lost),
+              TickResult::Success);
     events.resize(count);
     return events;
 }
@@ -60,9 +33,16 @@ std::vector<STickEvent> readAll(const Scheduler& scheduler, uint64_t* lost = nul
 class EventCaptureTest : public BothSchedulersTest, public ::testing::WithParamInterface<Scheduler> {
 protected:
     void TearDown() override {
-        (void)GetParam().stop();
+        (void)GetParam().stopEventCapture();
         (void)readAll(GetParam());
         BothSchedulersTest::TearDown();
+    }
+
+    /// Registers `handler` as `name` with the scheduler under test, then
+    /// starts that scheduler's capture.
+    void registerAndStartCapture(ActionHandler& handler, const char* name) const {
+        ASSERT_EQ(GetParam().registerHandler(handler, name), TickResult::Success);
+        ASSERT_EQ(GetParam().startEventCapture(), TickResult::Success);
     }
 };
 
@@ -76,7 +56,7 @@ TEST_P(EventCaptureTest, PassesAndCallsComeOutInOrderWithHandlesNamesAndTimes) {
     ActionHandler second([] { ScriptedClock::advance(kMs / 2); });
     ASSERT_EQ(scheduler.registerHandler(first, "First"), TickResult::Success);
     ASSERT_EQ(scheduler.registerHandler(second, "Second"), TickResult::Success);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_EQ(scheduler.startEventCapture(), TickResult::Success);
 
     constexpr int kPasses = 3;
     for (int pass = 0; pass < kPasses; ++pass) {
@@ -115,9 +95,9 @@ TEST_P(EventCaptureTest, NothingIsWrittenBeforeTheStartOrAfterTheStop) {
     scheduler.onTick(nullptr);
     EXPECT_TRUE(readAll(scheduler).empty());
 
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_EQ(scheduler.startEventCapture(), TickResult::Success);
     scheduler.onTick(nullptr);
-    ASSERT_EQ(scheduler.stop(), TickResult::Success);
+    ASSERT_EQ(scheduler.stopEventCapture(), TickResult::Success);
     scheduler.onTick(nullptr);
     scheduler.onTick(nullptr);
     // The one captured pass stays readable after the stop.
@@ -128,10 +108,9 @@ TEST_P(EventCaptureTest, NothingIsWrittenBeforeTheStartOrAfterTheStop) {
 TEST_P(EventCaptureTest, ARestartDropsWhatTheLastCaptureLeft) {
     const Scheduler& scheduler = GetParam();
     ActionHandler handler([] {});
-    ASSERT_EQ(scheduler.registerHandler(handler, "Again"), TickResult::Success);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(registerAndStartCapture(handler, "Again"));
     scheduler.onTick(nullptr);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_EQ(scheduler.startEventCapture(), TickResult::Success);
     scheduler.onTick(nullptr);
     const std::vector<STickEvent> events = readAll(scheduler);
     ASSERT_EQ(events.size(), 4u);
@@ -141,8 +120,7 @@ TEST_P(EventCaptureTest, ARestartDropsWhatTheLastCaptureLeft) {
 TEST_P(EventCaptureTest, AReaderThatStopsDrainingLosesEventsCountedAndPassesNeverWait) {
     const Scheduler& scheduler = GetParam();
     ActionHandler handler([] {});
-    ASSERT_EQ(scheduler.registerHandler(handler, "Flood"), TickResult::Success);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(registerAndStartCapture(handler, "Flood"));
 
     // Four events a pass: the ring fills after a quarter of its capacity in
     // passes, and every later event is lost.
@@ -166,22 +144,21 @@ TEST_P(EventCaptureTest, AReaderThatStopsDrainingLosesEventsCountedAndPassesNeve
 TEST_P(EventCaptureTest, CapturingPassesAllocateNothing) {
     const Scheduler& scheduler = GetParam();
     ActionHandler handler([] {});
-    ASSERT_EQ(scheduler.registerHandler(handler, "Counted"), TickResult::Success);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(registerAndStartCapture(handler, "Counted"));
     scheduler.onTick(nullptr);  // whatever a first pass sets up
     // The platform double's list logs its calls into a vector of its own:
     // each measurement starts it empty, so that only the scheduler differs.
     const auto allocationsOf50Passes = [&scheduler] {
         platform_double::reset();
-        const AllocationScope scope;
+        const test_support::AllocationScope scope;
         for (int pass = 0; pass < 50; ++pass) {
             scheduler.onTick(nullptr);
         }
         return scope.count();
     };
-    ASSERT_EQ(scheduler.stop(), TickResult::Success);
+    ASSERT_EQ(scheduler.stopEventCapture(), TickResult::Success);
     const uint64_t withoutCapture = allocationsOf50Passes();
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_EQ(scheduler.startEventCapture(), TickResult::Success);
     const uint64_t withCapture = allocationsOf50Passes();
     EXPECT_EQ(withCapture, withoutCapture);
     if (scheduler.onTick == &CTickScheduler_OnTick) {
@@ -193,14 +170,13 @@ TEST_P(EventCaptureTest, CapturingPassesAllocateNothing) {
 TEST_P(EventCaptureTest, CaptureLeavesTheStatisticsOffAndTheyLeaveItOff) {
     const Scheduler& scheduler = GetParam();
     ActionHandler handler([] {});
-    ASSERT_EQ(scheduler.registerHandler(handler, "Independent"), TickResult::Success);
-    ASSERT_EQ(scheduler.start(), TickResult::Success);
+    ASSERT_NO_FATAL_FAILURE(registerAndStartCapture(handler, "Independent"));
     scheduler.onTick(nullptr);
     STickSchedulerStatistics figures{};
     figures.size = sizeof(figures);
     ASSERT_EQ(scheduler.getSchedulerStatistics(&figures), TickResult::Success);
     EXPECT_EQ(figures.passes, 0u);
-    ASSERT_EQ(scheduler.stop(), TickResult::Success);
+    ASSERT_EQ(scheduler.stopEventCapture(), TickResult::Success);
     (void)readAll(scheduler);
 
     const uint32_t switchedOn = scheduler.registerHandler == &registerWithScheduler
@@ -215,18 +191,18 @@ TEST_P(EventCaptureTest, CaptureLeavesTheStatisticsOffAndTheyLeaveItOff) {
 
 TEST_P(EventCaptureTest, ATickFunctionMayReadStopAndRestartTheCaptureOfEitherScheduler) {
     const Scheduler& scheduler = GetParam();
-    ASSERT_EQ(kScheduler.start(), TickResult::Success);
-    ASSERT_EQ(kFast.start(), TickResult::Success);
+    ASSERT_EQ(kScheduler.startEventCapture(), TickResult::Success);
+    ASSERT_EQ(kFast.startEventCapture(), TickResult::Success);
     std::vector<uint32_t> counts;
     ActionHandler reader([&] {
         for (const Scheduler* other : {&kScheduler, &kFast}) {
             STickEvent events[8];
             uint32_t count = 0;
             uint64_t lost = 0;
-            EXPECT_EQ(other->read(events, 8, &count, &lost), TickResult::Success);
+            EXPECT_EQ(other->readEvents(events, 8, &count, &lost), TickResult::Success);
             counts.push_back(count);
-            EXPECT_EQ(other->stop(), TickResult::Success);
-            EXPECT_EQ(other->start(), TickResult::Success);
+            EXPECT_EQ(other->stopEventCapture(), TickResult::Success);
+            EXPECT_EQ(other->startEventCapture(), TickResult::Success);
         }
     });
     ASSERT_EQ(scheduler.registerHandler(reader, "Reader"), TickResult::Success);
@@ -237,8 +213,8 @@ TEST_P(EventCaptureTest, ATickFunctionMayReadStopAndRestartTheCaptureOfEitherSch
     const size_t own = scheduler.onTick == &CTickScheduler_OnTick ? 0 : 1;
     EXPECT_EQ(counts[own], 2u);
     EXPECT_EQ(counts[1 - own], 0u);
-    (void)kScheduler.stop();
-    (void)kFast.stop();
+    (void)kScheduler.stopEventCapture();
+    (void)kFast.stopEventCapture();
     (void)readAll(kScheduler);
     (void)readAll(kFast);
 }
@@ -248,7 +224,7 @@ TEST(EventRing, AFailingFirstAllocationLeavesCaptureOff) {
         GTEST_SKIP() << "an earlier test in this process made the ring already";
     }
     {
-        const AllocationFailureScope failing;
+        const test_support::AllocationFailureScope failing;
         EXPECT_EQ(CTickSchedulerFast_StartEventCapture(), TickResult::Failure);
     }
     EXPECT_FALSE(zyn_ts::fastEventRing.isOn());

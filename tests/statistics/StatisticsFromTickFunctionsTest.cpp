@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -28,51 +29,23 @@ struct Results {
     uint32_t enabledSeenAfterDisable = 1;
 };
 
-STickHandlerStatistics handlerRecord() {
-    STickHandlerStatistics record{};
-    record.size = sizeof(record);
-    return record;
-}
+STickHandlerStatistics handlerRecord() { return sized_record::sized<STickHandlerStatistics>(); }
 
-STickSchedulerStatistics schedulerRecord() {
-    STickSchedulerStatistics record{};
-    record.size = sizeof(record);
-    return record;
-}
+STickSchedulerStatistics schedulerRecord() { return sized_record::sized<STickSchedulerStatistics>(); }
 
-using Enable = uint32_t (*)(uint64_t);
-using Plain = uint32_t (*)();
-using HandlerQuery = uint32_t (*)(const STickHandler*, STickHandlerStatistics*);
-using SchedulerQuery = uint32_t (*)(STickSchedulerStatistics*);
-
-/// One scheduler's five statistics functions.
-struct StatisticsFunctions {
-    Enable enable;
-    Plain disable;
-    Plain reset;
-    HandlerQuery handler;
-    SchedulerQuery scheduler;
-};
-
-constexpr StatisticsFunctions kScheduler = {&CTickScheduler_EnableStatistics, &CTickScheduler_DisableStatistics,
-                                            &CTickScheduler_ResetStatistics, &CTickScheduler_GetHandlerStatistics,
-                                            &CTickScheduler_GetSchedulerStatistics};
-constexpr StatisticsFunctions kFast = {&CTickSchedulerFast_EnableStatistics, &CTickSchedulerFast_DisableStatistics,
-                                       &CTickSchedulerFast_ResetStatistics, &CTickSchedulerFast_GetHandlerStatistics,
-                                       &CTickSchedulerFast_GetSchedulerStatistics};
-
-/// Calls all five of `functions` about `handle` and keeps their results.
-void callEveryFunction(const StatisticsFunctions& functions, const STickHandler* handle, Results& results) {
-    results.enable = functions.enable(0);
+/// Calls all five statistics functions of `functions` about `handle` and
+/// keeps their results.
+void callEveryFunction(const SchedulerEntryPoints& functions, const STickHandler* handle, Results& results) {
+    results.enable = functions.enableStatistics(0);
     STickSchedulerStatistics scheduler = schedulerRecord();
-    results.scheduler = functions.scheduler(&scheduler);
+    results.scheduler = functions.getSchedulerStatistics(&scheduler);
     results.enabledSeenInside = scheduler.enabled;
-    results.reset = functions.reset();
+    results.reset = functions.resetStatistics();
     STickHandlerStatistics handler = handlerRecord();
-    results.handler = functions.handler(handle, &handler);
-    results.disable = functions.disable();
+    results.handler = functions.getHandlerStatistics(handle, &handler);
+    results.disable = functions.disableStatistics();
     scheduler = schedulerRecord();
-    (void)functions.scheduler(&scheduler);
+    (void)functions.getSchedulerStatistics(&scheduler);
     results.enabledSeenAfterDisable = scheduler.enabled;
 }
 
@@ -86,30 +59,31 @@ void expectAllSucceeded(const Results& results) {
     EXPECT_EQ(results.enabledSeenAfterDisable, 0u);
 }
 
-class StatisticsFromTickFunctions : public BothSchedulersTest {};
+class StatisticsFromTickFunctions : public BothSchedulersTest {
+protected:
+    /// One pass of `scheduler`, on a thread of its own (`pass` names it),
+    /// calls a tick function that calls all five statistics functions of
+    /// that scheduler about itself: each one succeeds there and then.
+    static void expectOwnTickFunctionCallsEveryFunction(const SchedulerEntryPoints& scheduler,
+                                                        const std::string& pass) {
+        Results results;
+        ActionHandler handler([] {});
+        ASSERT_EQ(scheduler.registerHandler(handler, "Self"), TickResult::Success);
+        handler.action = [&] { callEveryFunction(scheduler, handler.handle, results); };
+
+        runPassesOnOwnThread(scheduler.onTick, 1, pass);
+
+        EXPECT_EQ(handler.calls.load(), 1);
+        expectAllSucceeded(results);
+    }
+};
 
 TEST_F(StatisticsFromTickFunctions, AFastTickFunctionCallsEveryFastStatisticsFunction) {
-    Results results;
-    ActionHandler handler([&] { callEveryFunction(kFast, nullptr, results); });
-    ASSERT_EQ(registerWithFastScheduler(handler, "FastSelf"), TickResult::Success);
-    handler.action = [&] { callEveryFunction(kFast, handler.handle, results); };
-
-    runPassesOnOwnThread(&CTickSchedulerFast_OnTick, 1, "a fast pass whose tick function calls the fast statistics");
-
-    EXPECT_EQ(handler.calls.load(), 1);
-    expectAllSucceeded(results);
+    expectOwnTickFunctionCallsEveryFunction(kFast, "a fast pass whose tick function calls the fast statistics");
 }
 
 TEST_F(StatisticsFromTickFunctions, ATickFunctionCallsEverySchedulerStatisticsFunction) {
-    Results results;
-    ActionHandler handler([] {});
-    ASSERT_EQ(registerWithScheduler(handler, "SchedulerSelf"), TickResult::Success);
-    handler.action = [&] { callEveryFunction(kScheduler, handler.handle, results); };
-
-    runPassesOnOwnThread(&CTickScheduler_OnTick, 1, "a pass whose tick function calls the statistics");
-
-    EXPECT_EQ(handler.calls.load(), 1);
-    expectAllSucceeded(results);
+    expectOwnTickFunctionCallsEveryFunction(kScheduler, "a pass whose tick function calls the statistics");
 }
 
 TEST_F(StatisticsFromTickFunctions, EachSchedulersTickFunctionsCallTheOthersStatistics) {

@@ -13,13 +13,23 @@
 namespace statistics_test {
 namespace {
 
-STickHandlerStatistics handlerRecord() {
-    STickHandlerStatistics record{};
-    record.size = sizeof(record);
-    return record;
-}
+class StatisticsLifecycle : public BothSchedulersTest {
+protected:
+    /// Registers `handler` as "Old" with `scheduler`, lets one pass call it
+    /// with the statistics on and shuts the scheduler down: the figures it
+    /// had are gone then.
+    static void expectFiguresGoneAtUninitialize(const SchedulerEntryPoints& scheduler, ActionHandler& handler) {
+        ASSERT_EQ(scheduler.registerHandler(handler, "Old"), TickResult::Success);
+        ASSERT_EQ(scheduler.enableStatistics(0), TickResult::Success);
+        scheduler.onTick(nullptr);
+        STickHandlerStatistics figures = sized_record::sized<STickHandlerStatistics>();
+        ASSERT_EQ(scheduler.getHandlerStatistics(handler.handle, &figures), TickResult::Success);
+        ASSERT_EQ(figures.calls, 1u);
 
-class StatisticsLifecycle : public BothSchedulersTest {};
+        scheduler.uninitialize();
+        EXPECT_EQ(scheduler.getHandlerStatistics(handler.handle, &figures), TickResult::UnknownHandler);
+    }
+};
 
 TEST_F(StatisticsLifecycle, AClientHoldingTheTickLockCallsInitializeAndGetsItsResult) {
     CTickScheduler_Uninitialize();
@@ -36,36 +46,22 @@ TEST_F(StatisticsLifecycle, AClientHoldingTheTickLockCallsInitializeAndGetsItsRe
 
 TEST_F(StatisticsLifecycle, FastFiguresAreGoneAfterUninitializeAndANewInitialize) {
     ActionHandler handler([] {});
-    ASSERT_EQ(registerWithFastScheduler(handler, "Old"), TickResult::Success);
-    ASSERT_EQ(CTickSchedulerFast_EnableStatistics(0), TickResult::Success);
-    CTickSchedulerFast_OnTick(nullptr);
-    STickHandlerStatistics figures = handlerRecord();
-    ASSERT_EQ(CTickSchedulerFast_GetHandlerStatistics(handler.handle, &figures), TickResult::Success);
-    ASSERT_EQ(figures.calls, 1u);
-
-    CTickSchedulerFast_Uninitialize();
-    // Still in the list, which shut-down leaves as it is, but without figures.
-    EXPECT_EQ(CTickSchedulerFast_GetHandlerStatistics(handler.handle, &figures), TickResult::UnknownHandler);
+    // Still in the list after the shut-down, which leaves it as it is, but
+    // without figures.
+    ASSERT_NO_FATAL_FAILURE(expectFiguresGoneAtUninitialize(kFast, handler));
     ASSERT_EQ(CTickSchedulerFast_UnregisterTickHandler(&handler.handle), TickResult::Success);
 
     ASSERT_EQ(CTickSchedulerFast_Initialize(), TickResult::Success);
     ActionHandler fresh([] {});
     ASSERT_EQ(registerWithFastScheduler(fresh, "New"), TickResult::Success);
+    STickHandlerStatistics figures = sized_record::sized<STickHandlerStatistics>();
     ASSERT_EQ(CTickSchedulerFast_GetHandlerStatistics(fresh.handle, &figures), TickResult::Success);
     EXPECT_EQ(figures.calls, 0u);
 }
 
 TEST_F(StatisticsLifecycle, SchedulerFiguresAreGoneWithTheHandlerListAtUninitialize) {
     ActionHandler handler([] {});
-    ASSERT_EQ(registerWithScheduler(handler, "Old"), TickResult::Success);
-    ASSERT_EQ(CTickScheduler_EnableStatistics(0), TickResult::Success);
-    CTickScheduler_OnTick(nullptr);
-    STickHandlerStatistics figures = handlerRecord();
-    ASSERT_EQ(CTickScheduler_GetHandlerStatistics(handler.handle, &figures), TickResult::Success);
-    ASSERT_EQ(figures.calls, 1u);
-
-    CTickScheduler_Uninitialize();
-    EXPECT_EQ(CTickScheduler_GetHandlerStatistics(handler.handle, &figures), TickResult::UnknownHandler);
+    ASSERT_NO_FATAL_FAILURE(expectFiguresGoneAtUninitialize(kScheduler, handler));
     // The record stays with its owner's handle; the test frees it.
     delete[] handler.handle;
 }
@@ -78,10 +74,7 @@ TEST_F(StatisticsLifecycle, ARepeatedInitializeKeepsTheSwitchAClientSet) {
     const uint32_t result = CTickScheduler_Initialize(&priority);
     unsetenv("ZYN_TICK_STATISTICS");
     ASSERT_EQ(result, TickResult::Success);
-    STickSchedulerStatistics scheduler{};
-    scheduler.size = sizeof(scheduler);
-    ASSERT_EQ(CTickScheduler_GetSchedulerStatistics(&scheduler), TickResult::Success);
-    EXPECT_EQ(scheduler.enabled, 0u);
+    EXPECT_EQ(sized_record::filledBy<STickSchedulerStatistics>(&CTickScheduler_GetSchedulerStatistics).enabled, 0u);
 }
 
 }  // namespace

@@ -6,13 +6,14 @@
 #include <cstdint>
 
 #include "StatisticsClock.h"
+#include "ZynSupport/MonotonicClock.h"
 
 namespace test_support {
 
 class ScriptedClock {
 public:
-    static constexpr int64_t kMs = 1000000;
-    static constexpr int64_t kUs = 1000;
+    static constexpr int64_t kMs = zyn_support::kNanosecondsPerMillisecond;
+    static constexpr int64_t kUs = zyn_support::kNanosecondsPerMicrosecond;
 
     /// Installs the clock (starting at an arbitrary non-zero instant) for
     /// the lifetime of this object.
@@ -28,6 +29,15 @@ public:
 
     /// How often the library has read the clock since the process started.
     static uint64_t readings() { return readingCount().load(); }
+
+    /// Runs `pass` and returns how many readings the library took in it
+    /// before `seenInside`, a readings() count that the pass stores.
+    template <typename Pass>
+    static uint64_t readingsBefore(const uint64_t& seenInside, Pass pass) {
+        const uint64_t before = readings();
+        pass();
+        return seenInside - before;
+    }
 
 private:
     static std::atomic<int64_t>& nowNs() {
