@@ -9,6 +9,7 @@
 #include <new>
 
 #include "CList.h"
+#include "ZynSupport/ListLinks.h"
 
 namespace {
 
@@ -33,13 +34,7 @@ extern "C" uint32_t CList_PushTail(CList* list, void* element) {
     if (node == nullptr) {
         return 32768u;
     }
-    if (list->tail != nullptr) {
-        static_cast<Node*>(list->tail)->next = node;
-    } else {
-        list->head = node;
-    }
-    list->tail = node;
-    ++list->count;
+    zyn_support::linkAtTail(list, node);
     return 0;
 }
 
@@ -49,10 +44,7 @@ extern "C" uint32_t CList_Remove(CList* list, void* element) {
         if (node->element != element) {
             continue;
         }
-        (previous != nullptr ? previous->next : *reinterpret_cast<Node**>(&list->head)) = node->next;
-        if (list->tail == node) {
-            list->tail = previous;
-        }
+        zyn_support::unlinkAfter(list, previous, node);
         --list->count;
         // A cursor never stands on a delivered node: it moved past it.
         delete node;

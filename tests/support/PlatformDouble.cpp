@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ThreadUtilities.h"
+#include "ZynSupport/ListLinks.h"
 
 namespace platform_double {
 namespace {
@@ -27,11 +28,6 @@ struct ListNode {
 /// What reset() returns to its start: the scripted results and the calls
 /// recorded.
 struct ResettableState {
-    uint32_t traceLevel = 7;
-    int traceErrno = 0;
-    std::vector<TraceRecord> traces;
-    uint64_t isEnabledCalls = 0;
-
     uint32_t registerModuleResult = 0;
     uint32_t registerCallbackResult = 0;
     std::vector<ModuleRegistration> modules;
@@ -50,6 +46,11 @@ struct ResettableState {
     int setNameResult = 0;
     std::vector<SchedulingCall> schedulingCalls;
     std::vector<NamingCall> namingCalls;
+
+    uint32_t traceLevel = 7;
+    int traceErrno = 0;
+    uint64_t isEnabledCalls = 0;
+    std::vector<TraceRecord> traces;
 };
 
 struct State : ResettableState {
@@ -325,14 +326,7 @@ void unlink(CList* list, ListNode* node) {
     for (ListNode* at = headOf(list); at != node; at = at->next) {
         previous = at;
     }
-    if (previous != nullptr) {
-        previous->next = node->next;
-    } else {
-        list->head = node->next;
-    }
-    if (list->tail == node) {
-        list->tail = previous;
-    }
+    zyn_support::unlinkAfter(list, previous, node);
 }
 
 CListCursor standOn(ListNode* node) {
@@ -389,14 +383,7 @@ extern "C" uint32_t CList_Construct(CList* list) {
 
 extern "C" uint32_t CList_PushTail(CList* list, void* element) {
     platform_double::recordListCall(ListFunction::PushTail);
-    auto* node = new ListNode{element, nullptr, 0};
-    if (list->tail != nullptr) {
-        static_cast<ListNode*>(list->tail)->next = node;
-    } else {
-        list->head = node;
-    }
-    list->tail = node;
-    ++list->count;
+    zyn_support::linkAtTail(list, new ListNode{element, nullptr, 0});
     return 0;
 }
 
