@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "CList.h"
@@ -231,27 +232,25 @@ void handlerCounts(benchmark::internal::Benchmark* benchmark) {
     benchmark->ArgName("handlers");
 }
 
+/// Registers BM_OnTick of `Scheduler` as `name`, once with each watch:
+/// nobody, the statistics (`name`_Timed), the event capture (`name`_Captured).
+template <const SchedulerEntryPoints& Scheduler>
+bool registerOnTick(const std::string& name) {
+    benchmark::RegisterBenchmark(name.c_str(), BM_OnTick<Scheduler, Watch::Nobody>)->Apply(handlerCounts);
+    benchmark::RegisterBenchmark((name + "_Timed").c_str(), BM_OnTick<Scheduler, Watch::Statistics>)
+        ->Apply(handlerCounts);
+    benchmark::RegisterBenchmark((name + "_Captured").c_str(), BM_OnTick<Scheduler, Watch::Capture>)
+        ->Apply(handlerCounts);
+    return true;
+}
+
+// In this order: the floors each scheduler's dispatch is read against come
+// before it.
 BENCHMARK(BM_Floor_PlainCalls)->Apply(handlerCounts);
 BENCHMARK(BM_Floor_ListWalkCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Nobody)
-    ->Name("BM_CTickSchedulerFast_OnTick")
-    ->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Statistics)
-    ->Name("BM_CTickSchedulerFast_OnTick_Timed")
-    ->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kFastScheduler, Watch::Capture)
-    ->Name("BM_CTickSchedulerFast_OnTick_Captured")
-    ->Apply(handlerCounts);
+[[maybe_unused]] const bool fastOnTickRegistered = registerOnTick<kFastScheduler>("BM_CTickSchedulerFast_OnTick");
 BENCHMARK(BM_Floor_UnlockLockCalls)->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Nobody)
-    ->Name("BM_CTickScheduler_OnTick")
-    ->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Statistics)
-    ->Name("BM_CTickScheduler_OnTick_Timed")
-    ->Apply(handlerCounts);
-BENCHMARK_TEMPLATE(BM_OnTick, kIntervalScheduler, Watch::Capture)
-    ->Name("BM_CTickScheduler_OnTick_Captured")
-    ->Apply(handlerCounts);
+[[maybe_unused]] const bool intervalOnTickRegistered = registerOnTick<kIntervalScheduler>("BM_CTickScheduler_OnTick");
 
 }  // namespace
 
