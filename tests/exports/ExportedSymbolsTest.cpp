@@ -61,50 +61,40 @@ const std::set<std::string>& cFunctions() {
     return names;
 }
 
-/// The tick grid queries, added under kGridVersionNode.
-const std::set<std::string>& gridFunctions() {
-    static const std::set<std::string> names = {"CTickScheduler_GetTickGrid", "CTickSchedulerFast_GetTickGrid"};
-    return names;
-}
+/// The functions of one addition since the first release and the version
+/// node they are bound to.
+struct AddedNode {
+    std::string node;
+    std::set<std::string> functions;
+};
 
-/// The handler statistics switches and queries, added under
-/// kStatisticsVersionNode.
-const std::set<std::string>& statisticsFunctions() {
-    static const std::set<std::string> names = {
-        "CTickScheduler_EnableStatistics",         "CTickScheduler_DisableStatistics",
-        "CTickScheduler_ResetStatistics",          "CTickScheduler_GetHandlerStatistics",
-        "CTickScheduler_GetSchedulerStatistics",   "CTickSchedulerFast_EnableStatistics",
-        "CTickSchedulerFast_DisableStatistics",    "CTickSchedulerFast_ResetStatistics",
-        "CTickSchedulerFast_GetHandlerStatistics", "CTickSchedulerFast_GetSchedulerStatistics",
+/// The additions, each under a node of its own.
+const std::vector<AddedNode>& addedNodes() {
+    static const std::vector<AddedNode> added = {
+        // The tick grid queries.
+        {kGridVersionNode, {"CTickScheduler_GetTickGrid", "CTickSchedulerFast_GetTickGrid"}},
+        // The handler statistics switches and queries.
+        {kStatisticsVersionNode,
+         {"CTickScheduler_EnableStatistics", "CTickScheduler_DisableStatistics", "CTickScheduler_ResetStatistics",
+          "CTickScheduler_GetHandlerStatistics", "CTickScheduler_GetSchedulerStatistics",
+          "CTickSchedulerFast_EnableStatistics", "CTickSchedulerFast_DisableStatistics",
+          "CTickSchedulerFast_ResetStatistics", "CTickSchedulerFast_GetHandlerStatistics",
+          "CTickSchedulerFast_GetSchedulerStatistics"}},
+        // The precision-wake switches and queries.
+        {kWakeVersionNode,
+         {"CTickScheduler_SetWakeLeadOff", "CTickScheduler_SetWakeLeadFixed", "CTickScheduler_SetWakeLeadAdaptive",
+          "CTickScheduler_GetPrecisionWake", "CTickScheduler_ResetPrecisionWake", "CTickSchedulerFast_SetWakeLeadOff",
+          "CTickSchedulerFast_SetWakeLeadFixed", "CTickSchedulerFast_SetWakeLeadAdaptive",
+          "CTickSchedulerFast_GetPrecisionWake", "CTickSchedulerFast_ResetPrecisionWake"}},
+        // The fast scheduler's oscillator access.
+        {kFastOscillatorVersionNode, {"CTickSchedulerFast_GetTickOscillator"}},
+        // The event capture.
+        {kEventCaptureVersionNode,
+         {"CTickScheduler_StartEventCapture", "CTickScheduler_StopEventCapture", "CTickScheduler_ReadEvents",
+          "CTickSchedulerFast_StartEventCapture", "CTickSchedulerFast_StopEventCapture",
+          "CTickSchedulerFast_ReadEvents"}},
     };
-    return names;
-}
-
-/// The precision-wake switches and queries, added under kWakeVersionNode.
-const std::set<std::string>& wakeFunctions() {
-    static const std::set<std::string> names = {
-        "CTickScheduler_SetWakeLeadOff",       "CTickScheduler_SetWakeLeadFixed",
-        "CTickScheduler_SetWakeLeadAdaptive",  "CTickScheduler_GetPrecisionWake",
-        "CTickScheduler_ResetPrecisionWake",   "CTickSchedulerFast_SetWakeLeadOff",
-        "CTickSchedulerFast_SetWakeLeadFixed", "CTickSchedulerFast_SetWakeLeadAdaptive",
-        "CTickSchedulerFast_GetPrecisionWake", "CTickSchedulerFast_ResetPrecisionWake",
-    };
-    return names;
-}
-
-/// The fast scheduler's oscillator access, added under
-/// kFastOscillatorVersionNode.
-const std::set<std::string>& fastOscillatorFunctions() {
-    static const std::set<std::string> names = {"CTickSchedulerFast_GetTickOscillator"};
-    return names;
-}
-
-/// The event capture, added under kEventCaptureVersionNode.
-const std::set<std::string>& eventCaptureFunctions() {
-    static const std::set<std::string> names = {
-        "CTickScheduler_StartEventCapture",     "CTickScheduler_StopEventCapture",     "CTickScheduler_ReadEvents",
-        "CTickSchedulerFast_StartEventCapture", "CTickSchedulerFast_StopEventCapture", "CTickSchedulerFast_ReadEvents"};
-    return names;
+    return added;
 }
 
 const std::set<std::string>& tickOscillatorSymbols() {
@@ -156,11 +146,9 @@ const std::set<std::string>& iInterfaceAllowed() {
 
 std::set<std::string> requiredExports() {
     std::set<std::string> names = cFunctions();
-    names.insert(gridFunctions().begin(), gridFunctions().end());
-    names.insert(statisticsFunctions().begin(), statisticsFunctions().end());
-    names.insert(wakeFunctions().begin(), wakeFunctions().end());
-    names.insert(fastOscillatorFunctions().begin(), fastOscillatorFunctions().end());
-    names.insert(eventCaptureFunctions().begin(), eventCaptureFunctions().end());
+    for (const AddedNode& addition : addedNodes()) {
+        names.insert(addition.functions.begin(), addition.functions.end());
+    }
     names.insert("_Z33CTickScheduler_WaitForTickAndLockv");  // CTickScheduler_WaitForTickAndLock()
     names.insert("tsTrace");
     names.insert(tickOscillatorSymbols().begin(), tickOscillatorSymbols().end());
@@ -212,23 +200,9 @@ TEST(SharedLibrary, DefinesTheAbiVersionNodeAndOneNodePerAddition) {
               library().versionNodes);
 }
 
-/// The node each addition's functions are bound to.
-struct AddedNode {
-    const std::string& node;
-    const std::set<std::string>& functions;
-};
-
-std::vector<AddedNode> addedNodes() {
-    return {{kGridVersionNode, gridFunctions()},
-            {kStatisticsVersionNode, statisticsFunctions()},
-            {kWakeVersionNode, wakeFunctions()},
-            {kFastOscillatorVersionNode, fastOscillatorFunctions()},
-            {kEventCaptureVersionNode, eventCaptureFunctions()}};
-}
-
 TEST(SharedLibrary, EachAdditionIsBoundToItsOwnNodeAndEverythingElseToTheAbiNode) {
     const std::vector<std::string>& nodes = library().versionNodes;
-    const std::vector<AddedNode> added = addedNodes();
+    const std::vector<AddedNode>& added = addedNodes();
     std::vector<size_t> bound(added.size(), 0);
     for (const Symbol& symbol : library().dynamicSymbols) {
         const bool isNode = std::find(nodes.begin(), nodes.end(), symbol.name) != nodes.end();
