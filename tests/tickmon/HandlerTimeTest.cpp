@@ -7,11 +7,10 @@
 #include "HandlerTimeReport.h"
 #include "MonitorOptions.h"
 #include "RunReport.h"
+#include "TextChecks.h"
 
 namespace tickmon {
 namespace {
-
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 TEST(PerHandlerWork, AListGivesEachHandlerItsOwnTimeAndTheRestNone) {
     const ParseResult result = parseOptions({"--work", "0,0,2ms"});
@@ -58,8 +57,8 @@ TEST(HandlerTimeReport, TextListsEveryHandlerAndNamesTheWorstPasssCulprit) {
                          "  tickmon-handler-2                      250     6000.109     6000.995     6004.555"
                          "            3\n"))
         << text;
-    EXPECT_TRUE(contains(text, "passes longer than the 6.000 ms period: 3 of 250")) << text;
-    EXPECT_TRUE(contains(text, "worst pass: 6012.547 us, culprit tickmon-handler-2 (6002.913 us of it)")) << text;
+    EXPECT_TRUE(containsAll(text, {"passes longer than the 6.000 ms period: 3 of 250",
+                                   "worst pass: 6012.547 us, culprit tickmon-handler-2 (6002.913 us of it)"}));
 }
 
 TEST(HandlerTimeReport, JsonCarriesTheCulpritAndEveryHandler) {

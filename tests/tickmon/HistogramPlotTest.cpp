@@ -9,6 +9,7 @@
 
 #include "RunReport.h"
 #include "TemporaryDirectory.h"
+#include "TextChecks.h"
 
 namespace tickmon {
 namespace {
@@ -24,8 +25,6 @@ const char* const kFakeGnuplot =
     "printf 'PNG' > \"$out\"\n";
 
 constexpr int64_t kUs = 1000;
-
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 /// `count` latencies spread evenly over [fromUs, toUs).
 std::vector<int64_t> spread(int64_t fromUs, int64_t toUs, int count) {
@@ -110,21 +109,17 @@ TEST(HistogramPlot, ScriptDrawsTheRangeAndMarksP50P99AndTheMaximum) {
     latencies.push_back(75 * kUs);
     const HistogramLayout layout = layoutHistogram(latencies);
     const std::string script = gnuplotScript(layout, "/tmp/data", "/tmp/it's.png", "latency");
-    EXPECT_TRUE(contains(script, "set terminal png")) << script;
-    EXPECT_TRUE(contains(script, "set output '/tmp/it''s.png'\n")) << script;
-    EXPECT_TRUE(contains(script, "set title \"latency\"\n")) << script;
+    EXPECT_TRUE(containsAll(script, {"set terminal png", "set output '/tmp/it''s.png'\n", "set title \"latency\"\n"}));
     char range[64];
     std::snprintf(range, sizeof range, "set xrange [0:%.3f]\n", static_cast<double>(layout.axisEndNs) / 1000.0);
-    EXPECT_TRUE(contains(script, range)) << script;
-    EXPECT_TRUE(contains(script, "set arrow from 50.000, graph 0 to 50.000, graph 1 nohead")) << script;
-    EXPECT_TRUE(contains(script, "set label \"p50 50.0 us\" at 50.000, graph ")) << script;
-    EXPECT_TRUE(contains(script, "set arrow from 59.800, graph 0 to 59.800, graph 1 nohead")) << script;
-    EXPECT_TRUE(contains(script, "set label \"p99 59.8 us\" at 59.800, graph ")) << script;
-    EXPECT_TRUE(contains(script, "set arrow from 75.000, graph 0 to 75.000, graph 1 nohead")) << script;
-    EXPECT_TRUE(contains(script, "set label \"max 75.0 us\" at 75.000, graph ")) << script;
+    EXPECT_TRUE(containsAll(
+        script,
+        {range, "set arrow from 50.000, graph 0 to 50.000, graph 1 nohead",
+         "set label \"p50 50.0 us\" at 50.000, graph ", "set arrow from 59.800, graph 0 to 59.800, graph 1 nohead",
+         "set label \"p99 59.8 us\" at 59.800, graph ", "set arrow from 75.000, graph 0 to 75.000, graph 1 nohead",
+         "set label \"max 75.0 us\" at 75.000, graph "}));
     // The maximum's label is at the right end, so it goes left of its line.
-    EXPECT_TRUE(contains(script, "at 75.000, graph 0.84 right")) << script;
-    EXPECT_TRUE(contains(script, "plot '/tmp/data' index 0 using 1:2 with boxes")) << script;
+    EXPECT_TRUE(containsAll(script, {"at 75.000, graph 0.84 right", "plot '/tmp/data' index 0 using 1:2 with boxes"}));
     EXPECT_FALSE(contains(script, "index 1")) << script;
 }
 
@@ -134,10 +129,10 @@ TEST(HistogramPlot, ScriptLabelsTheFoldedTailAndMarksTheMaximumOnIt) {
     const std::string tailAt = std::to_string(layout.tailBarCentreNs() / 1000) + "." +
                                std::to_string(layout.tailBarCentreNs() % 1000 + 1000).substr(1);
     const std::string axisEnd = std::to_string(layout.axisEndNs / 1000);
-    EXPECT_TRUE(contains(script, "set xtics add (\">= " + axisEnd + " us\\n2 ticks\" " + tailAt + ")")) << script;
-    EXPECT_TRUE(contains(script, "set arrow from " + tailAt + ", graph 0 to " + tailAt + ", graph 1")) << script;
-    EXPECT_TRUE(contains(script, "set label \"max (in the last bar) 4509 us\" at " + tailAt)) << script;
-    EXPECT_TRUE(contains(script, "'' index 1 using 1:2 with boxes")) << script;
+    EXPECT_TRUE(containsAll(
+        script, {"set xtics add (\">= " + axisEnd + " us\\n2 ticks\" " + tailAt + ")",
+                 "set arrow from " + tailAt + ", graph 0 to " + tailAt + ", graph 1",
+                 "set label \"max (in the last bar) 4509 us\" at " + tailAt, "'' index 1 using 1:2 with boxes"}));
     // A dotted line where the axis ends; the axis's own tics stop short of
     // it, so none stands on the tail's place or on its label.
     EXPECT_TRUE(contains(script, "set arrow from " + axisEnd + ".000, graph 0 to " + axisEnd + ".000, graph 1 nohead"))

@@ -22,12 +22,16 @@
 
 #include "HistogramLines.h"
 #include "TemporaryDirectory.h"
+#include "TextChecks.h"
 #include "TimelineChecks.h"
 #include "TimingEnvironment.h"
 
 extern char** environ;
 
 namespace {
+
+using tickmon::contains;
+using tickmon::containsAll;
 
 // In a cross build the program is a target binary that the host kernel cannot
 // start by itself: it is started under the emulator that runs this test
@@ -109,8 +113,6 @@ ProgramRun runTickmon(const std::vector<std::string>& arguments, const std::stri
     run.err = TemporaryDirectory::read(errFile);
     return run;
 }
-
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 constexpr double kGridPeriodNs = 6e6;
 constexpr double kFastGridPeriodNs = 1e6;
@@ -445,8 +447,7 @@ TEST(TickMonitorRun, StatusLinesArePlainWhenNotOnATerminal) {
     while (std::getline(lines, line)) {
         if (line.rfind("ticks ", 0) == 0) {
             ++statusLines;
-            EXPECT_TRUE(contains(line, " s / 1.2 s  latency min ")) << line;
-            EXPECT_TRUE(contains(line, " us  missed ")) << line;
+            EXPECT_TRUE(containsAll(line, {" s / 1.2 s  latency min ", " us  missed "}));
         }
     }
     EXPECT_GE(statusLines, 1) << run.err;

@@ -12,9 +12,9 @@
 namespace tickmon {
 
 struct TimelineShape {
+    std::map<std::string, uint64_t> callsPerHandler;
     uint64_t passes = 0;
     uint64_t ticks = 0;
-    std::map<std::string, uint64_t> callsPerHandler;
     /// Empty when the shape is right; otherwise what is wrong.
     std::string problems;
 };

@@ -16,8 +16,7 @@ int64_t GridTally::gridPointOf(int64_t timestampNs) const {
 }
 
 int64_t latencyAfterGridPoint(const GridTally& tally, int64_t timestampNs) {
-    const PublishedGrid& grid = tally.publishedGrid();
-    return timestampNs - (grid.originNs + tally.gridPointOf(timestampNs) * grid.periodNs);
+    return timestampNs - tally.publishedGrid().instantOf(tally.gridPointOf(timestampNs));
 }
 
 void GridTally::add(int64_t timestampNs) {

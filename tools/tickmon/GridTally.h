@@ -15,6 +15,9 @@ namespace tickmon {
 
 /// The grid a scheduler published (see TickGrid.h of the library).
 struct PublishedGrid {
+    /// The instant grid point `point` is due at.
+    int64_t instantOf(int64_t point) const { return originNs + point * periodNs; }
+
     int64_t originNs = 0;
     int64_t periodNs = 0;
     uint64_t generation = 0;
@@ -33,7 +36,7 @@ public:
     /// point it was due at: the one after the latest tick's. Unlike its
     /// latency, this counts the grid points a stalled tick skipped.
     int64_t latenessAfterNextGridPoint(int64_t timestampNs) const {
-        return timestampNs - (grid.originNs + (lastPoint + 1) * grid.periodNs);
+        return timestampNs - grid.instantOf(lastPoint + 1);
     }
 
     /// Adds the next tick (timestamps non-decreasing).

@@ -23,13 +23,14 @@
 namespace tickmon {
 
 struct LatencyHistogram {
+    /// Ticks counted.
+    uint64_t total = 0;
     /// buckets[i]: ticks with a latency of i microseconds.
     std::vector<uint64_t> buckets;
     /// Ticks at or beyond the last bucket, and the cycle numbers (0-based
     /// tick index) of the first kMaxOverflowCycles of them.
     uint64_t overflows = 0;
     std::vector<uint64_t> overflowCycles;
-    uint64_t total = 0;
     uint64_t minUs = 0;
     uint64_t avgUs = 0;
     uint64_t maxUs = 0;

@@ -103,12 +103,16 @@ void TimelineWriter::addEvents(const STickEvent* events, size_t count, uint64_t 
     }
 }
 
-void TimelineWriter::closeOpenSlices(int64_t atNs) {
-    // Only after a loss: the events that would have closed them were dropped.
+void TimelineWriter::endOpenCall(const std::string& ts) {
     if (inCall) {
-        endSlice(timeUs(atNs));
+        endSlice(ts);
         inCall = false;
     }
+}
+
+void TimelineWriter::closeOpenSlices(int64_t atNs) {
+    // Only after a loss: the events that would have closed them were dropped.
+    endOpenCall(timeUs(atNs));
     if (inPass) {
         endSlice(timeUs(atNs), "\"incomplete\":true");
         inPass = false;
@@ -133,9 +137,7 @@ void TimelineWriter::addEvent(const STickEvent& event) {
             if (!inPass) {
                 return;
             }
-            if (inCall) {
-                endSlice(ts);
-            }
+            endOpenCall(ts);
             inCall = true;
             callBeganNs = event.timeNs;
             write("{\"name\":" + quoted(event.name) + ",\"cat\":\"call\",\"ph\":\"B\"," + kOscillatorTrack +
@@ -154,10 +156,7 @@ void TimelineWriter::addEvent(const STickEvent& event) {
             if (!inPass) {
                 return;
             }
-            if (inCall) {
-                endSlice(ts);
-                inCall = false;
-            }
+            endOpenCall(ts);
             inPass = false;
             ++totals.passes;
             endSlice(ts, "\"handlers_called\":" + std::to_string(event.handlersCalled));

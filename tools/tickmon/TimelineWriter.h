@@ -59,6 +59,8 @@ private:
     void closeOpenSlices(int64_t atNs);
     /// Ends the innermost open slice of the oscillator's track at `ts`.
     void endSlice(const std::string& ts, const std::string& args = "");
+    /// Ends the open call's slice at `ts`, if a call is open.
+    void endOpenCall(const std::string& ts);
 
     std::ostream& out;
     int64_t originNs;
