@@ -17,13 +17,6 @@
 
 namespace soak {
 
-struct ChurnStats {
-    uint64_t registrations = 0;
-    uint64_t selfRemovals = 0;
-    uint64_t operations = 0;
-    uint64_t callsChecked = 0;
-};
-
 /// The operations of one scheduler, as a client reaches them.
 struct SchedulerApi {
     bool fast;  ///< CTickSchedulerFast: no intervals, priorities or offsets; changes without the tick lock
@@ -39,14 +32,22 @@ struct SchedulerApi {
     uint32_t switchGroup(uint32_t group, bool disable) const;
 };
 
+/// What one client did, and how many handler calls it checked.
+struct ChurnStats {
+    uint64_t registrations = 0;
+    uint64_t selfRemovals = 0;
+    uint64_t operations = 0;
+    uint64_t callsChecked = 0;
+};
+
 class ChurnClient {
 public:
-    static constexpr size_t kSlots = 8;
-
     enum class Mode {
         Handlers,  ///< enable/disable, priorities, offsets, self-removal
         Groups,    ///< group membership and group switching
     };
+
+    static constexpr size_t kSlots = 8;
 
     ChurnClient(const SchedulerApi& api, PassClock& clock, Mode mode, uint32_t index, uint32_t seed);
     ChurnClient(const ChurnClient&) = delete;
