@@ -61,6 +61,25 @@ uint32_t ClientModule_StartUp(SchedulerInterface*& scheduler, const char* name,
     return registerHandlers(*scheduler);
 }
 
+/// `operation` on the scheduler that phase 12 found; TickResult::Failure
+/// before phase 12 found one and after phase 16.
+template <class SchedulerInterface, class Operation>
+uint32_t ClientModule_WithScheduler(SchedulerInterface* scheduler, Operation operation) {
+    if (scheduler == nullptr) {
+        return TickResult::Failure;
+    }
+    return operation(*scheduler);
+}
+
+/// Enables or disables tick group `group` of the scheduler that phase 12
+/// found; TickResult::Failure without one.
+template <class SchedulerInterface>
+uint32_t ClientModule_SetGroupEnabled(SchedulerInterface* scheduler, uint32_t group, bool enabled) {
+    return ClientModule_WithScheduler(scheduler, [group, enabled](SchedulerInterface& found) {
+        return enabled ? found.EnableTickGroup(group) : found.DisableTickGroup(group);
+    });
+}
+
 /// Phase 16: unregisters the handlers in the order given, each one even when
 /// an earlier one fails (unregistering frees the record and clears the
 /// handle), and forgets the scheduler. The first error, else the last result;

@@ -8,7 +8,6 @@
 
 #include "ClientModule.h"
 #include "ITickSchedulerFast.h"
-#include "TickResultCodes.h"
 
 namespace {
 
@@ -67,24 +66,18 @@ extern "C" uint32_t CFastTickClient_CallsOfA(void) { return clientState.callsOfA
 extern "C" uint32_t CFastTickClient_CallsOfB(void) { return clientState.callsOfB.load(std::memory_order_relaxed); }
 
 extern "C" uint32_t CFastTickClient_SetHandlerAEnabled(bool enabled) {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    return enabled ? clientState.scheduler->EnableTickHandler(clientState.handlerA)
-                   : clientState.scheduler->DisableTickHandler(clientState.handlerA);
+    return ClientModule_WithScheduler(clientState.scheduler, [enabled](ITickSchedulerFast& scheduler) {
+        return enabled ? scheduler.EnableTickHandler(clientState.handlerA)
+                       : scheduler.DisableTickHandler(clientState.handlerA);
+    });
 }
 
 extern "C" uint32_t CFastTickClient_SetChannelEnabled(bool enabled) {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    return enabled ? clientState.scheduler->EnableTickGroup(ChannelGroup)
-                   : clientState.scheduler->DisableTickGroup(ChannelGroup);
+    return ClientModule_SetGroupEnabled(clientState.scheduler, ChannelGroup, enabled);
 }
 
 extern "C" uint32_t CFastTickClient_AddHandlerBToGroup2(void) {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    return clientState.scheduler->AddGroup(clientState.handlerB, 2);
+    return ClientModule_WithScheduler(clientState.scheduler, [](ITickSchedulerFast& scheduler) {
+        return scheduler.AddGroup(clientState.handlerB, 2);
+    });
 }

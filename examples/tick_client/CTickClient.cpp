@@ -8,7 +8,6 @@
 #include "CTickScheduler.h"
 #include "ClientModule.h"
 #include "ITickScheduler.h"
-#include "TickResultCodes.h"
 
 namespace {
 
@@ -87,11 +86,7 @@ extern "C" STickClientCounts CTickClient_ReadCounts(void) {
 }
 
 extern "C" uint32_t CTickClient_SetChannelEnabled(bool enabled) {
-    if (clientState.scheduler == nullptr) {
-        return TickResult::Failure;
-    }
-    return enabled ? clientState.scheduler->EnableTickGroup(ChannelGroup)
-                   : clientState.scheduler->DisableTickGroup(ChannelGroup);
+    return ClientModule_SetGroupEnabled(clientState.scheduler, ChannelGroup, enabled);
 }
 
 extern "C" bool CTickClient_HandlersRegistered(void) {
