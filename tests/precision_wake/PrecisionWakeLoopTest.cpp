@@ -28,7 +28,6 @@ using virtual_clock::Sleep;
 constexpr int64_t kUs = 1000;
 constexpr int64_t kMs = 1000 * kUs;
 constexpr int64_t kSixMs = 6 * kMs;
-constexpr int64_t kOneMs = kMs;
 // Off every whole second and every grid, as a real start instant is.
 constexpr int64_t kStart = 4711LL * 1000 * kMs + 123456789;
 constexpr int64_t kReadingCost = 200;
