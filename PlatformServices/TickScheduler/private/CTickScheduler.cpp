@@ -509,6 +509,27 @@ extern "C" uint32_t CTickScheduler_DisableTickGroup(uint32_t groupId) {
 
 // ---- Life cycle ---------------------------------------------------------------
 
+namespace {
+
+/// Points every slot of the interface object at its operation, in slot
+/// order: clients call through the slots by position.
+void storeInterfaceSlots(ITickScheduler& object) {
+    object.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
+    object.UnregisterTickHandler = &CTickScheduler_UnregisterTickHandler;
+    object.Freeze = &CTickScheduler_Freeze;
+    object.Unfreeze = &CTickScheduler_Unfreeze;
+    object.SetStartOffset = &CTickScheduler_SetStartOffset;
+    object.SetTickPriority = &CTickScheduler_SetTickPriority;
+    object.EnableTickHandler = &CTickScheduler_EnableTickHandler;
+    object.DisableTickHandler = &CTickScheduler_DisableTickHandler;
+    object.AddGroup = &CTickScheduler_AddGroup;
+    object.RemoveGroup = &CTickScheduler_RemoveGroup;
+    object.EnableTickGroup = &CTickScheduler_EnableTickGroup;
+    object.DisableTickGroup = &CTickScheduler_DisableTickGroup;
+}
+
+}  // namespace
+
 extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     ZYN_TS_ENTER("CTickScheduler_Initialize");
     CTickScheduler& state = tickScheduler;
@@ -534,18 +555,7 @@ extern "C" uint32_t CTickScheduler_Initialize(const ETickPriority* priority) {
     // Every slot is stored again on each start-up that gets this far, so the
     // broker is handed a complete object whatever a client did to a slot.
     static ITickScheduler tickSchedulerInterface;
-    tickSchedulerInterface.RegisterTickHandler = &CTickScheduler_RegisterTickHandler;
-    tickSchedulerInterface.UnregisterTickHandler = &CTickScheduler_UnregisterTickHandler;
-    tickSchedulerInterface.Freeze = &CTickScheduler_Freeze;
-    tickSchedulerInterface.Unfreeze = &CTickScheduler_Unfreeze;
-    tickSchedulerInterface.SetStartOffset = &CTickScheduler_SetStartOffset;
-    tickSchedulerInterface.SetTickPriority = &CTickScheduler_SetTickPriority;
-    tickSchedulerInterface.EnableTickHandler = &CTickScheduler_EnableTickHandler;
-    tickSchedulerInterface.DisableTickHandler = &CTickScheduler_DisableTickHandler;
-    tickSchedulerInterface.AddGroup = &CTickScheduler_AddGroup;
-    tickSchedulerInterface.RemoveGroup = &CTickScheduler_RemoveGroup;
-    tickSchedulerInterface.EnableTickGroup = &CTickScheduler_EnableTickGroup;
-    tickSchedulerInterface.DisableTickGroup = &CTickScheduler_DisableTickGroup;
+    storeInterfaceSlots(tickSchedulerInterface);
     result = InterfaceBroker::getInstance()->registerInterface(kInterfaceName, &tickSchedulerInterface);
     if (TickResult::isPlatformFailure(result)) {
         ZYN_TS_TRACE(KIV_TRACE_ERROR, "CTickScheduler_Initialize",

@@ -366,7 +366,17 @@ extern "C" void CTickSchedulerFast_Uninitialize(void) {
 
 namespace {
 
-/// The phase itself; the exported callback adds its tracepoint.
+/// The phase itself (below); the exported callback adds its tracepoint.
+uint32_t handlePhase(uint32_t phase);
+
+}  // namespace
+
+extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
+    return zyn_ts::phaseHandled(zyn_ts::TracedScheduler::Fast, phase, handlePhase(phase));
+}
+
+namespace {
+
 uint32_t handlePhase(uint32_t phase) {
     if (tickSchedulerFastModule.initialized == 0) {
         return TickResult::ModuleNotInitialized;
@@ -390,10 +400,6 @@ uint32_t handlePhase(uint32_t phase) {
 }
 
 }  // namespace
-
-extern "C" uint32_t CTickSchedulerFast_OnPhaseActivation(void* /*context*/, uint32_t phase) {
-    return zyn_ts::phaseHandled(zyn_ts::TracedScheduler::Fast, phase, handlePhase(phase));
-}
 
 // Hands the integrator the oscillator this module configures but never
 // starts (see TickFastOscillator.h).
