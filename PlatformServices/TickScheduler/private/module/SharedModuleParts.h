@@ -1,8 +1,9 @@
 // What the two scheduler modules do alike: filling a new handler record,
-// storing its enable flag, the tick groups, and registering the phase
-// callback. Everything else each module writes in its own
-// source, in its own words: their traces differ, and so do how they
-// allocate records and which exceptions a dispatch catches.
+// storing its enable flag, the tick groups, registering the phase callback,
+// the environment's switches at the first start-up, and a phase's
+// tracepoint. Everything else each module writes in its own source, in its
+// own words: their traces differ, and so do how they allocate records and
+// which exceptions a dispatch catches.
 #pragma once
 
 #include <cstdint>
