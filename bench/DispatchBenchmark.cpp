@@ -8,6 +8,14 @@
 // A third floor, the plain loop walking the platform list service as the fast
 // scheduler does (one list call per handler), shows how much of the fast
 // dispatch is the list service's rather than the module's own.
+// The floors above walk records of their own, laid out otherwise than a
+// scheduler's registrations lay out theirs, and each benchmark registers its
+// handlers anew, in a heap that the ones before it left behind. So the two
+// *_AgainstIts* benchmarks time a dispatch and walks of its very own
+// records, one after the other in every iteration: the fast scheduler's
+// handler list walked with its list calls (with and without the due test),
+// and CTickScheduler's handler array with its own mutex released around each
+// call. Their "ratio" counter is the dispatch's cost over the first walk's.
 // Each scheduler is measured with its handler statistics off (the default)
 // and on (every call timed on CLOCK_MONOTONIC), and with its event capture on
 // (every pass and call written into the scheduler's event ring). Every handler has interval 1
@@ -16,9 +24,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CList.h"
@@ -158,6 +169,139 @@ constexpr SchedulerEntryPoints kFastScheduler = {&CTickSchedulerFast_EnableStati
                                                  &CTickSchedulerFast_StopEventCapture,
                                                  &CTickSchedulerFast_ReadEvents};
 
+/// state.range(0) handlers registered with one scheduler, each due on every
+/// pass, for as long as the object lives.
+class RegisteredHandlers {
+public:
+    RegisteredHandlers(const SchedulerEntryPoints& scheduler, int64_t count, const ITickReceiver& receiver)
+        : entryPoints(scheduler), handles(static_cast<size_t>(count), nullptr) {
+        for (STickHandler*& handle : handles) {
+            entryPoints.registerEveryPass(&handle, &receiver);
+        }
+    }
+    ~RegisteredHandlers() {
+        for (STickHandler*& handle : handles) {
+            entryPoints.unregister(&handle);
+        }
+    }
+    RegisteredHandlers(const RegisteredHandlers&) = delete;
+    RegisteredHandlers& operator=(const RegisteredHandlers&) = delete;
+
+    size_t size() const { return handles.size(); }
+
+private:
+    const SchedulerEntryPoints& entryPoints;
+    std::vector<STickHandler*> handles;
+};
+
+/// Marks the run as failed unless every handler was called on every pass.
+void expectEveryHandlerCalled(benchmark::State& state, uint64_t calls, size_t handlers) {
+    if (calls != static_cast<uint64_t>(state.iterations()) * handlers) {
+        state.SkipWithError("a handler was not called on every pass");
+    }
+}
+
+/// Nanoseconds that `run` takes, on the monotonic clock.
+template <typename Run>
+int64_t nanosecondsOf(Run&& run) {
+    const auto start = std::chrono::steady_clock::now();
+    run();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// Walks the fast scheduler's own handler list with the same list calls as
+/// its dispatch and calls every handler; `CheckDue` adds the test the
+/// dispatch makes of every handler as it reaches it (enabled exactly 1, none
+/// of its groups disabled). No mutex.
+template <bool CheckDue>
+void walkFastHandlerList() {
+    CList* const list = &tickSchedulerFastModule.handlerList;
+    CListCursor cursor = nullptr;
+    if (CList_StartIterationFromHead(list, &cursor) == CLIST_END_OF_LIST) {
+        return;
+    }
+    uint32_t status = 0;
+    do {
+        void* element = nullptr;
+        status = CList_GetNext(list, &element, &cursor);
+        const auto* record = static_cast<const STickHandler*>(element);
+        if (CheckDue && (record == nullptr || record->enabled.load(std::memory_order_relaxed) != 1 ||
+                         (record->groupMask.load(std::memory_order_relaxed) &
+                          tickSchedulerFastModule.disabledGroupMask.load(std::memory_order_relaxed)) != 0)) {
+            continue;
+        }
+        record->tickReceiver.onTick(record->tickReceiver.context);
+    } while (status != CLIST_END_OF_LIST);
+}
+
+/// Walks CTickScheduler's own handler array and calls every handler, its
+/// mutex released around each call as its pass does.
+void walkSchedulerHandlersUnlocked() {
+    std::unique_lock<std::mutex> lock(tickScheduler.tickMutex);
+    for (const STickHandler* record : tickScheduler.tickHandlers) {
+        lock.unlock();
+        record->tickReceiver.onTick(record->tickReceiver.context);
+        lock.lock();
+    }
+}
+
+/// Sets a per-handler time counter from `totalNs` over the whole run.
+void setPerHandlerTime(benchmark::State& state, const char* name, int64_t totalNs, int64_t handlers) {
+    state.counters[name] = static_cast<double>(totalNs) / static_cast<double>(state.iterations() * handlers);
+}
+
+/// A dispatch against walks of the very records and list it dispatches:
+/// every iteration times, one after the other, each walk in `walks` and a
+/// pass of `Scheduler` over the same registered handlers, so that all see
+/// the same memory at the same moment. Reports ns per handler of each
+/// (counters named by `walks` and "dispatch_ns") and the dispatch's time
+/// against the first walk's ("ratio"). The clock is read around each walk,
+/// which adds some 20 ns a walk: read it at 1 000 handlers and more.
+template <const SchedulerEntryPoints& Scheduler, size_t Walks>
+void runAgainstOwnWalks(benchmark::State& state, const std::pair<const char*, void (*)()> (&walks)[Walks]) {
+    uint64_t counter = 0;
+    const ITickReceiver receiver = bench::countingReceiver(&counter);
+    const RegisteredHandlers handlers(Scheduler, state.range(0), receiver);
+    int64_t walkNs[Walks] = {};
+    int64_t dispatchNs = 0;
+    for (auto _ : state) {
+        for (size_t i = 0; i < Walks; ++i) {
+            walkNs[i] += nanosecondsOf(walks[i].second);
+        }
+        dispatchNs += nanosecondsOf([] { Scheduler.onTick(nullptr); });
+        benchmark::ClobberMemory();
+    }
+    expectEveryHandlerCalled(state, counter, handlers.size() * (Walks + 1));
+    for (size_t i = 0; i < Walks; ++i) {
+        setPerHandlerTime(state, walks[i].first, walkNs[i], state.range(0));
+    }
+    setPerHandlerTime(state, "dispatch_ns", dispatchNs, state.range(0));
+    state.counters["ratio"] = walkNs[0] > 0 ? static_cast<double>(dispatchNs) / static_cast<double>(walkNs[0]) : 0.0;
+}
+
+/// The fast dispatch against walking its own handler list, without and with
+/// the due test.
+void BM_CTickSchedulerFast_AgainstItsListWalk(benchmark::State& state) {
+    static const std::pair<const char*, void (*)()> kWalks[] = {{"walk_ns", &walkFastHandlerList<false>},
+                                                                {"walk_due_ns", &walkFastHandlerList<true>}};
+    runAgainstOwnWalks<kFastScheduler>(state, kWalks);
+}
+
+/// CTickScheduler's pass against walking its own records with its mutex
+/// released around each call.
+void BM_CTickScheduler_AgainstItsUnlockLockWalk(benchmark::State& state) {
+    static const std::pair<const char*, void (*)()> kWalks[] = {
+        {"unlock_lock_walk_ns", &walkSchedulerHandlersUnlocked}};
+    runAgainstOwnWalks<kIntervalScheduler>(state, kWalks);
+}
+
+void largeHandlerCounts(benchmark::internal::Benchmark* benchmark) {
+    for (const int64_t count : {1000, 10000}) {
+        benchmark->Arg(count);
+    }
+    benchmark->ArgName("handlers");
+}
+
 /// Who watches the measured passes.
 enum class Watch { Nobody, Statistics, Capture };
 
@@ -193,10 +337,7 @@ void BM_OnTick(benchmark::State& state) {
     }
     uint64_t counter = 0;
     const ITickReceiver receiver = bench::countingReceiver(&counter);
-    std::vector<STickHandler*> handles(static_cast<size_t>(state.range(0)), nullptr);
-    for (STickHandler*& handle : handles) {
-        Scheduler.registerEveryPass(&handle, &receiver);
-    }
+    const RegisteredHandlers handlers(Scheduler, state.range(0), receiver);
     int64_t sinceDrain = 0;
     for (auto _ : state) {
         Scheduler.onTick(nullptr);
@@ -207,9 +348,7 @@ void BM_OnTick(benchmark::State& state) {
             state.ResumeTiming();
         }
     }
-    if (counter != static_cast<uint64_t>(state.iterations()) * handles.size()) {
-        state.SkipWithError("a handler was not called on every pass");
-    }
+    expectEveryHandlerCalled(state, counter, handlers.size());
     uint64_t lost = 0;
     uint32_t count = 0;
     Scheduler.readEvents(events.data(), 0, &count, &lost);
@@ -217,9 +356,6 @@ void BM_OnTick(benchmark::State& state) {
         state.SkipWithError("the capture lost events: the drain came too late");
     }
     setPerHandlerCounter(state, state.range(0));
-    for (STickHandler*& handle : handles) {
-        Scheduler.unregister(&handle);
-    }
     Scheduler.disableStatistics();
     Scheduler.stopEventCapture();
     drainEvents(Scheduler, events);
@@ -251,6 +387,8 @@ BENCHMARK(BM_Floor_ListWalkCalls)->Apply(handlerCounts);
 [[maybe_unused]] const bool fastOnTickRegistered = registerOnTick<kFastScheduler>("BM_CTickSchedulerFast_OnTick");
 BENCHMARK(BM_Floor_UnlockLockCalls)->Apply(handlerCounts);
 [[maybe_unused]] const bool intervalOnTickRegistered = registerOnTick<kIntervalScheduler>("BM_CTickScheduler_OnTick");
+BENCHMARK(BM_CTickSchedulerFast_AgainstItsListWalk)->Apply(largeHandlerCounts);
+BENCHMARK(BM_CTickScheduler_AgainstItsUnlockLockWalk)->Apply(largeHandlerCounts);
 
 }  // namespace
 
